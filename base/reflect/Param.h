@@ -1,0 +1,34 @@
+#pragma once
+
+#include "nimbo/base/param.h"
+
+namespace nimbo::base {
+
+template <class T>
+bool IParam::Get(const char* name, T& value) {
+  return GetWithType(name, &value, typeid(T),
+                     [](const std::type_info* stored) { return stored && *stored == typeid(T); });
+}
+
+/// True for the types that GetIntT reads.
+inline bool IsIntegerParameter(const std::type_info* stored) {
+  if (!stored) return false;
+  for (const std::type_info* type :
+       {&typeid(unsigned char), &typeid(unsigned short), &typeid(unsigned int),
+        &typeid(unsigned long long), &typeid(unsigned long), &typeid(char), &typeid(short),
+        &typeid(int), &typeid(long long), &typeid(long)}) {
+    if (*stored == *type) return true;
+  }
+  return false;
+}
+
+template <class T>
+bool IParam::GetIntT(const char* name, T& value) {
+  static_assert(sizeof(T) == 4, "read as int or unsigned int");
+  long long wide = 0;
+  if (!GetWithType(name, &wide, typeid(long long), IsIntegerParameter)) return false;
+  value = static_cast<T>(wide);
+  return true;
+}
+
+}  // namespace nimbo::base

@@ -1,0 +1,21 @@
+# What every target of this project is compiled with.
+
+add_compile_options(-Wall -Wextra -Wconversion -Wshadow -Werror)
+
+# Source paths in log lines and debug information do not tell where the tree was built.
+set(NIMBO_SOURCE_ROOT "/pluginrtmp/")
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=${NIMBO_SOURCE_ROOT}")
+
+# The contract and the registration glue are included by their path from the root.
+include_directories("${CMAKE_SOURCE_DIR}/include" "${CMAKE_SOURCE_DIR}")
+
+if(NIMBO_SANITIZE)
+  add_compile_options("-fsanitize=${NIMBO_SANITIZE}" -fno-omit-frame-pointer
+                      -fno-sanitize-recover=undefined)
+  add_link_options("-fsanitize=${NIMBO_SANITIZE}")
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()

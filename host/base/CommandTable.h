@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "nimbo/base/attr_set.h"
+
+namespace nimbo::base {
+
+/// The shell commands registered with omfCmdRegister, by name. [control]
+class NIMBO_API CommandTable {
+ public:
+  using Handler = std::function<bool(AttrSet&)>;
+  static CommandTable& Globle();
+
+  int Add(const char* name, const Handler& handler);
+  std::vector<std::string> Names() const;
+  /// Null when there is no such command.
+  const Handler* Find(const std::string& name) const;
+
+ private:
+  struct Command {
+    std::string name;
+    Handler handler;
+  };
+  std::vector<Command> _commands;
+};
+
+}  // namespace nimbo::base

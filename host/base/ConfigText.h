@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "nimbo/base/attr_set.h"
+
+namespace nimbo::base {
+
+/// One entry of a configuration text: `CLASS[:key=value,...]`, or `key=value,...` with a `type`.
+struct ConfigEntry {
+  std::string type;
+  AttrSet settings;      ///< without "type"; values in braces stand here verbatim, without them
+  bool element = false;  ///< written in the form `CLASS...`
+  std::size_t position;  ///< where the entry starts in the text, in bytes
+  std::string text;      ///< the entry as written
+};
+
+/// Splits a configuration text into entries joined by "+". A value in braces is taken verbatim
+/// (braces nest). An unbraced `url=` runs to the end of its level, so that "+", "," and "=" in a
+/// URL survive. False, with one console line that quotes the piece and its position, when the text
+/// cannot be parsed; `entries` is then empty. An empty text has no entries.
+NIMBO_API bool ParseConfiguration(const std::string& text, std::vector<ConfigEntry>& entries);
+
+/// Splits `key=value,...` into `entries` by the same rules. On failure `error` holds what AttrSet
+/// prints: the piece in quotes and its position.
+NIMBO_API bool ParseAttributes(const std::string& text, std::vector<AttrSet::Entry>& entries,
+                               std::string& error);
+
+/// `pv:NAME[,key=value]...`, the form of a source's `connect` text.
+struct ConnectText {
+  std::string name;
+  AttrSet options;
+};
+NIMBO_API bool ParseConnect(const std::string& text, ConnectText& connect);
+
+}  // namespace nimbo::base

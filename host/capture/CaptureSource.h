@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "nimbo/base/attr_set.h"
+#include "nimbo/stream/media.h"
+#include "nimbo/stream/packet.h"
+
+namespace nimbo::capture {
+
+/// Where encoded packets come from: an encoder, a device, a file. One object serves one consumer.
+class NIMBO_API CaptureSource {
+ public:
+  virtual ~CaptureSource();
+
+  /// [control] Opens the source. Afterwards its streams are known. False with one console line that
+  /// says what is wrong; Close is called all the same.
+  virtual bool Open() = 0;
+  /// [control] The streams, one media each, in a fixed order; valid from Open to Close.
+  virtual const std::vector<stream::IMedia*>& Streams() const = 0;
+  /// [control] Begins to produce; the time stamps of all sources are those of CLOCK_MONOTONIC at
+  /// which (or, for a file, as if) the picture or sound was taken.
+  virtual bool Start() = 0;
+  /// [capturing] The next packet, whose media is one of Streams(); the caller gets its reference.
+  /// Waits until it is due. Null at the end of the source, after Abort, and on an error that was
+  /// told in one console line.
+  virtual stream::Packet* Read() = 0;
+  /// [any] Ends a Read that waits, and every later one until the next Start.
+  virtual void Abort() = 0;
+  /// [control] No Read is under way.
+  virtual void Close() = 0;
+  /// [any] True when packets come as fast as they are taken (a file or a pipe), so that a consumer
+  /// that is slow holds the source up instead of losing packets.
+  virtual bool Unpaced() const { return false; }
+};
+
+/// The capture sources by name. A name that ends in "-" stands for any number behind it ("h264-"
+/// serves "h264-0"). [control]
+class NIMBO_API CaptureRegistry {
+ public:
+  using Maker = std::function<std::unique_ptr<CaptureSource>(const std::string& name,
+                                                             const base::AttrSet& options)>;
+  static CaptureRegistry& Globle();
+  void Add(std::string name, Maker maker);
+  /// Makes the source `name`; loads the libav* module when the name is not known otherwise. Null
+  /// with one console line that names the known ones.
+  std::unique_ptr<CaptureSource> Make(const std::string& name, const base::AttrSet& options);
+  std::vector<std::string> Names() const;
+
+ private:
+  std::vector<std::pair<std::string, Maker>> _makers;
+};
+
+/// Loads the module libnimbo-av.so, which registers its capture sources and classes, once. False
+/// with one console line when it cannot be loaded. [control]
+NIMBO_API bool LoadAvModule();
+
+}  // namespace nimbo::capture

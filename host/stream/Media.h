@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include "nimbo/stream/media.h"
+
+namespace nimbo::stream {
+
+/// A media description of the reference host. Filled by its producer before anyone else sees it.
+class NIMBO_API Media final : public IMedia {
+ public:
+  explicit Media(std::string codec) : _codec(std::move(codec)) {}
+
+  const char* Codec() const override { return _codec.c_str(); }
+  bool GetWithType(const char* name, void* value, const std::type_info& requested,
+                   const Accept& accept) override;
+  bool SetStr(const char* key, const char* value) override;
+  bool GetStr(const char* key, std::string& value) override;
+
+  /// Adds or replaces an integer parameter, stored as `int` or `unsigned int`.
+  void SetInt(const char* name, int value);
+  void SetUnsigned(const char* name, unsigned int value);
+  /// Adds or replaces bytes, stored as `unsigned char*` to a copy that lives as long as the media.
+  void SetBytes(const char* name, const unsigned char* bytes, std::size_t size);
+  /// Adds or replaces any other stored type; for tests of the readers.
+  void SetTyped(const char* name, const std::type_info* type, long long value);
+
+ private:
+  struct Entry {
+    std::uint32_t id;
+    const std::type_info* type;
+    long long number;
+    std::vector<unsigned char> bytes;
+  };
+  Entry& Slot(const char* name);
+  std::string _codec;
+  std::vector<Entry> _entries;
+};
+
+/// The media of an H.264 stream: w, h, sps, isps, pps, ipps. `sps` and `pps` are NAL units without
+/// start codes; the size is read from the SPS by the caller.
+NIMBO_API Media* NewH264Media(int width, int height, const std::vector<unsigned char>& sps,
+                              const std::vector<unsigned char>& pps);
+/// The media of an AAC stream: adtslen, profile, channel, rate.
+NIMBO_API Media* NewAacMedia(int adtsLength, int profile, int channels, int rate);
+
+}  // namespace nimbo::stream

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <typeinfo>
+#include <vector>
+
+#include "nimbo/base/api.h"
+#include "nimbo/base/names.h"
+#include "nimbo/base/object.h"
+#include "nimbo/base/ostream.h"
+#include "nimbo/base/property.h"
+
+namespace nimbo::base {
+
+class ClassRegistry;
+
+/// A registered class: its name and keywords, its properties and how its objects are made.
+class NIMBO_API IClass : public object_keywords {
+ public:
+  /// [control] Takes over the properties, which are freed with the class.
+  IClass(const char* name, std::initializer_list<IProperty*> properties);
+  ~IClass() override;
+
+  /// [any] Writes the class's name and its properties' names as text.
+  virtual ostream& operator>>(ostream& out) const;
+  /// [any] Prints all readable properties of `instance`, one a line.
+  virtual void print(ostream& out, const object& instance) const;
+
+  /// [any] The registry of all classes.
+  static ClassRegistry& Globle();
+  /// [any] The class called `name`: that of exactly this identifier, else, unless `exact`, the
+  /// first one registered that has all its keywords. Null when there is none.
+  static IClass* Find(const char* name, bool exact);
+  /// [control] Adds a class to the registry, which owns it from then on. Returns it.
+  static IClass* Register(IClass* cl);
+  /// [control] States where the class comes from. The texts may be null; they are not copied.
+  void Init(const char* module, unsigned int version, const char* vendor, const char* author,
+            const char* description);
+
+  /// [control] Creates the object that `attrs` describes ("type", and "name" where it has one), or
+  /// finds the existing one of that name. Null when there is no such class, it needs arguments, or
+  /// the object is no `T`. See base/reflect/Class.h.
+  template <class T>
+  static T* New(AttrSet& attrs);
+  /// [any] An existing object that a creation under `name` stands for; null when there is none.
+  object* FindBeforeNew(const char* name);
+  /// [control] Names and initialises a fresh object from the attributes. When that fails the
+  /// object has been destroyed and the result is null.
+  object* initObject(object* instance, AttrSet& attrs);
+
+  /// [any] The property called `name`, or null.
+  IProperty* Property(const char* name) const;
+  const std::vector<IProperty*>& Properties() const noexcept { return _properties; }
+  const std::type_info* Type() const noexcept { return _type; }
+  std::uint32_t ObjectSize() const noexcept { return _object_size; }
+  bool IsInstance(object& instance) const { return _is_instance && _is_instance(instance); }
+
+  const char* Module() const noexcept { return _module; }
+  unsigned int Version() const noexcept { return _version; }
+  const char* Vendor() const noexcept { return _vendor; }
+  const char* Author() const noexcept { return _author; }
+  const char* Description() const noexcept { return _description; }
+
+ protected:
+  const std::type_info* _type = nullptr;
+  std::uint32_t _object_size = 0;
+  const std::type_info* _signature = nullptr;  ///< function type of the constructor's arguments
+  std::function<bool(object&)> _is_instance;
+  std::function<object*(void*)> _creator;
+
+ private:
+  std::vector<IProperty*> _properties;
+  const char* _module = nullptr;
+  unsigned int _version = 0;
+  const char* _vendor = nullptr;
+  const char* _author = nullptr;
+  const char* _description = nullptr;
+};
+
+}  // namespace nimbo::base

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "nimbo/stream/object.h"
+#include "nimbo/stream/packet_ring.h"
+
+namespace nimbo::stream {
+
+/// A set of pipelines that are built from one configuration text and change their status together.
+/// Property "serialize": the configuration text.
+class NIMBO_API Application : public Object {
+ public:
+  Application();
+  /// [control] Destroys the pipelines, after taking them down.
+  ~Application() override;
+
+  /// [control] Adds the packet rings of all its ring sinks to `list`, in the order of the
+  /// configuration. `ready` asks only for rings whose media is known or about to be.
+  bool OutputList(std::vector<PacketRing*>& list, bool ready);
+
+  bool StatusUp(Status to) override;
+  bool StatusDown(Status to) override;
+
+  struct State;
+  /// The reference host's own side of the object.
+  State& HostState() noexcept { return *_state; }
+
+ private:
+  std::unique_ptr<State> _state;
+};
+
+}  // namespace nimbo::stream

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "nimbo/stream/element.h"
+#include "nimbo/stream/object.h"
+#include "nimbo/stream/port.h"
+
+namespace nimbo::stream {
+
+/// A set of linked elements that change their status together.
+/// Property "serialize": the elements as a configuration text, each linked to the next.
+class NIMBO_API Pipeline : public Object {
+ public:
+  Pipeline();
+  /// [control] Takes the elements down and destroys them.
+  ~Pipeline() override;
+
+  bool Initialize(const char* type, const char* name, const char* cfgs,
+                  base::object* owner) override;
+  /// [control] Called before the upstream output `port` is linked to this pipeline; may link it
+  /// itself. False refuses the link.
+  virtual bool beforeLinkFrom(IPort* port);
+  /// [control] Links an upstream output to the pipeline.
+  bool LinkFrom(IPort* port);
+  /// [control] Brings an element that was added late to the pipeline's own status.
+  bool ActiveElement(IElement* element);
+
+  bool StatusUp(Status to) override;
+  bool StatusDown(Status to) override;
+  bool afterStatusDown(Status to) override;
+
+  struct State;
+  /// The reference host's own side of the object.
+  State& HostState() noexcept { return *_state; }
+
+ protected:
+  std::vector<IPort*> _ports;  ///< the pipeline's own ports, in the order of their creation
+
+ private:
+  friend class IElement;
+  std::unique_ptr<State> _state;
+};
+
+}  // namespace nimbo::stream
