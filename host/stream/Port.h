@@ -6,6 +6,7 @@
 #include <string>
 
 #include "nimbo/stream/packet.h"
+#include "nimbo/stream/packet_ring.h"
 #include "nimbo/stream/port.h"
 
 namespace nimbo::stream {
@@ -13,6 +14,9 @@ namespace nimbo::stream {
 class IElement;
 
 /// A port of the reference host. Owned by its element (or, a pipeline's, by the pipeline).
+///
+/// Empty caps stand for any. A port of empty caps tells those of what it is linked to, or, when it
+/// is an output that follows an input, of what feeds that input; the same goes for its media.
 class NIMBO_API Port : public IPort {
  public:
   /// `owner` is null for a pipeline's port.
@@ -22,7 +26,9 @@ class NIMBO_API Port : public IPort {
 
   bool IsOutput() const override { return _output; }
   bool Linked() const override { return _peer != nullptr; }
-  const char* Caps() const override { return _caps.c_str(); }
+  const char* Caps() const override;
+  /// Refused, with one yellow line that says why: two ends of the same direction, a linked end,
+  /// caps that differ, a port with a ring and anything but a pipeline's port.
   bool Link(IPort& other) override;
   /// [control] Both ends are free afterwards. No packet may be under way.
   void Unlink();
@@ -30,32 +36,55 @@ class NIMBO_API Port : public IPort {
   IElement* Owner() const noexcept { return _owner; }
   Port* Peer() const noexcept { return _peer; }
 
+  /// [control] The element that gets what is delivered to this input: the owner, or, for a
+  /// pipeline's port, the element that was named with Feed.
+  IElement* Receiver() const noexcept { return _receiver; }
+  void Feed(IElement* receiver) noexcept { _receiver = receiver; }
+  /// [control] Lets this output carry what comes in through `input`, a port of the same element.
+  void Follow(const Port& input) noexcept { _follows = &input; }
+
+  /// [control] The ring that stands for this output, from which the other end reads by itself;
+  /// nothing is delivered then. Null for an output that delivers, and for inputs.
+  PacketRing* Ring() const noexcept { return _ring; }
+  void SetRing(PacketRing* ring) noexcept { _ring = ring; }
+
   /// [sending] Hands a packet to the element at the other end. After a false result the packet is
-  /// dropped and delivery pauses for one second, which Interrupt ends: packets offered meanwhile
-  /// wait with the caller. An exception that escapes becomes one console line and a false result.
-  /// False when the packet was not taken.
+  /// dropped and delivery to that element pauses for one second, which Interrupt ends: packets
+  /// offered meanwhile wait with the caller, and are not taken when they were interrupted. An
+  /// exception that escapes becomes one console line and a false result. False when the packet was
+  /// not taken.
   bool Deliver(Packet& packet);
-  /// [any] Ends a pause of Deliver; further pauses end at once until Resume.
+  /// [any] Ends a pause of Deliver; further pauses end at once until Resume. The status machine
+  /// calls both for the outputs of every element: Resume before Start, Interrupt before Stop.
   void Interrupt();
   void Resume();
 
-  /// [any] What the stream through this output carries; null while unknown.
-  IMedia* Media() const noexcept { return _media.load(); }
+  /// [any] What the stream through this port carries; null while unknown. Valid until the producer
+  /// sets another one, which it does in Open or Close alone.
+  IMedia* Media() const noexcept;
   /// [control] Sets it; the port holds a reference.
   void SetMedia(IMedia* media);
 
  private:
-  IElement* _owner;
-  std::string _caps;
-  bool _output;
-  Port* _peer = nullptr;
+  bool WaitForPause(IElement& receiver);
+
+  IElement* const _owner;
+  const std::string _caps;
+  const bool _output;
+  IElement* _receiver;
+  const Port* _follows = nullptr;
+  PacketRing* _ring = nullptr;
+  std::atomic<Port*> _peer{nullptr};
   std::atomic<IMedia*> _media{nullptr};
-  std::mutex _mutex;
+  std::mutex _mutex;  ///< guards what follows; no other lock is taken under it
   std::condition_variable _changed;
   bool _interrupted = false;
 };
 
 /// [any] True for an address of a live port; how texts that name ports are checked.
 NIMBO_API bool IsLivePort(const IPort* port);
+
+/// True when two ends of these capabilities may be linked: equal ones, or one end takes any.
+NIMBO_API bool CapsFit(const char* one, const char* other);
 
 }  // namespace nimbo::stream

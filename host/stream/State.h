@@ -1,0 +1,84 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/stream/Message.h"
+#include "host/stream/Port.h"
+#include "nimbo/stream/application.h"
+#include "nimbo/stream/element.h"
+#include "nimbo/stream/packet_ring.h"
+#include "nimbo/stream/pipeline.h"
+
+/// What the reference host keeps beside the members that the contract names. The lists are changed
+/// on the control thread, under TreeMutex(); other threads read them under that mutex only.
+
+namespace nimbo::stream {
+
+struct IElement::State {
+  /// The element's ports, which it owns, in the order of their creation.
+  std::vector<std::unique_ptr<Port>> inputs;
+  std::vector<std::unique_ptr<Port>> outputs;
+  /// The ring that the element fills, for elements that end in a ring. Set it while the element is
+  /// made (constructor or Initialize); it must live as long as the element. The element then always
+  /// offers a free output port: linking that port to a pipeline's port means that the BridgeSource
+  /// behind it reads the ring (Port::Ring).
+  PacketRing* ring = nullptr;
+  /// Until when delivery to this element pauses, in nanoseconds of the steady clock. [any]
+  std::atomic<std::int64_t> pauseUntil{0};
+
+  /// [control] Adds a port of `owner`. Elements with fixed ports call this in their constructor;
+  /// empty caps stand for any.
+  Port& Add(IElement* owner, const char* caps, bool output);
+  /// [control] The first unlinked input that takes `caps`; null when there is none.
+  Port* FreeInput(const char* caps);
+  /// [control] The first unlinked output. An element with a ring gets a new one when there is none;
+  /// otherwise null.
+  Port* FreeOutput();
+};
+
+struct Pipeline::State {
+  explicit State(Pipeline& owner) : self(owner) {}
+
+  Pipeline& self;
+  Application* application = nullptr;
+  /// The pipeline's elements, which it owns, in the order of their creation.
+  std::vector<IElement*> elements;
+  /// The ports behind Pipeline::_ports.
+  std::vector<std::unique_ptr<Port>> ports;
+  std::string serialize;
+  std::shared_ptr<MessageListeners> listeners = std::make_shared<MessageListeners>();
+
+  /// [control] Appends an input port to the pipeline. What is delivered to it goes to `receiver`,
+  /// an element of this pipeline (a BridgeSource), with the port as `from`. The port goes when the
+  /// receiver is destroyed.
+  Port& AddPort(IElement& receiver, const char* caps);
+  /// [control] The pipeline's ports, as Pipeline::_ports.
+  const std::vector<IPort*>& Ports() const noexcept { return self._ports; }
+
+  /// [control] The elements, each behind all those that it delivers to.
+  std::vector<IElement*> SinksFirst() const;
+  /// [control] Brings elements that were added late to the pipeline's own status, sinks first.
+  bool Settle();
+
+  void Attach(IElement& element);
+  void Detach(IElement& element);
+};
+
+struct Application::State {
+  explicit State(Application& owner) : self(owner) {}
+
+  Application& self;
+  /// The application's pipelines, which it owns, in the order of the configuration.
+  std::vector<Pipeline*> pipelines;
+  std::string serialize;
+  std::shared_ptr<MessageListeners> listeners = std::make_shared<MessageListeners>();
+
+  void Attach(Pipeline& pipeline);
+  void Detach(Pipeline& pipeline);
+};
+
+}  // namespace nimbo::stream

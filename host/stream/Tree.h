@@ -1,0 +1,61 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/base/Pin.h"
+#include "host/stream/Message.h"
+#include "nimbo/stream/object.h"
+#include "nimbo/stream/port.h"
+
+/// The tree of live objects: services and applications, their pipelines and elements.
+/// Objects are named by paths: SERVICE, APPLICATION, PIPELINE (one that was created by itself),
+/// APPLICATION/PIPELINE, APPLICATION/ELEMENT, PIPELINE/ELEMENT. Names are compared as Hash
+/// does; where an element and a pipeline have the same path, it means the element.
+
+namespace nimbo::stream {
+
+class IElement;
+class Pipeline;
+
+/// One live object, as it was when it was looked at.
+struct LiveObject {
+  std::string path;
+  std::string name;
+  std::string className;  ///< empty when no class made it
+  std::string status;     ///< "null", "ready" or "play"
+};
+
+/// [any] All live objects: services and applications in the order of their creation, each
+/// application's pipelines and elements behind it.
+NIMBO_API std::vector<LiveObject> ListObjects();
+
+/// [control] The object at `path`; null when there is none.
+NIMBO_API Object* FindObject(const std::string& path);
+/// [any] The same, pinned: for readers on other threads.
+NIMBO_API std::optional<base::Pin> PinObject(const std::string& path);
+
+/// [control] The port that `text` names: ELEMENT-PATH.outN or .inN (counted from 0), .out or .in
+/// (the first free one), or the hexadecimal address of a live port. Null, with one yellow line that
+/// says what is wrong, when there is none. The text "0" is a null port, without a line.
+NIMBO_API IPort* FindPort(const std::string& text);
+/// [any] The text form of a port's address, which FindPort reads.
+NIMBO_API std::string PortAddress(const IPort* port);
+
+/// [any] The path of an object.
+NIMBO_API std::string PathOf(const Object& object);
+/// [any] "null", "ready", "pause" or "play".
+NIMBO_API const char* StatusName(IStatus::Status status);
+
+/// [control] Ends everything in the global list, the newest first: the last step of a host.
+NIMBO_API void ReleaseAll();
+
+/// Guards the lists of children. They are changed on the control
+/// thread alone, which needs it for changes only; everyone else locks it to read, and makes pins
+/// under it. It is taken before the mutex of an object list, and no other lock is taken under it.
+NIMBO_API std::mutex& TreeMutex();
+
+}  // namespace nimbo::stream
