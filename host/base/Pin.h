@@ -21,6 +21,14 @@ class NIMBO_API Pin {
   object& operator*() const noexcept { return *_object; }
   object* operator->() const noexcept { return _object; }
 
+  /// [any] Pins on all objects that are in the list now, in its order.
+  static std::vector<Pin> All(ObjectListSafe& list);
+  /// [control] Takes the object out of the global list, so that nobody finds it any more, and waits
+  /// until nobody pins it. Whoever destroys an object that others may look at calls this first,
+  /// while the object is still whole: object::Release does, and so must an override that does not
+  /// end in it.
+  static void Retire(object& instance);
+
  private:
   object* _object;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "nimbo/base/api.h"
 
@@ -33,7 +34,8 @@ class NIMBO_API Arr32 {
 
  private:
   std::uint32_t _inline[InlineCapacity] = {};
-  std::uint32_t* _data;
+  std::unique_ptr<std::uint32_t[]> _heap;
+  std::uint32_t* _data;  ///< _inline, or what _heap owns
   unsigned _size = 0;
   unsigned _capacity = InlineCapacity;
 };

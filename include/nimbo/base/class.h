@@ -23,9 +23,10 @@ class NIMBO_API IClass : public object_keywords {
   IClass(const char* name, std::initializer_list<IProperty*> properties);
   ~IClass() override;
 
-  /// [any] Writes the class's name and its properties' names as text.
+  /// [any] Writes "NAME: PROPERTY, PROPERTY", without a newline.
   virtual ostream& operator>>(ostream& out) const;
-  /// [any] Prints all readable properties of `instance`, one a line.
+  /// [any] Prints all readable properties of `instance`, one "NAME=VALUE" a line, in one piece.
+  /// Raises std::bad_cast for an object of another class.
   virtual void print(ostream& out, const object& instance) const;
 
   /// [any] The registry of all classes.
@@ -46,8 +47,8 @@ class NIMBO_API IClass : public object_keywords {
   static T* New(AttrSet& attrs);
   /// [any] An existing object that a creation under `name` stands for; null when there is none.
   object* FindBeforeNew(const char* name);
-  /// [control] Names and initialises a fresh object from the attributes. When that fails the
-  /// object has been destroyed and the result is null.
+  /// [control] Names and initialises a fresh object from the attributes and puts it into the global
+  /// list. When that fails the object has been destroyed and the result is null.
   object* initObject(object* instance, AttrSet& attrs);
 
   /// [any] The property called `name`, or null.
@@ -71,6 +72,11 @@ class NIMBO_API IClass : public object_keywords {
   std::function<object*(void*)> _creator;
 
  private:
+  friend class ClassRegistry;
+  /// Gives a fresh object its class and name and initialises it; destroys it when that fails.
+  object* Complete(object* instance, const char* type, const char* name, const char* cfgs,
+                   object* owner);
+
   std::vector<IProperty*> _properties;
   const char* _module = nullptr;
   unsigned int _version = 0;

@@ -19,7 +19,9 @@ class NIMBO_API object : public object_keywords {
   /// [control] Leaves every list that the object is in, and waits until nobody pins it any more.
   ~object() override;
 
-  /// [control] Ends the object's life: takes it down (stops and closes it) and destroys it.
+  /// [control] Ends the object's life: takes it down (stops and closes it) and destroys it. An
+  /// override takes the object down and then calls this one, which makes it unfindable, waits for
+  /// its pins and deletes it.
   virtual void Release();
   /// [control] Applies the settings in `attrs`; the keys "type" and "name" are passed over.
   bool Configure(AttrSet& attrs) { return configure(attrs); }
@@ -32,6 +34,7 @@ class NIMBO_API object : public object_keywords {
   IClass* Class() const noexcept { return _class; }
 
  protected:
+  /// [control] The first setting that is refused ends it, with one console line that names it.
   virtual bool configure(AttrSet& attrs);
 
  private:

@@ -28,11 +28,13 @@ class NIMBO_API ObjectListSafe : public ObjectList {
   template <class T>
   T* Find(const char* name, bool byIdentifier);
 
+  /// Adding an object that is in the list does nothing.
   void Add(object& instance);
   /// Removing an object that is not in the list does nothing.
   void Remove(object& instance);
 
  protected:
+  friend class Pin;
   std::mutex _mutex;
 };
 

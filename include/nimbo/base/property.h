@@ -25,6 +25,8 @@ class NIMBO_API IProperty : public object_keywords {
   const std::type_info* Type() const noexcept { return _type; }
   int TypeSize() const noexcept { return _size; }
   const char* Description() const noexcept { return _description; }
+  bool Shown() const noexcept { return _shown; }
+  bool Persistent() const noexcept { return _persistent; }
 
   /// [any] Writes the current value into the buffer, an object of the property's type.
   std::function<bool(object&, void*)> get;
