@@ -1,0 +1,117 @@
+#include "tests/support/ChunkReader.h"
+
+#include <algorithm>
+
+namespace nimbo::test {
+namespace {
+
+constexpr std::uint32_t ExtendedMark = 0xFFFFFF;
+constexpr std::uint32_t MaximalChunkSize = 0xFFFFFF;
+constexpr std::size_t MessageHeaderSizes[] = {11, 7, 3, 0};
+constexpr unsigned FormatShift = 6;
+constexpr unsigned ChannelMask = 0x3F;
+
+}  // namespace
+
+ChunkReader::Step ChunkReader::Fail(const char* error) {
+  _error = error;
+  return Step::Broken;
+}
+
+bool ChunkReader::Feed(const unsigned char* bytes, std::size_t size,
+                       const std::function<void(Message&)>& complete) {
+  _pending.insert(_pending.end(), bytes, bytes + size);
+  Step step = Step::Taken;
+  while (step == Step::Taken) step = TakeChunk(complete);
+  _pending.erase(_pending.begin(), _pending.begin() + static_cast<std::ptrdiff_t>(_start));
+  _start = 0;
+  return step != Step::Broken;
+}
+
+ChunkReader::Step ChunkReader::TakeChunk(const std::function<void(Message&)>& complete) {
+  const unsigned char* const bytes = _pending.data() + _start;
+  const std::size_t available = _pending.size() - _start;
+  if (available < 1) return Step::NeedsMore;
+
+  // Basic header: the numbers 0 and 1 stand for one and two more bytes.
+  const unsigned format = bytes[0] >> FormatShift;
+  unsigned number = bytes[0] & ChannelMask;
+  const std::size_t basic = number == 0 ? 2 : number == 1 ? 3 : 1;
+  if (available < basic) return Step::NeedsMore;
+  if (basic > 1) number = 64u + bytes[1] + (basic == 3 ? 256u * bytes[2] : 0u);
+
+  std::size_t used = basic + MessageHeaderSizes[format];
+  if (available < used) return Step::NeedsMore;
+  Channel& channel = _channels[number];
+  if (channel.partial && format != 3) return Fail("new message inside another one");
+  const std::uint32_t field = format == 3 ? channel.last.timeField : ReadBig(bytes + basic, 3);
+  std::optional<std::uint32_t> extended;
+  if (field == ExtendedMark) {
+    if (available < used + 4) return Step::NeedsMore;
+    extended = ReadBig(bytes + used, 4);
+    used += 4;
+  }
+  const std::uint32_t length = format < 2 ? ReadBig(bytes + basic + 3, 3) : channel.length;
+  const std::size_t have = channel.partial ? channel.message.body.size() : 0;
+  const std::size_t take = std::min<std::size_t>(_chunk_size, length - have);
+  if (available < used + take) return Step::NeedsMore;
+
+  Message& message = channel.message;
+  if (!channel.partial) {
+    channel.last.timeField = field;
+    channel.last.extended = extended;
+    channel.length = length;
+    TakeHeader(channel, format, bytes + basic);
+    message = channel.last;
+    message.chunkStream = number;
+    message.header.assign(bytes, bytes + used);
+  } else if (extended != channel.last.extended) {
+    return Fail("extended time stamp of a continuation differs");
+  }
+  message.formats.push_back(static_cast<std::uint8_t>(format));
+  message.body.insert(message.body.end(), bytes + used, bytes + used + take);
+  channel.partial = message.body.size() < length;
+  _start += used + take;
+  if (channel.partial) return Step::Taken;
+
+  message.arrival = std::chrono::steady_clock::now();
+  if (message.type == SetChunkSizeMessage && message.body.size() == 4) {
+    _chunk_size = ReadBig(message.body.data(), 4);
+    if (_chunk_size < 1 || _chunk_size > MaximalChunkSize) return Fail("chunk size out of range");
+  }
+  complete(message);
+  return Step::Taken;
+}
+
+void ChunkReader::TakeHeader(Channel& channel, unsigned format, const unsigned char* fields) {
+  Message& last = channel.last;
+  if (format < 2) last.type = fields[6];
+  if (format == 0) {  // the message stream id is the one little-endian field
+    last.stream = fields[7] | fields[8] * 0x100u | fields[9] * 0x10000u | fields[10] * 0x1000000u;
+  }
+  const std::uint32_t time = last.extended.value_or(last.timeField);
+  if (format == 0) {
+    last.time = time;
+    channel.delta = 0;
+  } else {
+    if (format != 3) channel.delta = time;
+    last.time += channel.delta;
+  }
+}
+
+Bytes EncodeMessage(unsigned chunkStream, std::uint8_t type, std::uint32_t stream,
+                    const Bytes& body) {
+  Bytes out;
+  AppendBig(out, chunkStream, 1);
+  AppendBig(out, 0, 3);
+  AppendBig(out, body.size(), 3);
+  AppendBig(out, type, 1);
+  for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>(stream >> (8 * i)));
+  for (std::size_t at = 0; at < body.size(); ++at) {
+    if (at > 0 && at % ChunkReader::DefaultChunkSize == 0) AppendBig(out, 0xC0 | chunkStream, 1);
+    out.push_back(body[at]);
+  }
+  return out;
+}
+
+}  // namespace nimbo::test
