@@ -14,9 +14,11 @@ class NIMBO_API CommandTable {
   using Handler = std::function<bool(AttrSet&)>;
   static CommandTable& Globle();
 
+  /// See omfCmdRegister. -1, with one console line, without a name or a handler.
   int Add(const char* name, const Handler& handler);
   std::vector<std::string> Names() const;
-  /// Null when there is no such command.
+  /// Null when there is no such command. An exception that escapes from the command becomes one
+  /// console line and a false result. Stays valid until the next Add.
   const Handler* Find(const std::string& name) const;
 
  private:

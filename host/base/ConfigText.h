@@ -2,29 +2,37 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "nimbo/base/attr_set.h"
 
 namespace nimbo::base {
 
+/// The bytes that do not count at the ends of keys, values and entries.
+constexpr std::string_view ConfigBlanks = " \t\r\n\v\f";
+
+/// True for the key whose unbraced value runs to the end of its level.
+NIMBO_API bool IsUrlKey(const std::string& key);
+
 /// One entry of a configuration text: `CLASS[:key=value,...]`, or `key=value,...` with a `type`.
 struct ConfigEntry {
   std::string type;
-  AttrSet settings;      ///< without "type"; values in braces stand here verbatim, without them
-  bool element = false;  ///< written in the form `CLASS...`
-  std::size_t position;  ///< where the entry starts in the text, in bytes
-  std::string text;      ///< the entry as written
+  AttrSet settings;          ///< without "type"; values in braces stand here verbatim, without them
+  bool element = false;      ///< written in the form `CLASS...`
+  std::size_t position = 0;  ///< where the entry starts in the text, in bytes
+  std::string text;          ///< the entry as written
 };
 
 /// Splits a configuration text into entries joined by "+". A value in braces is taken verbatim
 /// (braces nest). An unbraced `url=` runs to the end of its level, so that "+", "," and "=" in a
 /// URL survive. False, with one console line that quotes the piece and its position, when the text
-/// cannot be parsed; `entries` is then empty. An empty text has no entries.
+/// cannot be parsed; `entries` is then empty. An empty text has no entries. [any]
 NIMBO_API bool ParseConfiguration(const std::string& text, std::vector<ConfigEntry>& entries);
 
-/// Splits `key=value,...` into `entries` by the same rules. On failure `error` holds what AttrSet
-/// prints: the piece in quotes and its position.
+/// Splits `key=value,...` into `entries` by the same rules; a "+" means nothing here. On failure
+/// `entries` is empty and `error` holds what AttrSet prints: the piece in quotes, its position in
+/// bytes from 0, and what is wrong with it. [any]
 NIMBO_API bool ParseAttributes(const std::string& text, std::vector<AttrSet::Entry>& entries,
                                std::string& error);
 
@@ -33,6 +41,7 @@ struct ConnectText {
   std::string name;
   AttrSet options;
 };
+/// False with one console line, as above. [any]
 NIMBO_API bool ParseConnect(const std::string& text, ConnectText& connect);
 
 }  // namespace nimbo::base

@@ -12,9 +12,16 @@ class NIMBO_API PluginLoader {
  public:
   static PluginLoader& Globle();
 
-  /// Loads the library at `path`, whose initialisers put it into the plug-in list, then calls the
-  /// registration functions of every entry that is new. False with one console line on failure.
+  /// Loads the library at `path`, whose initialisers put it into the plug-in list, then calls
+  /// Register. A library that is loaded already stays as it is. False with one console line on
+  /// failure.
   bool Load(const std::string& path);
+  /// Calls the registration functions of every entry that is new, those of a smaller order first.
+  /// An exception that escapes from one becomes one console line; the result is then false.
+  bool Register();
+  /// See ReflectAdd. -1, with one console line, without a function.
+  int Add(void (*registration)(const char*), int order, const char* name);
+
   /// Finds an exported function in the loaded plug-ins, in the order of loading; null when none
   /// has it.
   void* Symbol(const std::string& name) const;
@@ -28,14 +35,19 @@ class NIMBO_API PluginLoader {
   static std::string OwnFolder();
 
  private:
-  friend int AddToPluginList(void (*)(const char*), int, const char*);
   struct Entry {
     void (*registration)(const char*);
+    int order;
     std::string name;
     bool registered;
   };
+  struct Library {
+    std::string path;
+    void* handle;
+    std::vector<std::string> functions;  ///< sorted
+  };
   std::vector<Entry> _entries;
-  std::vector<std::pair<std::string, void*>> _libraries;
+  std::vector<Library> _libraries;
 };
 
 }  // namespace nimbo::base

@@ -1,0 +1,64 @@
+#include "host/base/ClassRegistry.h"
+
+#include <cxxabi.h>
+
+#include "base/reflect/Line.h"
+#include "host/base/Guard.h"
+
+namespace nimbo::base {
+
+bool DerivesFrom(const std::type_info& type, const std::type_info& base) {
+  // Compared by value: each module may hold its own copy of a class's type information.
+  if (type == base) return true;
+  if (const auto* single = dynamic_cast<const abi::__si_class_type_info*>(&type)) {
+    return DerivesFrom(*single->__base_type, base);
+  }
+  if (const auto* several = dynamic_cast<const abi::__vmi_class_type_info*>(&type)) {
+    for (unsigned index = 0; index < several->__base_count; ++index) {
+      if (DerivesFrom(*several->__base_info[index].__base_type, base)) return true;
+    }
+  }
+  return false;
+}
+
+IClass* ClassRegistry::Find(const char* name, bool exact, const std::type_info* kind) {
+  const std::uint32_t id = Hash(name);
+  Arr32 keywords;
+  keywords.Add(name, '-');
+  if (keywords.Size() == 0) return nullptr;
+  const auto isKind = [kind](const IClass* cl) {
+    return !kind || (cl->Type() && DerivesFrom(*cl->Type(), *kind));
+  };
+  const std::lock_guard<std::mutex> lock(_mutex);
+  for (IClass* cl : _classes) {
+    if (cl->ID() == id && isKind(cl)) return cl;
+  }
+  if (exact) return nullptr;
+  for (IClass* cl : _classes) {
+    if (cl->Keywords().ContainsAll(keywords) && isKind(cl)) return cl;
+  }
+  return nullptr;
+}
+
+void ClassRegistry::Add(IClass& cl) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _classes.push_back(&cl);
+}
+
+std::vector<IClass*> ClassRegistry::Classes() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  return _classes;
+}
+
+object* ClassRegistry::Create(IClass& cl, const char* type, const char* name, const char* cfgs,
+                              object* owner) {
+  if (!cl._creator || !cl._signature || *cl._signature != typeid(void (*)())) {
+    Line(Colour::Red) << cl.Name() << ": objects of this class cannot be made by name";
+    return nullptr;
+  }
+  object* instance =
+      Guarded(cl.Name(), static_cast<object*>(nullptr), [&cl] { return cl._creator(nullptr); });
+  return cl.Complete(instance, type, name, cfgs, owner);
+}
+
+}  // namespace nimbo::base

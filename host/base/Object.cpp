@@ -1,0 +1,32 @@
+#include "nimbo/base/object.h"
+
+#include "base/reflect/Line.h"
+#include "host/base/Pin.h"
+#include "nimbo/base/class.h"
+
+namespace nimbo::base {
+
+object::object() = default;
+
+object::~object() { Pin::Retire(*this); }
+
+void object::Release() {
+  Pin::Retire(*this);
+  delete this;
+}
+
+bool object::configure(AttrSet& attrs) {
+  const std::uint32_t type = Hash("type");
+  const std::uint32_t name = Hash("name");
+  for (const auto& [key, value] : attrs.Entries()) {
+    const std::uint32_t id = Hash(key.c_str());
+    if (id == type || id == name) continue;
+    const IProperty* property = _class ? _class->Property(key.c_str()) : nullptr;
+    if (property && property->setStr && property->setStr(*this, value.c_str())) continue;
+    Line(Colour::Red) << "\"" << Name() << "\" does not take the setting \"" << key << "\"";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace nimbo::base
