@@ -1,9 +1,12 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
 
 #include "nimbo/base/ostream.h"
 #include "nimbo/base/property.h"
@@ -43,46 +46,34 @@ class TProperty : public IProperty {
     initSetStr(setter);
   }
 
-  /// A data member, read and written, typed and as text.
+  /// A data member, read and written, typed and as text. One that another thread reads is atomic.
   template <class T>
   void init(bool T::*field) {
-    get = [field](object& instance, void* buffer) {
-      *static_cast<bool*>(buffer) = dynamic_cast<T&>(instance).*field;
-      return true;
-    };
-    set = [field](object& instance, void* buffer) {
-      dynamic_cast<T&>(instance).*field = *static_cast<const bool*>(buffer);
-      return true;
-    };
-    print = [field](ostream& out, object& instance) {
-      out << dynamic_cast<T&>(instance).*field << "\n";
-    };
-    getStr = [field](object& instance, std::string& text) {
-      return ToText(dynamic_cast<T&>(instance).*field, text);
-    };
-    setStr = [field](object& instance, const char* text) {
-      return text && ConvertToImpl(text, dynamic_cast<T&>(instance).*field);
-    };
+    bindField<T>(field);
+  }
+  template <class T>
+  void init(std::atomic<bool> T::*field) {
+    bindField<T>(field);
   }
 
   /// A getter: typed form and print.
   template <class T, class R>
   void initGet(R (T::*getter)()) {
-    bindGet<T, R>(getter);
+    bindRead(Caller<T>(getter));
   }
   template <class T, class R>
   void initGet(R (T::*getter)() const) {
-    bindGet<T, R>(getter);
+    bindRead(Caller<T>(getter));
   }
 
   /// A getter's text form.
   template <class T, class R>
   void initGetStr(R (T::*getter)()) {
-    bindGetStr<T>(getter);
+    bindText(Caller<T>(getter));
   }
   template <class T, class R>
   void initGetStr(R (T::*getter)() const) {
-    bindGetStr<T>(getter);
+    bindText(Caller<T>(getter));
   }
 
   /// A setter's text form. A null text is refused before the object is touched, except by a string
@@ -108,28 +99,48 @@ class TProperty : public IProperty {
   }
 
  private:
-  template <class V>
-  static bool ToText(const V& value, std::string& text) {
-    ostream_string out(text);
-    out << value;
-    return true;
-  }
-
-  template <class T, class R, class Getter>
-  void bindGet(Getter getter) {
-    get = [getter](object& instance, void* buffer) {
-      *static_cast<R*>(buffer) = (dynamic_cast<T&>(instance).*getter)();
+  template <class T, class Field>
+  void bindField(Field field) {
+    const auto read = [field](object& instance) -> bool {
+      return dynamic_cast<T&>(instance).*field;
+    };
+    bindRead(read);
+    bindText(read);
+    set = [field](object& instance, void* buffer) {
+      dynamic_cast<T&>(instance).*field = *static_cast<const bool*>(buffer);
       return true;
     };
-    print = [getter](ostream& out, object& instance) {
-      out << (dynamic_cast<T&>(instance).*getter)() << "\n";
+    setStr = [field](object& instance, const char* text) {
+      bool value = false;
+      if (!text || !ConvertToImpl(text, value)) return false;
+      dynamic_cast<T&>(instance).*field = value;
+      return true;
     };
   }
 
   template <class T, class Getter>
-  void bindGetStr(Getter getter) {
-    getStr = [getter](object& instance, std::string& text) {
-      return ToText((dynamic_cast<T&>(instance).*getter)(), text);
+  static auto Caller(Getter getter) {
+    return [getter](object& instance) { return (dynamic_cast<T&>(instance).*getter)(); };
+  }
+
+  /// The typed form and print of what `read` gives for an object.
+  template <class Read>
+  void bindRead(Read read) {
+    using Value = decltype(read(std::declval<object&>()));
+    get = [read](object& instance, void* buffer) {
+      *static_cast<Value*>(buffer) = read(instance);
+      return true;
+    };
+    print = [read](ostream& out, object& instance) { out << read(instance) << "\n"; };
+  }
+
+  /// The text form of what `read` gives for an object.
+  template <class Read>
+  void bindText(Read read) {
+    getStr = [read](object& instance, std::string& text) {
+      ostream_string out(text);
+      out << read(instance);
+      return true;
     };
   }
 };

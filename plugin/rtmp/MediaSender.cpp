@@ -1,0 +1,297 @@
+#include "plugin/rtmp/MediaSender.h"
+
+#include <cstring>
+
+#include "nimbo/base/exit_call.h"
+#include "nimbo/base/platform.h"
+#include "plugin/rtmp/AacTag.h"
+#include "plugin/rtmp/AvcTag.h"
+
+namespace nimbo::plugin::rtmp {
+
+using base::Colour;
+using base::ExitCall;
+using base::Failure;
+using base::Line;
+using base::Site;
+using stream::IMedia;
+using stream::Packet;
+
+namespace {
+
+/// All media go out on one chunk stream.
+constexpr int MediaChannel = 4;
+
+/// Switches the floating-point unit on for a scope, where `active`.
+class VfpBracket {
+ public:
+  explicit VfpBracket(bool active) : _active(active) {
+    if (_active) vfp_enable();
+  }
+  ~VfpBracket() {
+    if (_active) vfp_disable();
+  }
+  VfpBracket(const VfpBracket&) = delete;
+  VfpBracket& operator=(const VfpBracket&) = delete;
+
+ private:
+  bool _active;
+};
+
+/// RTMP time: milliseconds, modulo 2^32.
+std::uint32_t Milliseconds(std::int64_t nanoseconds) {
+  constexpr std::int64_t PerMillisecond = 1000000;
+  return static_cast<std::uint32_t>(nanoseconds / PerMillisecond);
+}
+
+Bytes PayloadOf(const Packet& pkt) { return {pkt.Data(), pkt.Size()}; }
+
+}  // namespace
+
+// ---- session ------------------------------------------------------------------------------------
+
+bool MediaSender::ConnectServer(const char* url) {
+  constexpr const char* Function = "ConnectServer";
+  if (!_rtmp.Allocate()) return Failure(_profile.At(Function), "!_rtmp");
+  ExitCall freeSession([this] { _rtmp.Free(); });
+  if (!_rtmp.SetupUrl(url)) {
+    return Failure(_profile.At(Function), "RTMP_SetupURL(_rtmp, (char*)url) == 0");
+  }
+  _rtmp.EnableWrite();
+  if (!ConnectSteps()) return false;
+  if (_profile.usesLargeChunks) SetRtmpPacketSize();
+  freeSession.Clear();
+  return true;
+}
+
+bool MediaSender::ConnectSteps() {
+  struct Texts {
+    const char* condition;
+    const char* message;
+  };
+  constexpr Texts ConnectFailed = {"RTMP_Connect(_rtmp, __null) == 0", "RTMP connect failed"};
+  // The message names the wrong step; it has always read so, and tools look for it.
+  constexpr Texts StreamFailed = {"RTMP_ConnectStream(_rtmp, 0) == 0", "RTMP close failed"};
+  const auto fail = [this](const Texts& texts, int line) {
+    const Site site = _profile.At("ConnectServer", line);
+    return _profile.detailed ? Failure(site, texts.condition, texts.message)
+                             : Failure(site, texts.condition);
+  };
+  bool connected = false;
+  bool streaming = false;
+  {
+    const VfpBracket bracket(_profile.bracketsEachCall);
+    connected = _rtmp.Connect();
+    streaming = connected && _rtmp.ConnectStream();
+  }
+  if (!connected) return fail(ConnectFailed, __LINE__);
+  if (!streaming) {
+    fail(StreamFailed, __LINE__);
+    _rtmp.Close();
+    return false;
+  }
+  return true;
+}
+
+bool MediaSender::DisConnectServer() {
+  const VfpBracket bracket(_profile.bracketsEachCall);
+  _rtmp.Disconnect();
+  return true;
+}
+
+bool MediaSender::SetRtmpPacketSize() {
+  constexpr int ControlChannel = 2;  // RTMP 1.0, 5.4: protocol control messages
+  constexpr int ChunkSize = 1024;
+  constexpr std::size_t BodySize = 4;
+  if (!_rtmp.IsConnected()) {
+    return Failure(_profile.At("SetRtmpPacketSize"), "!RTMP_IsConnected(_rtmp)");
+  }
+  RTMPPacket packet = {};
+  if (!RTMPPacket_Alloc(&packet, BodySize)) {
+    return Failure(_profile.At("SetRtmpPacketSize"), "!RTMPPacket_Alloc(&packet, 4)");
+  }
+  packet.m_headerType = RTMP_PACKET_SIZE_LARGE;
+  packet.m_packetType = RTMP_PACKET_TYPE_CHUNK_SIZE;
+  packet.m_nChannel = ControlChannel;
+  packet.m_nBodySize = BodySize;
+  ByteWriter(reinterpret_cast<unsigned char*>(packet.m_body)).u32(ChunkSize);
+  _rtmp.SetOutChunkSize(ChunkSize);
+  {
+    const VfpBracket bracket(_profile.bracketsEachCall);
+    _rtmp.Send(packet, true);
+  }
+  RTMPPacket_Free(&packet);
+  return true;
+}
+
+// ---- messages -----------------------------------------------------------------------------------
+
+bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data,
+                                 unsigned int size, unsigned int timestamp) {
+  if (!_rtmp.IsConnected()) {
+    return Failure(_profile.At(_profile.sendName), "!RTMP_IsConnected(_rtmp)");
+  }
+  if (size > MaxMessageBody) return Failure(_profile.At(_profile.sendName), "size > 0xFFFFFF");
+  packet->m_headerType = RTMP_PACKET_SIZE_LARGE;
+  packet->m_packetType = type;
+  packet->m_hasAbsTimestamp = 0;
+  packet->m_nChannel = MediaChannel;
+  packet->m_nTimeStamp = timestamp;
+  packet->m_nInfoField2 = _rtmp.StreamId();
+  packet->m_nBodySize = size;
+  packet->m_body = data;
+  const VfpBracket bracket(_profile.bracketsEachCall);
+  return _rtmp.Send(*packet, false);
+}
+
+bool MediaSender::MakeRoom(send_buffer_t*& buffer, std::size_t body) {
+  return body <= MaxMessageBody && buffer &&
+         SendBufferCheck(buffer, static_cast<unsigned int>(RtmpHeaderSize + body), true);
+}
+
+void MediaSender::Clear(send_buffer_t* buffer) {
+  if (_profile.clearsBuffers) std::memset(buffer->data, 0, buffer->capacity);
+}
+
+bool MediaSender::SendFrame(MessageType type, send_buffer_t* buffer, bool /*copy*/, Bytes header,
+                            Bytes payload, const Packet& pkt) {
+  Clear(buffer);
+  ByteWriter body(buffer->Body());
+  body.bytes(header);
+  body.bytes(payload);
+  return SendRtmpPacket(buffer->Record(), static_cast<unsigned char>(type),
+                        reinterpret_cast<char*>(buffer->Body()),
+                        static_cast<unsigned int>(body.Written()), Milliseconds(pkt.TimeStamp()));
+}
+
+// ---- H.264 --------------------------------------------------------------------------------------
+
+bool MediaSender::AcceptSequence(const Packet& pkt) {
+  const std::uint32_t last = _vid_accepted ? _last_vid_seq : _counters.s_last_vid_seq.load();
+  if (last != 0 && pkt.Sequence() != last + 1) {
+    if (_profile.detailed) Line(Colour::Red) << pkt.Sequence() << "," << last;
+    _vid_lost = true;
+    if (!pkt.IsKey()) return false;
+  }
+  _last_vid_seq = pkt.Sequence();
+  _vid_accepted = true;
+  _counters.s_last_vid_seq = _last_vid_seq;
+  _vid_lost = false;
+  return true;
+}
+
+bool MediaSender::SendH264(Packet* pkt) {
+  constexpr const char* Function = "SendH264";
+  if (!pkt || !pkt->Data()) {
+    const char* both = "!pkt || !pkt->Data()";
+    Failure(_profile.At(Function), _profile.detailed ? both : !pkt ? "!pkt" : "!pkt->Data()");
+    return true;
+  }
+  if (!AcceptSequence(*pkt)) return true;
+  if (!_vid_header_sent && !pkt->IsKey()) return true;
+
+  const Bytes payload = FindFirstSlice(PayloadOf(*pkt));
+  constexpr std::size_t ShortestFrame = 5;
+  if (_profile.refusesShortFrames && payload.size < ShortestFrame) {
+    return Failure(_profile.At(Function), "size<5");
+  }
+  if (!_vid_header_sent && !SendAvcHeader(*pkt)) return false;
+  if (!MakeRoom(_vid_buffer, AvcFrameHeaderSize + payload.size)) {
+    return Failure(_profile.At(Function),
+                   "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + size + 9, true)");
+  }
+  unsigned char header[AvcFrameHeaderSize];
+  WriteAvcFrameHeader(header, pkt->IsKey(), payload.size);
+  return SendFrame(MessageType::Video, _vid_buffer, _vcopy, {header, sizeof header}, payload, *pkt);
+}
+
+bool MediaSender::SendAvcHeader(const Packet& pkt) {
+  constexpr const char* Function = "SendH264";
+  // Set first: whatever fails below is not tried again on this session.
+  _vid_header_sent = true;
+  IMedia* media = pkt.Media();
+  if (!media) return Failure(_profile.At(Function), "!media");
+
+  unsigned char* pps = nullptr;
+  unsigned char* sps = nullptr;
+  unsigned int ppsSize = 0;
+  unsigned int spsSize = 0;
+  if (!media->Get("pps", pps) || !media->GetIntT("ipps", ppsSize) || !media->Get("sps", sps) ||
+      !media->GetIntT("isps", spsSize)) {
+    return false;
+  }
+  if (!sps || spsSize < MinSpsSize || spsSize > MaxParameterSetSize) {
+    return Failure(_profile.At(Function), "!sps || isps < 4 || isps > 65535", "isps=", spsSize);
+  }
+  if (!pps || ppsSize > MaxParameterSetSize) {
+    return Failure(_profile.At(Function), "!pps || ipps > 65535", "ipps=", ppsSize);
+  }
+  // The text names the room that was once reserved whatever the parameter sets needed.
+  if (!MakeRoom(_vid_buffer, AvcSequenceHeaderSize(spsSize, ppsSize))) {
+    return Failure(_profile.At(Function),
+                   "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + 64, true)");
+  }
+  Clear(_vid_buffer);
+  unsigned char* body = _vid_buffer->Body();
+  const std::size_t size = WriteAvcSequenceHeader(body, {sps, spsSize}, {pps, ppsSize});
+  if (_profile.detailed) Line(Colour::Cyan, _profile.At(Function)) << "Send sps pps";
+  const bool sent =
+      SendRtmpPacket(_vid_buffer->Record(), static_cast<unsigned char>(MessageType::Video),
+                     reinterpret_cast<char*>(body), static_cast<unsigned int>(size), 0);
+  if (!_profile.detailed) return sent;
+  if (!sent) Failure(_profile.At(Function), "!ret", "send pps sps failed");
+  Report(sent ? "rtmp_send_data_success" : "rtmp_send_data_fail");
+  return sent;
+}
+
+// ---- AAC ----------------------------------------------------------------------------------------
+
+bool MediaSender::SendAAC(Packet* pkt) {
+  constexpr const char* Function = "SendAAC";
+  if (!pkt || !pkt->Data()) {
+    Failure(_profile.At(Function), pkt ? "!pkt->Data()" : "!pkt");
+    return true;
+  }
+  _counters.s_last_aud_seq = pkt->Sequence();
+  if (!_aud_header_sent && !SendAacHeader(*pkt)) return false;
+
+  const Bytes frame = PayloadOf(*pkt);
+  if (_adts_len < 0 || static_cast<std::size_t>(_adts_len) > frame.size) {
+    return Failure(_profile.At(Function), "_adts_len < 0 || _adts_len > size",
+                   "_adts_len=", _adts_len, ",size=", pkt->Size());
+  }
+  if (!MakeRoom(_aud_buffer, AacFrameHeaderSize + frame.size)) {
+    return Failure(_profile.At(Function),
+                   "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + size + 2, true)");
+  }
+  const auto skip = static_cast<std::size_t>(_adts_len);
+  unsigned char header[AacFrameHeaderSize];
+  WriteAacFrameHeader(header);
+  return SendFrame(MessageType::Audio, _aud_buffer, _acopy, {header, sizeof header},
+                   {frame.data + skip, frame.size - skip}, *pkt);
+}
+
+bool MediaSender::SendAacHeader(const Packet& pkt) {
+  constexpr const char* Function = "SendAAC";
+  AacFormat format;
+  // Set first: whatever fails below is not tried again on this session.
+  _aud_header_sent = true;
+  IMedia* media = pkt.Media();
+  if (!media) return Failure(_profile.At(Function), "!media");
+  if (!media->GetIntT("adtslen", _adts_len) || !media->GetIntT("profile", format.profile) ||
+      !media->GetIntT("channel", format.channels) || !media->GetIntT("rate", format.rate)) {
+    return false;
+  }
+  if (!MakeRoom(_aud_buffer, AacSequenceHeaderSize)) {
+    return Failure(_profile.At(Function),
+                   "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + 8, true)");
+  }
+  Clear(_aud_buffer);
+  unsigned char* body = _aud_buffer->Body();
+  const std::size_t size = WriteAacSequenceHeader(body, format);
+  if (_profile.detailed) Line(Colour::Cyan, _profile.At(Function)) << "send audseqheader";
+  return SendRtmpPacket(_aud_buffer->Record(), static_cast<unsigned char>(MessageType::Audio),
+                        reinterpret_cast<char*>(body), static_cast<unsigned int>(size), 0);
+}
+
+}  // namespace nimbo::plugin::rtmp

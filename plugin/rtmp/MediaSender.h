@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "nimbo/stream/packet.h"
+#include "plugin/rtmp/FlvTag.h"
+#include "plugin/rtmp/RtmpSession.h"
+#include "plugin/rtmp/SendBuffers.h"
+
+namespace nimbo::plugin::rtmp {
+
+/// Numbers of the last packets that any instance of a publishing class accepted. They seed the
+/// continuity test of an instance that has accepted none yet.
+struct SequenceCounters {
+  std::atomic<std::uint32_t> s_last_vid_seq{0};  ///< 0: none
+  std::atomic<std::uint32_t> s_last_aud_seq{0};  ///< for a debugger only; nothing tests it
+};
+
+/// What both publishing classes do with packets: the session's set-up, the packaging of H.264 and
+/// AAC as FLV tag bodies, and their sending. The classes derive from it and add their own policy.
+///
+/// Packets are sent by one thread at a time. [sending] Opening and closing happen on the control
+/// thread while nothing is sent, or on the sending thread. The flags that properties show may be
+/// read by any thread.
+class MediaSender : public SendBuffers {
+ public:
+  MediaSender(const Profile& profile, SequenceCounters& counters)
+      : SendBuffers(profile), _counters(counters) {}
+
+  /// Opens a fresh publishing session to `url`. A step that fails writes one failure line and
+  /// leaves no session.
+  bool ConnectServer(const char* url);
+  /// Ends the session, if there is one. True always.
+  bool DisConnectServer();
+  /// Announces chunks of 1024 bytes on the connected session. False, with one failure line, when it
+  /// is not connected; a failed send is not told.
+  bool SetRtmpPacketSize();
+
+  /// Sends one message at once: fills `packet` and hands it to librtmp. `data` is the body, with
+  /// RTMP_MAX_HEADER_SIZE writable bytes in front of it. False, with one failure line, without a
+  /// connection (the record is then untouched) or for a body that no message can carry; false
+  /// silently when sending failed.
+  bool SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+                      unsigned int timestamp);
+
+  /// Publishes one access unit in Annex B form, on a fresh session behind its sequence header.
+  /// After a gap in the sequence numbers everything up to the next key frame is dropped. True when
+  /// the packet was sent, dropped on purpose or had nothing to send; false calls for a
+  /// reconnection.
+  bool SendH264(stream::Packet* pkt);
+  /// Publishes one AAC frame with its ADTS header taken off, on a fresh session behind its sequence
+  /// header. True when the packet was sent or had nothing to send; false calls for a reconnection.
+  bool SendAAC(stream::Packet* pkt);
+
+ protected:
+  ~MediaSender() = default;
+
+  /// Tells the pipeline of an event, for classes that live in one.
+  virtual void Report(const char* /*message*/) {}
+
+  /// Both sequence headers go out again before the next frames.
+  void RepeatHeaders() { _vid_header_sent = _aud_header_sent = false; }
+
+  RtmpSession _rtmp;
+  bool _vid_header_sent = false;  ///< sent or attempted on this session
+  bool _aud_header_sent = false;  ///< sent or attempted on this session
+  std::atomic<bool> _vid_lost{false};
+  int _adts_len = 0;               ///< bytes of ADTS header in front of each frame
+  std::atomic<bool> _vcopy{true};  ///< frames are copied into the buffer, not sent from the packet
+  std::atomic<bool> _acopy{true};
+
+ private:
+  bool ConnectSteps();
+  bool AcceptSequence(const stream::Packet& pkt);
+  bool SendAvcHeader(const stream::Packet& pkt);
+  bool SendAacHeader(const stream::Packet& pkt);
+  /// The buffer holds a message with a body of `body` bytes, grown where needed.
+  bool MakeRoom(send_buffer_t*& buffer, std::size_t body);
+  /// Zeroes the buffer where the class does so.
+  void Clear(send_buffer_t* buffer);
+  /// Sends the tag header and the payload behind it as one message.
+  bool SendFrame(MessageType type, send_buffer_t* buffer, bool copy, Bytes header, Bytes payload,
+                 const stream::Packet& pkt);
+
+  SequenceCounters& _counters;
+  std::uint32_t _last_vid_seq = 0;  ///< of the last packet that this instance accepted
+  bool _vid_accepted = false;
+};
+
+}  // namespace nimbo::plugin::rtmp

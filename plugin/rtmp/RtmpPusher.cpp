@@ -1,0 +1,250 @@
+#include "plugin/rtmp/RtmpPusher.h"
+
+#include <cstdio>
+
+#include "base/reflect/Class.h"
+#include "base/reflect/TClass.h"
+#include "nimbo/base/platform.h"
+#include "plugin/rtmp/SigPipeGuard.h"
+
+namespace nimbo::plugin::rtmp {
+
+using base::AttrSet;
+using base::Colour;
+using base::Failure;
+using base::IClass;
+using base::Line;
+using base::Site;
+using base::TClass;
+using base::TProperty;
+using stream::Application;
+using stream::IMedia;
+using stream::IStatus;
+using stream::Object;
+using stream::Packet;
+using stream::PacketRing;
+
+namespace {
+
+[[gnu::used]] int s_unit = -1;
+
+constexpr Profile PusherProfile = {
+    /*file=*/__FILE__,          /*sendName=*/"SendRtmpPcaket",
+    /*detailed=*/false,         /*clearsBuffers=*/true,
+    /*bracketsEachCall=*/false, /*refusesShortFrames=*/false,
+    /*usesLargeChunks=*/false};
+
+SequenceCounters s_counters;
+
+constexpr std::chrono::milliseconds PopTimeout{500};
+constexpr std::chrono::milliseconds ReconnectPause{1000};
+
+bool HasCodec(const IMedia* media, const char* codec) {
+  return media && base::Hash(media->Codec()) == base::Hash(codec);
+}
+
+}  // namespace
+
+RtmpStreamPusher::RtmpStreamPusher()
+    : MediaSender(PusherProfile, s_counters), _thread("rtmp", 19, 10, 65536) {}
+
+RtmpStreamPusher::~RtmpStreamPusher() = default;
+
+// ---- properties ---------------------------------------------------------------------------------
+
+bool RtmpStreamPusher::SetUrl(const char* url) {
+  if (!url) return false;
+  _url.Set(url);
+  return true;
+}
+
+bool RtmpStreamPusher::SetCfg(const char* cfg) {
+  if (!cfg) return false;
+  _cfg = cfg;
+  return true;
+}
+
+bool RtmpStreamPusher::RtmpConnectStatus() { return _rtmp.Connected(); }
+
+int RtmpStreamPusher::RtmpConnectQuality() {
+  constexpr int Lost = 100;
+  constexpr int Percent = 100;
+  if (_vid_lost) return Lost;
+  const std::lock_guard<std::mutex> lock(_quality_mutex);
+  if (!_quality_ring || !_vid_reader || !_vid_reader->ring || _vid_ring_size == 0) return 0;
+  const auto lag =
+      static_cast<std::int32_t>(_quality_ring->WritePosition() - _vid_reader->position.load());
+  return static_cast<int>(std::int64_t{lag} * Percent / _vid_ring_size);
+}
+
+// ---- capture source -----------------------------------------------------------------------------
+
+bool RtmpStreamPusher::StartAVSource() {
+  if (_cfg.empty()) return Failure(Site::Here(), "_cfg.empty()");
+  AttrSet attrs = Object::AttrSetInit({{"type", "Application"}, {"serialize", _cfg.c_str()}});
+  _app.reset(IClass::New<Application>(attrs));
+  if (_app && !_app->Configure(attrs)) _app.reset();
+  if (!_app) return Failure(Site::Here(), "!_app");
+  if (!_app->StatusChange(IStatus::ready)) {
+    return Failure(Site::Here(), "!_app->StatusChange(IStatus::ready)");
+  }
+  std::vector<PacketRing*> vrlist;
+  _app->OutputList(vrlist, true);
+  if (vrlist.empty()) return Failure(Site::Here(), "vrlist.empty()");
+  for (PacketRing* ring : vrlist) {
+    constexpr auto NoLimit = std::chrono::nanoseconds::max();
+    if (HasCodec(ring->Media(NoLimit), "h264")) {
+      const std::lock_guard<std::mutex> lock(_quality_mutex);
+      _vid_reader.reset(ring->CreateReader(nullptr));
+      _vid_ring_size = ring->Size();
+      _quality_ring = ring;
+    }
+    if (HasCodec(ring->Media(NoLimit), "aac")) _aud_reader.reset(ring->CreateReader(nullptr));
+  }
+  return true;
+}
+
+bool RtmpStreamPusher::StopAVSource() {
+  if (!_app) return true;
+  {
+    const std::lock_guard<std::mutex> lock(_quality_mutex);
+    _quality_ring = nullptr;
+  }
+  _app->StatusChange(IStatus::null);
+  _app.reset();
+  return true;
+}
+
+// ---- life cycle ---------------------------------------------------------------------------------
+
+bool RtmpStreamPusher::Open() {
+  vfp_enable();
+  DestroyBuffers();  // those of an Open that failed, where the host did not close in between
+  _vid_buffer = SendBufferCreate(VideoSize);
+  if (!_vid_buffer) return Failure(Site::Here(), "!_vid_buffer");
+  _aud_buffer = SendBufferCreate(AudioSize);
+  if (!_aud_buffer) return Failure(Site::Here(), "!_aud_buffer");
+  RepeatHeaders();
+  const std::string url = _url.Get();
+  std::printf("connect server:%s,%s\n", url.c_str(), _cfg.c_str());
+  std::fflush(stdout);
+  if (!ConnectServer(url.c_str())) return Failure(Site::Here(), "!ConnectServer(_url.c_str())");
+  if (!StartAVSource()) return Failure(Site::Here(), "!StartAVSource()");
+  _running = true;
+  _thread.Once([this] { SendLoop(); });
+  vfp_disable();
+  return true;
+}
+
+bool RtmpStreamPusher::Start() {
+  if (!_app || !_app->StatusChange(IStatus::play)) {
+    return Failure(Site::Here(), "!_app->StatusChange(IStatus::play)");
+  }
+  return IStatus::Start();
+}
+
+bool RtmpStreamPusher::Stop() {
+  if (!_app || !_app->StatusChange(IStatus::ready)) {
+    return Failure(Site::Here(), "!_app->StatusChange(IStatus::ready)");
+  }
+  return IStatus::Stop();
+}
+
+bool RtmpStreamPusher::Close() {
+  {
+    const std::lock_guard<std::mutex> lock(_sleep_mutex);
+    _running = false;
+  }
+  _sleep_ended.notify_all();
+  if (_aud_reader) _aud_reader->WaitAbort();
+  if (_vid_reader) _vid_reader->WaitAbort();
+  _thread.Join();
+  StopAVSource();
+  DisConnectServer();
+  DestroyBuffers();
+  return true;
+}
+
+// ---- send loop ----------------------------------------------------------------------------------
+
+bool RtmpStreamPusher::Fill(const std::unique_ptr<Reader>& reader, Packet*& slot) {
+  if (slot || !reader || !reader->ring) return slot != nullptr;
+  Packet* popped = nullptr;
+  if (reader->Pop(popped, PopTimeout)) {
+    slot = popped;
+    slot->Hold();
+  }
+  return true;
+}
+
+bool RtmpStreamPusher::SendLoop() {
+  vfp_enable();
+  const SigPipeGuard guard;
+  Packet* video = nullptr;
+  Packet* audio = nullptr;
+  while (_running) {
+    const bool waitedForVideo = Fill(_vid_reader, video);
+    const bool waitedForAudio = Fill(_aud_reader, audio);
+    if (!video && !audio) {
+      if (!waitedForVideo && !waitedForAudio) Sleep(PopTimeout);
+      continue;
+    }
+    const bool takeAudio = !video || (audio && audio->TimeStamp() < video->TimeStamp());
+    Packet*& slot = takeAudio ? audio : video;
+    Packet* chosen = slot;
+    slot = nullptr;
+
+    bool sent = true;
+    if (HasCodec(chosen->Media(), "h264")) sent = SendH264(chosen);
+    if (HasCodec(chosen->Media(), "aac")) sent = SendAAC(chosen);
+    chosen->Release();
+    if (!sent) Reconnect();
+  }
+  for (Packet* held : {audio, video}) {
+    if (held) held->Release();
+  }
+  RepeatHeaders();
+  constexpr short StreamEnd = 1;         // RTMP 1.0, 7.1.7: Stream EOF
+  constexpr unsigned int StreamId = 20;  // what servers have always been sent
+  _rtmp.SendControl(StreamEnd, StreamId, 0);
+  vfp_disable();
+  return true;
+}
+
+void RtmpStreamPusher::Reconnect() {
+  Line(Colour::Red, _profile.At("SendLoop")) << "push pkt fail,try to reconnect";
+  if (_rtmp.IsConnected()) return;
+  if (!ConnectServer(_url.Get().c_str())) {
+    Sleep(ReconnectPause);
+    return;
+  }
+  RepeatHeaders();
+  Line(Colour::Green, _profile.At("SendLoop")) << "reconnect success,continue";
+}
+
+void RtmpStreamPusher::Sleep(std::chrono::milliseconds duration) {
+  std::unique_lock<std::mutex> lock(_sleep_mutex);
+  _sleep_ended.wait_for(lock, duration, [this] { return !_running; });
+}
+
+// ---- registration -------------------------------------------------------------------------------
+
+IClass* RegisterRtmpStreamPusher(const char* name) {
+  using T = RtmpStreamPusher;
+  const auto getter = [](const char* property, auto member) {
+    using Value = decltype((std::declval<T&>().*member)());
+    auto* made = new TProperty;
+    made->init(property, typeid(Value), base::PropertyTypeSize<Value>, nullptr);
+    made->initGet(member);
+    made->initGetStr(member);
+    return made;
+  };
+  IClass* cl = TClass<>::Register<T>(
+      name ? name : "RtmpStreamPusher-rtmp-pusher",
+      {new TProperty("addr", &T::SetUrl, nullptr), new TProperty("cfg", &T::SetCfg, nullptr),
+       getter("rtmp_sts", &T::RtmpConnectStatus), getter("rtmp_quality", &T::RtmpConnectQuality)});
+  if (cl) cl->Init("pluginrtmp", 0, nullptr, nullptr, nullptr);
+  return cl;
+}
+
+}  // namespace nimbo::plugin::rtmp

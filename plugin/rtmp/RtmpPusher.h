@@ -1,0 +1,97 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "nimbo/base/class.h"
+#include "nimbo/base/thread.h"
+#include "nimbo/stream/application.h"
+#include "nimbo/stream/packet_ring.h"
+#include "nimbo/stream/service.h"
+#include "plugin/rtmp/MediaSender.h"
+#include "plugin/rtmp/SharedText.h"
+
+namespace nimbo::plugin::rtmp {
+
+/// A stand-alone publisher: builds its own capture application from "cfg", reads video and audio
+/// from that application's rings in a thread of its own, and pushes them to "addr", interleaved by
+/// time stamp. A lost connection is made again for as long as it takes.
+///
+/// Properties: "addr", "cfg" (write), "rtmp_sts", "rtmp_quality" (read).
+///
+/// Whoever destroys a pusher has closed it before.
+class RtmpStreamPusher : public stream::Service, private MediaSender {
+ public:
+  RtmpStreamPusher();
+  ~RtmpStreamPusher() override;
+
+  /// [control] Connects, builds the capture application, brings it to ready and starts the thread.
+  /// What a failed Open has made stays for Close.
+  bool Open() override;
+  /// [control] Stops the thread, takes the application down and disconnects.
+  bool Close() override;
+  /// [control] Puts the capture application into play, and back to ready.
+  bool Start() override;
+  bool Stop() override;
+
+  /// [control] The address to publish to. A new one counts from the next connection on.
+  bool SetUrl(const char* url);
+  /// [control] The capture application's configuration text. Counts from the next Open on.
+  bool SetCfg(const char* cfg);
+  /// [any] Whether the session is connected.
+  bool RtmpConnectStatus();
+  /// [any] How far the sending lags behind the capture, in percent of the video ring: 0 is caught
+  /// up; 100 while frames are being dropped after a gap. 0 without a video ring.
+  int RtmpConnectQuality();
+
+ private:
+  using Reader = stream::IRing<stream::Packet*>::Reader;
+
+  /// [control] Builds the capture application and attaches the readers. What was made before a
+  /// failure stays for Close.
+  bool StartAVSource();
+  /// [control] Takes the capture application down. The readers stay, detached. True always.
+  bool StopAVSource();
+  /// [control] Makes a reader on `ring` in place of an earlier one.
+  void Attach(std::unique_ptr<Reader>& reader, stream::PacketRing& ring);
+
+  bool SendRtmpPcaket(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+                      unsigned int timestamp) {
+    return SendRtmpPacket(packet, type, data, size, timestamp);
+  }
+
+  /// The thread's body: pops, chooses, sends and reconnects until `_running` is false.
+  bool SendLoop();
+  /// [sending] Waits for the reader's next packet. True when it could wait, whatever came.
+  static bool Fill(const std::unique_ptr<Reader>& reader, stream::Packet*& slot);
+  /// [sending] What follows a packet that could not be sent.
+  void Reconnect();
+  /// [sending] Sleeps; Close ends it.
+  void Sleep(std::chrono::milliseconds duration);
+
+  std::unique_ptr<stream::Application> _app;
+  std::unique_ptr<Reader> _vid_reader;
+  std::unique_ptr<Reader> _aud_reader;
+  SharedText _url;
+  std::string _cfg;
+  base::Thread _thread;
+  std::atomic<bool> _running{false};
+  int _vid_ring_size = 0;
+
+  /// Guards `_quality_ring`, and through it the life of the ring and of `_vid_reader` while the
+  /// quality is read. Taken alone, never while anything waits.
+  std::mutex _quality_mutex;
+  stream::PacketRing* _quality_ring = nullptr;  ///< the ring behind `_vid_reader` while it lives
+
+  std::mutex _sleep_mutex;  ///< taken alone
+  std::condition_variable _sleep_ended;
+};
+
+/// [control] Registers the class under `name`, or "RtmpStreamPusher-rtmp-pusher" when that is null.
+base::IClass* RegisterRtmpStreamPusher(const char* name);
+
+}  // namespace nimbo::plugin::rtmp
