@@ -167,6 +167,14 @@ void RingBuffer::AddReader(Reader& reader) {
 
 void RingBuffer::ReaderAdded(Reader&) {}
 
+std::uint32_t RingBuffer::Unread() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  std::uint32_t most = 0;
+  for (const auto& member : _members)
+    most = std::max(most, WritePosition() - member->reader->position.load());
+  return most;
+}
+
 void RingBuffer::RemoveReader(Reader& reader) {
   Packet* done = nullptr;
   {

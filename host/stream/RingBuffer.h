@@ -45,6 +45,8 @@ class NIMBO_API RingBuffer final : public PacketRing {
   void RemoveReader(Reader& reader) override;
   int Size() const override { return _capacity; }
   std::uint32_t WritePosition() const override { return _write.load(std::memory_order_acquire); }
+  /// [any] How many packets the slowest reader has not taken yet; 0 without readers.
+  std::uint32_t Unread();
 
  private:
   using Clock = std::chrono::steady_clock;
