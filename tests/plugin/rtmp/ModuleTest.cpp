@@ -1,0 +1,225 @@
+#include <algorithm>
+
+#include "base/reflect/Class.h"
+#include "base/reflect/TClass.h"
+#include "host/base/CommandTable.h"
+#include "host/base/PluginLoader.h"
+#include "nimbo/stream/factory.h"
+#include "tests/plugin/rtmp/PluginFixture.h"
+
+namespace nimbo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using OptionHook = void (*)(const char*);
+using CommandFunction = int (*)(const char*, const char*, const char*);
+
+TEST(Module, IdentityAndLoadTimeRegistrations) {
+  EXPECT_STREQ(*static_cast<const char**>(PluginSymbol("__MODULE_string")),
+               "pluginrtmp@version:1.0.1.*.6872");
+  EXPECT_GE(*static_cast<int*>(PluginSymbol("__cb_register_PluginRtmp")), 0);
+  EXPECT_GE(*static_cast<int*>(PluginSymbol("__register_cmd_rtmp")), 0);
+  EXPECT_THAT(base::PluginLoader::Globle().Names(), testing::Contains("PluginRtmp"));
+  EXPECT_THAT(base::CommandTable::Globle().Names(), testing::Contains("rtmp"));
+}
+
+TEST(Module, ClassesTellTheirPropertiesAndOrigin) {
+  LoadPlugin();
+  const struct {
+    const char* name;
+    std::vector<std::string> properties;
+    unsigned version;
+    const char* vendor;
+    const char* description;
+  } cases[] = {
+      {"RtmpStreamPusher-rtmp-pusher",
+       {"addr", "cfg", "rtmp_sts", "rtmp_quality"},
+       0,
+       nullptr,
+       nullptr},
+      {"EleRtmpClient-ele-rtmp-client-muxer-sink",
+       {"url", "vcopy", "acopy", "rtmp_sts", "rtmp_quality"},
+       0x10001,
+       "Velmora",
+       "EleRtmpClient"},
+      {"pipeline-rtmp-client-muxer-sink", {"ring"}, 0x10001, "Velmora", "pipeline-rtmp-client"},
+  };
+  for (const auto& known : cases) {
+    const base::IClass* cl = base::IClass::Find(known.name, true);
+    ASSERT_NE(cl, nullptr) << known.name;
+    std::vector<std::string> properties;
+    for (const base::IProperty* property : cl->Properties()) properties.push_back(property->Name());
+    EXPECT_THAT(properties, testing::ElementsAreArray(known.properties));
+    EXPECT_STREQ(cl->Module(), "pluginrtmp");
+    EXPECT_EQ(cl->Version(), known.version);
+    EXPECT_STREQ(cl->Vendor(), known.vendor);
+    EXPECT_STREQ(cl->Description(), known.description);
+  }
+}
+
+TEST(Module, SecondRegistrationIsToldForEachClass) {
+  const auto registerAgain = PluginFunction<void (*)(const char*)>("RegisterPluginRtmp");
+  const base::IClass* before = base::IClass::Find("RtmpStreamPusher-rtmp-pusher", true);
+  ConsoleCapture console;
+  registerAgain(nullptr);
+  EXPECT_THAT(console.Failures(),
+              ElementsAre("Register: cl,class existed:RtmpStreamPusher-rtmp-pusher",
+                          "Register: cl,class existed:EleRtmpClient-ele-rtmp-client-muxer-sink",
+                          "Register: cl,class existed:pipeline-rtmp-client-muxer-sink"));
+  EXPECT_EQ(base::IClass::Find("RtmpStreamPusher-rtmp-pusher", true), before);
+}
+
+const char* received = nullptr;
+void FirstHook(const char* options) { received = options; }
+void SecondHook(const char*) { received = nullptr; }
+
+TEST(Module, OptionHookIsKeptAndGetsTheSamePointer) {
+  const auto hook = PluginFunction<OptionHook (*)(OptionHook)>("GetCbRegisterPluginRtmp");
+  const auto options = PluginFunction<void (*)(const char*)>("RegisterOptPluginRtmp");
+  EXPECT_EQ(hook(nullptr), nullptr);
+  const char text[] = "options";
+  options(text);
+  EXPECT_EQ(hook(FirstHook), &FirstHook);
+  EXPECT_EQ(hook(nullptr), &FirstHook);
+  options(text);
+  EXPECT_EQ(received, text);
+  EXPECT_EQ(hook(SecondHook), &SecondHook);
+  options(text);
+  EXPECT_EQ(received, nullptr);
+  EXPECT_EQ(hook(nullptr), &SecondHook);
+}
+
+/// Stands in front of the plug-in's pusher, because a class of exactly the name asked for is found
+/// first. What it is set to is kept; what it refuses is the test's choice.
+class FakePusher : public stream::Service {
+ public:
+  static inline std::string refused;
+  static inline std::string addr;
+  static inline std::string cfg;
+
+  bool SetAddr(const char* text) {
+    addr = text;
+    return refused != "addr";
+  }
+  bool SetCfg(const char* text) {
+    cfg = text;
+    return refused != "cfg";
+  }
+  bool Open() override { return refused != "status"; }
+
+  static void Register() {
+    static const base::IClass* const cl = base::TClass<>::Register<FakePusher>(
+        "RtmpStreamPusher", {new base::TProperty("addr", &FakePusher::SetAddr, nullptr),
+                             new base::TProperty("cfg", &FakePusher::SetCfg, nullptr)});
+    EXPECT_NE(cl, nullptr);
+  }
+};
+
+class Commands : public testing::Test {
+ protected:
+  Commands() { LoadPlugin(); }
+  ~Commands() override {
+    for (const char* name : {"rtmp-pusher-service", "rtmp-server"}) Remove(name);
+  }
+  static void Remove(const char* name) {
+    auto* service = stream::Factory::Globle().Find<stream::Service>(name, true);
+    if (service) service->Release();
+  }
+  int Run(const char* function, const char* p0) {
+    return PluginFunction<CommandFunction>(function)(p0, "ignored", "ignored");
+  }
+  /// The commands' lines, with their numbers.
+  std::vector<std::string> Told() {
+    std::vector<std::string> told;
+    for (const ConsoleLine& line : console.Lines()) {
+      if (line.path == "plugin/rtmp/_test.cpp") {
+        told.push_back(std::to_string(line.line) + "/" + line.function + ": " + line.text);
+      }
+    }
+    console.Clear();
+    return told;
+  }
+
+  ConsoleCapture console;
+};
+
+constexpr char DefaultSelection[] = "h264-0,W=1920,H=1080,fr=30,br=6000000,gopTypeStr=ibbp,gop=30";
+
+std::string CaptureText(const std::string& selection) {
+  return "type=pipeline,serialize={shm-source:connect={pv:" + selection +
+         ",plenckeys=vfrc-fifo}+fifofilter:max=60+RingSink}+type=pipeline,serialize={shm-source:"
+         "connect={pv:aac-1,plenckeys=fifo}+fifofilter:max=128+RingSink}";
+}
+
+TEST_F(Commands, PusherGetsTheBuiltInAddressAndTheSelectedEncoder) {
+  FakePusher::Register();
+  FakePusher::refused.clear();
+  for (const char* selection : {static_cast<const char*>(nullptr), "h264-1,W=640"}) {
+    const std::string cfg = CaptureText(selection ? selection : DefaultSelection);
+    EXPECT_EQ(Run("fwRtmpPusher", selection), 1);
+    EXPECT_NE(console.Text().find("====buf:\n" + cfg + "\n====\n"), std::string::npos);
+    EXPECT_EQ(FakePusher::addr, RTMP_DEFAULT_URL);
+    EXPECT_EQ(FakePusher::cfg, cfg);
+    EXPECT_THAT(Told(), IsEmpty());
+    Remove("rtmp-pusher-service");
+  }
+}
+
+TEST_F(Commands, PusherCommandReportsTheStepThatFailed) {
+  FakePusher::Register();
+  const auto* const command = base::CommandTable::Globle().Find("rtmp");
+  ASSERT_NE(command, nullptr);
+  const struct {
+    const char* refused;
+    const char* line;
+  } cases[] = {
+      {"addr", "89/fwRtmpPusher: !server->Set(\"addr\",default_url)"},
+      {"cfg", "90/fwRtmpPusher: !server->Set(\"cfg\",buf)"},
+      {"status", "91/fwRtmpPusher: !server->Set(\"status\",\"play\")"},
+  };
+  for (const auto& known : cases) {
+    FakePusher::refused = known.refused;
+    base::AttrSet none;
+    EXPECT_FALSE((*command)(none));
+    EXPECT_THAT(Told(), ElementsAre(known.line));
+    // What was made is left, so a second call finds the name in use.
+    EXPECT_FALSE((*command)(none));
+    EXPECT_THAT(Told(), ElementsAre("88/fwRtmpPusher: !server"));
+    Remove("rtmp-pusher-service");
+  }
+  FakePusher::refused.clear();
+  base::AttrSet selection("p0={h264-2,W=320},p1=x");
+  EXPECT_TRUE((*command)(selection));
+  EXPECT_EQ(FakePusher::cfg, CaptureText("h264-2,W=320"));
+}
+
+TEST_F(Commands, SelectionIsTakenUpToTheBufferAndRefusedBeyond) {
+  FakePusher::Register();
+  FakePusher::refused.clear();
+  const std::size_t room = 2047 - CaptureText("").size();
+  EXPECT_EQ(Run("fwRtmpPusher", std::string(room, 'x').c_str()), 1);
+  EXPECT_EQ(FakePusher::cfg.size(), 2047u);
+  Remove("rtmp-pusher-service");
+  Told();
+  EXPECT_EQ(Run("fwRtmpPusher", std::string(room + 1, 'x').c_str()), 0);
+  EXPECT_EQ(Told().size(), 1u);
+  EXPECT_EQ(stream::Factory::Globle().Find<stream::Service>("rtmp-pusher-service", true), nullptr);
+}
+
+TEST_F(Commands, ServiceCommandFailsOnlyWithoutAService) {
+  FakePusher::Register();
+  EXPECT_EQ(Run("fwRtmpService", "no-such-class"), -1);
+  EXPECT_THAT(Told(), ElementsAre("104/fwRtmpService: !server"));
+  FakePusher::refused = "status";
+  EXPECT_EQ(Run("fwRtmpService", "RtmpStreamPusher"), 0);
+  EXPECT_THAT(Told(), ElementsAre("105/fwRtmpService: !server->Set(\"status\",\"play\")"));
+  Remove("rtmp-server");
+  FakePusher::refused.clear();
+  EXPECT_EQ(Run("fwRtmpService", "RtmpStreamPusher"), 0);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace nimbo::test

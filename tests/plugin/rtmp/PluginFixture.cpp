@@ -1,0 +1,77 @@
+#include "tests/plugin/rtmp/PluginFixture.h"
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+
+#include "host/base/PluginLoader.h"
+
+namespace nimbo::test {
+
+void LoadPlugin() {
+  static const bool loaded = base::PluginLoader::Globle().Load(RTMP_PLUGIN);
+  if (!loaded) throw std::runtime_error("the plug-in cannot be loaded");
+}
+
+void* PluginSymbol(const char* name) {
+  LoadPlugin();
+  void* library = dlopen(RTMP_PLUGIN, RTLD_NOW | RTLD_NOLOAD);
+  void* symbol = dlsym(library, name);
+  dlclose(library);
+  if (!symbol) throw std::runtime_error(std::string("not exported: ") + name);
+  return symbol;
+}
+
+bool Eventually(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + LongTime;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+Pusher::Pusher(const std::string& url, const std::string& cfg) {
+  LoadPlugin();
+  static int count = 0;
+  const std::string name = "pusher-" + std::to_string(++count);
+  _service = stream::Service::New("RtmpStreamPusher-rtmp-pusher", name.c_str(), nullptr);
+  if (!_service) throw std::runtime_error("no pusher");
+  if (!_service->Set("addr", url.c_str()) || !_service->Set("cfg", cfg.c_str())) {
+    throw std::runtime_error("the pusher refuses its settings");
+  }
+}
+
+std::string Pusher::Get(const char* property) {
+  std::string value;
+  return _service->GetStr(property, value) ? value : "unreadable";
+}
+
+void Pusher::Release() {
+  if (_service) _service->Release();
+  _service = nullptr;
+}
+
+PusherTest::PusherTest() { LoadPlugin(); }
+
+void PusherTest::PushVideo(bool key, std::int64_t time, std::size_t sliceSize) {
+  video.Push(AccessUnit(key, sliceSize), key, time * Millisecond, ++videoSequence);
+}
+
+void PusherTest::PushAudio(std::int64_t time, std::size_t size) {
+  audio.Push(AdtsFrame(size), true, time * Millisecond, ++audioSequence);
+}
+
+bool PusherTest::PushUntil(const std::function<bool()>& condition) {
+  constexpr std::int64_t Step = 20;
+  return Eventually([&] {
+    if (condition()) return true;
+    clock += Step;
+    PushVideo(true, clock);
+    PushAudio(clock);
+    std::this_thread::sleep_for(std::chrono::milliseconds(Step));
+    return false;
+  });
+}
+
+}  // namespace nimbo::test

@@ -1,0 +1,295 @@
+#include "tests/plugin/rtmp/PluginFixture.h"
+
+namespace nimbo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+using PusherWire = PusherTest;
+
+/// "V" or "A" for each media message, "v" and "a" for a sequence header, with its time stamp.
+std::vector<std::string> Summary(const Record& record) {
+  std::vector<std::string> summary;
+  for (const Message& message : record.Media()) {
+    const bool header = message.body.at(1) == 0;
+    const char kind = message.type == VideoMessage ? (header ? 'v' : 'V') : (header ? 'a' : 'A');
+    summary.push_back(kind + std::to_string(message.time));
+  }
+  return summary;
+}
+
+TEST_F(PusherWire, SessionOpensAndClosesWithItsCommands) {
+  IngestServer server;
+  Pusher pusher(server.Url("app", "key?token=1"), Configuration());
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForPublish(0));
+  ASSERT_TRUE(pusher.SetStatus("null"));
+  ASSERT_TRUE(server.WaitForEnd(0));
+  const Record record = server.Get(0);
+  EXPECT_THAT(record.CommandNames(),
+              ElementsAre("connect", "releaseStream", "FCPublish", "createStream", "publish",
+                          "FCUnpublish", "deleteStream"));
+  EXPECT_EQ(record.commands[0].arguments.at(0).Text("app"), "app");
+  EXPECT_EQ(record.commands[4].arguments.at(1).text, "key?token=1");
+  EXPECT_EQ(record.commands[4].arguments.at(2).text, "live");
+  EXPECT_EQ(record.error, "");
+  EXPECT_THAT(console.Failures(), IsEmpty());
+  EXPECT_GE(
+      console.Count("connect server:" + server.Url("app", "key?token=1") + "," + Configuration()),
+      1u);
+}
+
+TEST_F(PusherWire, MessagesCarryFlvTagBodiesInFullHeaders) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  video.Push(AnnexB({Sps, Pps, Nal(IdrSlice, 4)}), true, 1500 * Millisecond, 1);
+  video.Push(AnnexB({Nal(InterSlice, 3)}, 3), false, 1541 * Millisecond - 1, 2);
+  audio.Push(AdtsFrame(10), true, 1520 * Millisecond, 1);
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 5));
+
+  const std::vector<Message> media = server.Get(0).Media();
+  ASSERT_EQ(media.size(), 5u);
+  const struct {
+    Bytes header;
+    Bytes body;
+  } expected[] = {
+      {{0x04, 0, 0, 0, 0, 0, 29, 9, 1, 0, 0, 0},  // channel 4, time, length, type, stream
+       {0x17, 0x00, 0,    0,    0,                // key frame, sequence header
+        0x01, 0x42, 0xC0, 0x1E, 0xFF, 0xE1,       // version, profile and level, one SPS
+        0x00, 0x09, 0x67, 0x42, 0xC0, 0x1E, 0xDA, 0x04, 0x03, 0x6C, 0x80,  //
+        0x01, 0x00, 0x04, 0x68, 0xCE, 0x3C, 0x80}},                        // one PPS
+      {{0x04, 0x00, 0x05, 0xDC, 0, 0, 13, 9, 1, 0, 0, 0},                  // 1500 ms
+       {0x17, 0x01, 0, 0, 0, 0, 0, 0, 4, 0x65, 0x81, 0x82, 0x83}},
+      {{0x04, 0, 0, 0, 0, 0, 4, 8, 1, 0, 0, 0}, {0xAF, 0x00, 0x12, 0x10}},
+      {{0x04, 0x00, 0x05, 0xF0, 0, 0, 5, 8, 1, 0, 0, 0},  // 1520 ms; no ADTS header
+       {0xAF, 0x01, 0x87, 0x88, 0x89}},
+      {{0x04, 0x00, 0x06, 0x04, 0, 0, 12, 9, 1, 0, 0, 0},  // 1540.999999 ms: cut
+       {0x27, 0x01, 0, 0, 0, 0, 0, 0, 3, 0x41, 0x81, 0x82}},
+  };
+  for (std::size_t i = 0; i < media.size(); ++i) {
+    EXPECT_EQ(media[i].header, expected[i].header) << "message " << i;
+    EXPECT_EQ(media[i].body, expected[i].body) << "message " << i;
+  }
+}
+
+TEST_F(PusherWire, LargeMessagesLeaveInChunksOf128Bytes) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  constexpr std::size_t Big = 2000000;  // does not fit the buffer that the pusher starts with
+  PushVideo(true, 0, 1000);
+  PushVideo(false, 40, Big);
+  PushAudio(0, 9000);  // nor does this one
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 5));
+  const Record record = server.Get(0);
+  EXPECT_THAT(record.OfType(SetChunkSizeMessage), IsEmpty());
+  for (const Message& message : record.Media()) {
+    ASSERT_EQ(message.formats.size(), (message.body.size() + 127) / 128);
+    EXPECT_EQ(message.formats[0], 0);
+  }
+  const Message& big = record.Media().back();
+  EXPECT_EQ(big.body.size(), Big + 9);
+  EXPECT_EQ(Bytes(big.body.begin() + 9, big.body.end()), Nal(InterSlice, Big));
+}
+
+TEST_F(PusherWire, TimeStampsPass24And32Bits) {
+  const struct {
+    std::int64_t time;
+    std::uint32_t field;
+    std::optional<std::uint32_t> extended;
+  } cases[] = {
+      {0xFFFFFE, 0xFFFFFE, std::nullopt}, {0xFFFFFF, 0xFFFFFF, 0xFFFFFF},
+      {0x1000005, 0xFFFFFF, 0x1000005},   {0xFFFFFFFF, 0xFFFFFF, 0xFFFFFFFF},
+      {0x100000000, 0, std::nullopt},     {0x100000028, 0x28, std::nullopt},
+  };
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  for (const auto& stamp : cases) PushVideo(true, stamp.time, 300);  // several chunks each
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 1 + std::size(cases)));
+  const std::vector<Message> media = server.Get(0).Media();
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_EQ(media[i + 1].timeField, cases[i].field);
+    EXPECT_EQ(media[i + 1].extended, cases[i].extended);
+    EXPECT_EQ(media[i + 1].time, static_cast<std::uint32_t>(cases[i].time));
+  }
+}
+
+TEST_F(PusherWire, PacketsInterleaveByTimeStampVideoFirst) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  for (const int time : {0, 40, 80}) PushVideo(time == 0, time);
+  for (const int time : {0, 20, 40, 60, 80}) PushAudio(time);
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 10));
+  EXPECT_THAT(Summary(server.Get(0)),
+              ElementsAre("v0", "V0", "a0", "A0", "A20", "V40", "A40", "A60", "V80", "A80"));
+}
+
+TEST_F(PusherWire, NoVideoIsSentBeforeTheFirstKeyFrame) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  for (const int time : {0, 40, 80, 120}) PushVideo(time == 80, time);
+  PushAudio(10);
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 5));
+  EXPECT_THAT(Summary(server.Get(0)), ElementsAre("a0", "A10", "v0", "V80", "V120"));
+}
+
+TEST_F(PusherWire, GapDropsFramesUntilTheNextKeyFrame) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  const auto push = [this](std::uint32_t sequence, bool key) {
+    video.Push(AccessUnit(key), key, sequence * Millisecond, sequence);
+  };
+  push(7, true);
+  push(8, false);
+  push(10, false);
+  push(11, false);
+  EXPECT_TRUE(Eventually([&] { return pusher.Get("rtmp_quality") == "100"; }));
+  push(12, true);
+  push(13, false);
+  ASSERT_TRUE(server.WaitForMedia(0, 5));
+  EXPECT_THAT(Summary(server.Get(0)), ElementsAre("v0", "V7", "V8", "V12", "V13"));
+  EXPECT_TRUE(Eventually([&] { return pusher.Get("rtmp_quality") == "0"; }));
+  EXPECT_THAT(console.Failures(), IsEmpty());
+}
+
+TEST_F(PusherWire, CloseEndsTheStreamWithAUserControlMessage) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  PushVideo(true, 0);
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 2));
+  pusher.Release();
+  ASSERT_TRUE(server.WaitForEnd(0));
+  const std::vector<Message> messages = server.Get(0).messages;
+  ASSERT_EQ(messages.back().type, UserControlMessage);
+  EXPECT_EQ(messages.back().chunkStream, 2u);
+  EXPECT_EQ(messages.back().body, (Bytes{0, 1,            // stream end
+                                         0, 0, 0, 20}));  // the object's fixed number
+}
+
+struct HostileMedia {
+  const char* what;
+  std::function<Held<stream::Media>()> make;
+  Bytes bytes;
+  std::vector<std::string> failures;
+};
+
+/// A media of the tests' samples with one parameter changed.
+Held<stream::Media> With(Held<stream::Media> media, const std::function<void(stream::Media&)>& f) {
+  f(*media);
+  return media;
+}
+
+class PusherMedia : public PusherTest, public testing::WithParamInterface<HostileMedia> {};
+
+TEST_P(PusherMedia, IsRefusedWithOneLineAndTheConnectionStays) {
+  IngestServer server;
+  const HostileMedia& hostile = GetParam();
+  Feed source("test-hostile", hostile.make());
+  Pusher pusher(server.Url(), RingConfiguration({"test-hostile"}));
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  source.Push(hostile.bytes, true, 0, 1);
+  std::vector<std::string> expected = hostile.failures;
+  expected.push_back("SendLoop: push pkt fail,try to reconnect");
+  ASSERT_TRUE(console.WaitFor("try to reconnect"));
+  EXPECT_THAT(console.Failures(), ElementsAreArray(expected));
+  EXPECT_EQ(pusher.Get("rtmp_sts"), "true");
+  pusher.Release();
+  ASSERT_TRUE(server.WaitForEnd(0));
+  for (const Message& message : server.Get(0).Media()) EXPECT_EQ(message.body.at(1), 0);
+  EXPECT_EQ(server.Connections(), 1u);
+}
+
+constexpr char SpsLine[] = "SendH264: !sps || isps < 4 || isps > 65535,isps=";
+constexpr char PpsLine[] = "SendH264: !pps || ipps > 65535,ipps=";
+constexpr char AdtsLine[] = "SendAAC: _adts_len < 0 || _adts_len > size,_adts_len=";
+
+INSTANTIATE_TEST_SUITE_P(
+    Hostile, PusherMedia,
+    testing::Values(HostileMedia{"ShortSps",
+                                 [] { return VideoMedia(Nal(0x67, 3)); },
+                                 AccessUnit(true),
+                                 {std::string(SpsLine) + "3"}},
+                    HostileMedia{"LongSps",
+                                 [] { return VideoMedia(Nal(0x67, 65536)); },
+                                 AccessUnit(true),
+                                 {std::string(SpsLine) + "65536"}},
+                    HostileMedia{"LongPps",
+                                 [] { return VideoMedia(Sps, Nal(0x68, 65536)); },
+                                 AccessUnit(true),
+                                 {std::string(PpsLine) + "65536"}},
+                    HostileMedia{"NullSps",
+                                 [] {
+                                   return With(VideoMedia(), [](auto& media) {
+                                     media.SetTyped("sps", &typeid(unsigned char*), 0);
+                                   });
+                                 },
+                                 AccessUnit(true),
+                                 {std::string(SpsLine) + "9"}},
+                    HostileMedia{"NullPps",
+                                 [] {
+                                   return With(VideoMedia(), [](auto& media) {
+                                     media.SetTyped("pps", &typeid(unsigned char*), 0);
+                                   });
+                                 },
+                                 AccessUnit(true),
+                                 {std::string(PpsLine) + "4"}},
+                    HostileMedia{"NegativeSpsLength",
+                                 [] {
+                                   return With(VideoMedia(),
+                                               [](auto& media) { media.SetInt("isps", -1); });
+                                 },
+                                 AccessUnit(true),
+                                 {std::string(SpsLine) + "4294967295"}},
+                    HostileMedia{"NoVideoParameters",
+                                 [] { return Held<stream::Media>(new stream::Media("h264")); },
+                                 AccessUnit(true),
+                                 {}},
+                    HostileMedia{"NegativeAdts",
+                                 [] { return AudioMedia(-1); },
+                                 AdtsFrame(20),
+                                 {std::string(AdtsLine) + "-1,size=20"}},
+                    HostileMedia{"AdtsBeyondThePacket",
+                                 [] { return AudioMedia(21); },
+                                 AdtsFrame(20),
+                                 {std::string(AdtsLine) + "21,size=20"}},
+                    HostileMedia{"NoAudioParameters",
+                                 [] { return Held<stream::Media>(new stream::Media("aac")); },
+                                 AdtsFrame(20),
+                                 {}}),
+    [](const auto& media) { return std::string(media.param.what); });
+
+TEST_F(PusherWire, OddPacketsAreDroppedAndTheStreamGoesOn) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  const Held<stream::IMedia> unknown(new stream::Media("opus"));
+  PacketForm noData{AccessUnit(true), true, 0, 1, video.Media()};
+  noData.nullData = true;
+  video.Push(NewPacket(noData));
+  video.Push(NewPacket({AccessUnit(true), true, 0, 1, nullptr}));
+  video.Push(NewPacket({AccessUnit(true), true, 0, 1, unknown.get()}));
+  PushVideo(true, 40);
+  noData.media = audio.Media();
+  audio.Push(NewPacket(noData));
+  PushAudio(40);
+  audio.Push({}, true, 50 * Millisecond, 2);  // shorter than its ADTS header
+  PushAudio(60, 7);                           // nothing behind it
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(server.WaitForMedia(0, 5));
+  EXPECT_THAT(Summary(server.Get(0)), ElementsAre("v0", "V40", "a0", "A40", "A60"));
+  EXPECT_EQ(server.Get(0).Media().back().body, (Bytes{0xAF, 0x01}));
+  EXPECT_THAT(console.Failures(),
+              testing::UnorderedElementsAre("SendH264: !pkt->Data()", "SendAAC: !pkt->Data()",
+                                            std::string(AdtsLine) + "7,size=0",
+                                            "SendLoop: push pkt fail,try to reconnect"));
+}
+
+}  // namespace
+}  // namespace nimbo::test
