@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +17,10 @@ class NIMBO_API CaptureSource {
  public:
   virtual ~CaptureSource();
 
+  /// [control] The codecs of its streams ("h264", "aac"), in their order, where they are known
+  /// before it is opened: each gets an output that configurations can link. An empty text is any
+  /// codec; no entries stand for one stream, whose codec the source's name may tell ("h264-0").
+  virtual std::vector<std::string> Outputs() const { return {}; }
   /// [control] Opens the source. Afterwards its streams are known. False with one console line that
   /// says what is wrong; Close is called all the same.
   virtual bool Open() = 0;
@@ -26,16 +29,17 @@ class NIMBO_API CaptureSource {
   /// [control] Begins to produce; the time stamps of all sources are those of CLOCK_MONOTONIC at
   /// which (or, for a file, as if) the picture or sound was taken.
   virtual bool Start() = 0;
-  /// [capturing] The next packet, whose media is one of Streams(); the caller gets its reference.
-  /// Waits until it is due. Null at the end of the source, after Abort, and on an error that was
-  /// told in one console line.
+  /// [capturing] The next packet; the caller gets its reference. Its media is one of Streams(), or,
+  /// where a stream changed its parameters, another one of that stream's codec. Waits until it is
+  /// due. Null at the end of the source, after Abort, and on an error that was told in one console
+  /// line.
   virtual stream::Packet* Read() = 0;
   /// [any] Ends a Read that waits, and every later one until the next Start.
   virtual void Abort() = 0;
   /// [control] No Read is under way.
   virtual void Close() = 0;
-  /// [any] True when packets come as fast as they are taken (a file or a pipe), so that a consumer
-  /// that is slow holds the source up instead of losing packets.
+  /// [any] True when the source can wait (a file or a pipe), so that a consumer that is slow holds
+  /// it up instead of losing packets.
   virtual bool Unpaced() const { return false; }
 };
 
@@ -46,6 +50,7 @@ class NIMBO_API CaptureRegistry {
   using Maker = std::function<std::unique_ptr<CaptureSource>(const std::string& name,
                                                              const base::AttrSet& options)>;
   static CaptureRegistry& Globle();
+  /// A source of the same name is replaced.
   void Add(std::string name, Maker maker);
   /// Makes the source `name`; loads the libav* module when the name is not known otherwise. Null
   /// with one console line that names the known ones.
@@ -53,6 +58,7 @@ class NIMBO_API CaptureRegistry {
   std::vector<std::string> Names() const;
 
  private:
+  const Maker* Find(const std::string& name) const;
   std::vector<std::pair<std::string, Maker>> _makers;
 };
 

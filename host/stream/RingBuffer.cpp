@@ -115,9 +115,7 @@ Packet** RingBuffer::Get(std::uint32_t position) {
   return Slot(position);
 }
 
-int RingBuffer::Wait(Reader& reader, bool& woken) {
-  return WaitUntil(reader, woken, std::nullopt);
-}
+int RingBuffer::Wait(Reader& reader, bool& woken) { return WaitUntil(reader, woken, std::nullopt); }
 
 int RingBuffer::WaitFor(Reader& reader, bool& woken, std::int64_t timeout) {
   return WaitUntil(reader, woken, DeadlineAfter(std::chrono::nanoseconds(timeout)));
@@ -182,8 +180,8 @@ void RingBuffer::RemoveReader(Reader& reader) {
     Member* member = Find(reader);
     if (!member) return;
     done = Unpin(*member);
-    const auto unused = std::find_if(_pins.begin(), _pins.end(),
-                                     [](const auto& pin) { return pin->readers == 0; });
+    const auto unused =
+        std::find_if(_pins.begin(), _pins.end(), [](const auto& pin) { return pin->readers == 0; });
     assert(unused != _pins.end());
     _pins.erase(unused);
     _members.erase(std::find_if(_members.begin(), _members.end(),

@@ -72,7 +72,8 @@ class NIMBO_API RingBuffer final : public PacketRing {
   void PinFor(Member& member);
   Packet* Unpin(Member& member);
 
-  // The mutex is the innermost one of all: nothing else is locked, and no packet released, under it.
+  // The mutex is the innermost one of all: nothing else is locked, and no packet released, under
+  // it.
   std::mutex _mutex;
   std::condition_variable _changed;  ///< a packet, an abort, a media, or the end of the ring
   std::condition_variable _left;     ///< the last waiting reader has left an ending ring

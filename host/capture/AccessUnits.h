@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/capture/ByteWindow.h"
+
+namespace nimbo::capture {
+
+/// One coded picture with what stands in front of it, in Annex B form. All views are valid until
+/// the reader is called again.
+struct AccessUnit {
+  const unsigned char* data = nullptr;
+  std::size_t size = 0;
+  std::uint64_t offset = 0;  ///< in the file, in bytes
+  bool key = false;          ///< an IDR picture
+  /// The last parameter sets in it, without start codes; null where there are none.
+  const unsigned char* sps = nullptr;
+  std::size_t spsSize = 0;
+  const unsigned char* pps = nullptr;
+  std::size_t ppsSize = 0;
+};
+
+/// Cuts an H.264 byte stream (ISO/IEC 14496-10, Annex B) into access units after 7.4.1.2.3: a unit
+/// ends in front of an access unit delimiter, parameter set or SEI behind a slice, and in front of
+/// a slice that starts a picture. It is therefore known when the next one starts.
+class NIMBO_API AccessUnitReader {
+ public:
+  enum class Result { Unit, End, Aborted, Failed };
+
+  explicit AccessUnitReader(ByteWindow& window) : _window(window) {}
+
+  /// The next unit. What is wrong, and at which byte, is in `error` after Failed. Bytes in front of
+  /// the first start code are passed over; parameter sets behind the last picture are dropped.
+  Result Next(AccessUnit& unit, std::string& error);
+  /// Forgets what it knows, after the window was taken back to the front.
+  void Reset();
+
+ private:
+  struct NalUnit {
+    unsigned int type = 0;
+    std::size_t start = 0;  ///< of its header, behind the start code
+    std::size_t end = 0;
+  };
+
+  bool FindStartCode(bool atEnd, std::size_t& position);
+  bool Take(std::size_t startCode);
+  void EndNal(std::size_t position);
+  void Fill(AccessUnit& unit, std::size_t end);
+
+  ByteWindow& _window;
+  std::size_t _used = 0;  ///< bytes of the unit that was given last
+  std::size_t _scan = 0;  ///< where the search for the next start code goes on
+  bool _in_unit = false;  ///< a start code was found
+  bool _has_slice = false;
+  bool _key = false;
+  bool _open = false;  ///< _nal has started and not ended
+  NalUnit _nal, _sps, _pps;
+};
+
+}  // namespace nimbo::capture

@@ -1,0 +1,147 @@
+#include "host/capture/ByteWindow.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <system_error>
+
+namespace nimbo::capture {
+
+namespace {
+
+constexpr std::size_t ReadSize = std::size_t{32} * 1024;
+/// No access unit is larger: level 5.2 allows about 5 MB for one.
+constexpr std::size_t LargestPiece = std::size_t{16} * 1024 * 1024;
+constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
+
+}  // namespace
+
+std::int64_t MonotonicNow() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::int64_t{now.tv_sec} * NanosecondsPerSecond + now.tv_nsec;
+}
+
+AbortEvent::AbortEvent() : _event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (_event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+}
+
+AbortEvent::~AbortEvent() { close(_event); }
+
+void AbortEvent::Set() { eventfd_write(_event, 1); }
+
+void AbortEvent::Clear() {
+  eventfd_t count = 0;
+  eventfd_read(_event, &count);
+}
+
+bool AbortEvent::IsSet() const {
+  pollfd wait{_event, POLLIN, 0};
+  return poll(&wait, 1, 0) > 0;
+}
+
+bool AbortEvent::WaitUntil(std::int64_t due) const {
+  pollfd wait{_event, POLLIN, 0};
+  for (;;) {
+    const std::int64_t left = std::max<std::int64_t>(due - MonotonicNow(), 0);
+    timespec timeout{};
+    timeout.tv_sec = static_cast<time_t>(left / NanosecondsPerSecond);
+    timeout.tv_nsec = static_cast<long>(left % NanosecondsPerSecond);
+    if (ppoll(&wait, 1, &timeout, nullptr) > 0) return false;
+    if (MonotonicNow() >= due) return true;
+  }
+}
+
+bool AbortEvent::WaitReadable(int descriptor) const {
+  pollfd waits[] = {{_event, POLLIN, 0}, {descriptor, POLLIN, 0}};
+  for (;;) {
+    if (poll(waits, std::size(waits), -1) < 0) continue;  // a signal
+    if (waits[0].revents != 0) return false;
+    if (waits[1].revents != 0) return true;
+  }
+}
+
+bool ByteWindow::Open(const std::string& path, std::string& error) {
+  Close();
+  // A named pipe is opened without waiting for its writer, so that an abort can end the wait.
+  _descriptor = path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                            : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (_descriptor < 0) {
+    error = std::strerror(errno);
+    return false;
+  }
+  struct stat status {};
+  fstat(_descriptor, &status);
+  if (S_ISDIR(status.st_mode)) {
+    error = std::strerror(EISDIR);
+    Close();
+    return false;
+  }
+  _seekable = S_ISREG(status.st_mode);
+  return true;
+}
+
+void ByteWindow::Close() {
+  if (_descriptor >= 0) close(_descriptor);
+  _descriptor = -1;
+  _memory.reset();
+  _capacity = _begin = _end = 0;
+  _offset = 0;
+}
+
+bool ByteWindow::Rewind() {
+  if (!_seekable || lseek(_descriptor, 0, SEEK_SET) != 0) return false;
+  _begin = _end = 0;
+  _offset = 0;
+  return true;
+}
+
+bool ByteWindow::MakeRoom() {
+  if (_capacity - _end >= ReadSize) return true;
+  const std::size_t size = Size();
+  if (size > LargestPiece - ReadSize) return false;
+  // Moving is cheap as long as the piece is at most half of the memory.
+  if (_capacity - size >= ReadSize && size <= _capacity / 2) {
+    std::memmove(_memory.get(), Data(), size);
+  } else {
+    const std::size_t capacity = std::max(size + ReadSize, _capacity + _capacity / 2);
+    std::unique_ptr<unsigned char[]> memory(new unsigned char[capacity]);
+    if (size != 0) std::memcpy(memory.get(), Data(), size);
+    _memory = std::move(memory);
+    _capacity = capacity;
+  }
+  _begin = 0;
+  _end = size;
+  return true;
+}
+
+ByteWindow::Result ByteWindow::More() {
+  if (!MakeRoom()) return Result::TooLarge;
+  for (;;) {
+    // A regular file can always be read; waiting for it only serves to see an abort.
+    if (!_abort.WaitReadable(_descriptor)) return Result::Aborted;
+    const ssize_t got = read(_descriptor, _memory.get() + _end, ReadSize);
+    if (got > 0) {
+      _end += static_cast<std::size_t>(got);
+      return Result::More;
+    }
+    if (got == 0) return Result::End;
+    if (errno == EINTR || errno == EAGAIN) continue;
+    _error = std::strerror(errno);
+    return Result::Failed;
+  }
+}
+
+void ByteWindow::Use(std::size_t size) {
+  _begin += size;
+  _offset += size;
+}
+
+}  // namespace nimbo::capture

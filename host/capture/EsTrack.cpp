@@ -1,0 +1,208 @@
+#include "host/capture/EsTrack.h"
+
+#include <cstring>
+
+#include "host/stream/Console.h"
+#include "host/stream/Media.h"
+
+namespace nimbo::capture {
+
+namespace {
+
+constexpr FrameRate UsualRate{30, 1};
+constexpr int LowComplexity = 1;
+constexpr int MostChannels = 2;
+/// How far the first start code, or the first parameter sets, may stand from the front.
+constexpr std::uint64_t SearchLimit = std::uint64_t{4} * 1024 * 1024;
+
+void Assign(std::vector<unsigned char>& to, const unsigned char* data, std::size_t size) {
+  to.assign(data, data + size);
+}
+
+bool Equal(const std::vector<unsigned char>& one, const unsigned char* data, std::size_t size) {
+  return one.size() == size && std::memcmp(one.data(), data, size) == 0;
+}
+
+}  // namespace
+
+EsTrack::~EsTrack() { Close(); }
+
+bool EsTrack::Open() {
+  std::string error;
+  if (!_window.Open(_path, error)) {
+    Fail(error);
+    return false;
+  }
+  switch (Peek()) {
+    case Result::Frame:
+      return true;
+    case Result::End:
+      Fail("the file is empty");
+      return false;
+    default:
+      return false;
+  }
+}
+
+void EsTrack::Close() {
+  _window.Close();
+  SetMedia(nullptr);
+  _found = false;
+  _frames = 0;
+  _sequence = 1;
+}
+
+EsTrack::Result EsTrack::Peek() {
+  if (_found) return Result::Frame;
+  std::string error;
+  const Result result = Find(_frame, error);
+  _found = result == Result::Frame;
+  return result == Result::Failed ? Fail(error) : result;
+}
+
+stream::Packet* EsTrack::Take(std::int64_t base) {
+  const auto size = static_cast<unsigned int>(_frame.size);
+  stream::HostPacket* packet = _pool.New(size);
+  std::memcpy(packet->Bytes(), _frame.data, size);
+  packet->Describe(size, _frame.key, base + Time(), _sequence++, _media);
+  ++_frames;
+  _found = false;
+  return packet;
+}
+
+bool EsTrack::Rewind() {
+  if (!_window.Rewind()) {
+    Fail("only a file can be played again");
+    return false;
+  }
+  Reset();
+  _frames = 0;
+  _found = false;
+  return true;
+}
+
+void EsTrack::SetMedia(stream::IMedia* media) {
+  if (_media) _media->Release();
+  _media = media;
+}
+
+EsTrack::Result EsTrack::Fail(const std::string& error) const {
+  stream::Refuse("es: ", _path == "-" ? "standard input" : _path, ": ", error);
+  return Result::Failed;
+}
+
+EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {
+  AccessUnit unit;
+  for (;;) {
+    switch (_reader.Next(unit, error)) {
+      case AccessUnitReader::Result::Unit:
+        break;
+      case AccessUnitReader::Result::End:
+        if (Media()) return Result::End;
+        error = "no H.264 picture with an SPS and a PPS in all of its " +
+                std::to_string(Window().Offset() + Window().Size()) +
+                " bytes: an H.264 stream in Annex B form is needed";
+        return Result::Failed;
+      case AccessUnitReader::Result::Aborted:
+        return Result::Aborted;
+      case AccessUnitReader::Result::Failed:
+        return Result::Failed;
+    }
+    if (!TakeParameters(unit, error)) return Result::Failed;
+    if (Media()) {
+      frame = {unit.data, unit.size, unit.key};
+      return Result::Frame;
+    }
+    // Pictures in front of the first parameter sets cannot be decoded.
+    if (unit.offset > SearchLimit) {
+      error = std::string("no ") + (_sps.empty() ? "SPS" : "PPS") + " found up to byte " +
+              std::to_string(unit.offset);
+      return Result::Failed;
+    }
+  }
+}
+
+bool EsVideoTrack::TakeParameters(const AccessUnit& unit, std::string& error) {
+  const bool new_sps = unit.sps && !Equal(_sps, unit.sps, unit.spsSize);
+  const bool new_pps = unit.pps && !Equal(_pps, unit.pps, unit.ppsSize);
+  if (new_sps) Assign(_sps, unit.sps, unit.spsSize);
+  if (new_pps) Assign(_pps, unit.pps, unit.ppsSize);
+  if (_sps.empty() || _pps.empty() || (Media() && !new_sps && !new_pps)) return true;
+  SpsInfo info;
+  if (!ParseSps(_sps.data(), _sps.size(), info)) {
+    const std::uint64_t behind = unit.sps ? static_cast<std::uint64_t>(unit.sps - unit.data) : 0;
+    error = "the SPS at byte " + std::to_string(unit.offset + behind) + " is damaged";
+    return false;
+  }
+  // Times count frames, so the rate stays what it was for the first one.
+  if (!Media()) SetRate(_asked.frames ? _asked : info.rate.frames ? info.rate : UsualRate);
+  SetMedia(stream::NewH264Media(info.width, info.height, _sps, _pps));
+  return true;
+}
+
+EsTrack::Result EsAudioTrack::Find(Frame& frame, std::string& error) {
+  Window().Use(_used);
+  _used = 0;
+  Result result = Need(AdtsHeaderSize, error);
+  if (result != Result::Frame) return result;
+  AdtsHeader header;
+  if (!ParseAdts(Window().Data(), Window().Size(), header)) {
+    error = "no ADTS header at byte " + std::to_string(Window().Offset()) +
+            ": AAC in ADTS frames is needed";
+    return Result::Failed;
+  }
+  if (header.rawBlocks != 1) {
+    error = "the ADTS frame at byte " + std::to_string(Window().Offset()) + " holds " +
+            std::to_string(header.rawBlocks) + " raw data blocks: encode it with one a frame";
+    return Result::Failed;
+  }
+  const auto size = static_cast<std::size_t>(header.frame);
+  result = Need(size, error);
+  if (result != Result::Frame) return result;
+  TakeParameters(header);
+  _used = size;
+  frame = {Window().Data(), size, true};
+  return Result::Frame;
+}
+
+/// Reads until `size` bytes of a frame are there. Result::End only where no frame has begun.
+EsTrack::Result EsAudioTrack::Need(std::size_t size, std::string& error) {
+  while (Window().Size() < size) {
+    switch (Window().More()) {
+      case ByteWindow::Result::More:
+        break;
+      case ByteWindow::Result::End:
+        if (Window().Size() == 0) return Result::End;
+        error = "the ADTS frame at byte " + std::to_string(Window().Offset()) +
+                " is cut off after " + std::to_string(Window().Size()) + " bytes";
+        return Result::Failed;
+      case ByteWindow::Result::Aborted:
+        return Result::Aborted;
+      case ByteWindow::Result::TooLarge:
+      case ByteWindow::Result::Failed:
+        error =
+            Window().Error() + " at byte " + std::to_string(Window().Offset() + Window().Size());
+        return Result::Failed;
+    }
+  }
+  return Result::Frame;
+}
+
+void EsAudioTrack::Reset() { _used = 0; }
+
+void EsAudioTrack::TakeParameters(const AdtsHeader& header) {
+  if (Media() && header.length == _header.length && header.profile == _header.profile &&
+      header.rate == _header.rate && header.channels == _header.channels) {
+    return;
+  }
+  if (header.profile != LowComplexity || header.channels < 1 || header.channels > MostChannels) {
+    stream::Explain("es: ", Path(), ": this is not AAC LC in mono or stereo (profile ",
+                    header.profile, ", ", header.channels,
+                    " channels), which is all that players of the published stream are told");
+  }
+  if (!Media()) SetRate({static_cast<std::uint32_t>(header.rate), AacFrameSamples});
+  SetMedia(stream::NewAacMedia(header.length, header.profile, header.channels, header.rate));
+  _header = header;
+}
+
+}  // namespace nimbo::capture

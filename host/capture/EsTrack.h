@@ -1,0 +1,111 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/capture/AccessUnits.h"
+#include "host/capture/Adts.h"
+#include "host/capture/ByteWindow.h"
+#include "host/capture/Sps.h"
+#include "host/stream/PacketPool.h"
+#include "nimbo/stream/media.h"
+
+namespace nimbo::capture {
+
+/// One elementary stream in a file or pipe: it finds the frames, numbers and times them. A frame's
+/// time counts from the first frame of the file.
+class NIMBO_API EsTrack {
+ public:
+  enum class Result { Frame, End, Aborted, Failed };
+
+  EsTrack(std::string path, const AbortEvent& abort) : _path(std::move(path)), _window(abort) {}
+  virtual ~EsTrack();
+  EsTrack(const EsTrack&) = delete;
+  EsTrack& operator=(const EsTrack&) = delete;
+
+  /// [control] Opens the file and reads up to its first frame, which tells the media. False with
+  /// one console line.
+  bool Open();
+  /// [control]
+  void Close();
+  /// What the frame that Peek found belongs to. It changes when the stream's parameters do.
+  stream::IMedia* Media() const { return _media; }
+
+  /// [capturing] Finds the next frame, which stays the next one until it is taken. A failure has
+  /// been told in one console line.
+  Result Peek();
+  /// Time in nanoseconds of the frame that Peek found, or, at the end, of the stream's end.
+  std::int64_t Time() const { return TimeOf(_frames, _rate); }
+  /// [capturing] The frame as a packet whose time stamp is Time() and `base`.
+  stream::Packet* Take(std::int64_t base);
+  /// [capturing] Starts again at the first frame. The numbers of the packets go on. False with one
+  /// console line for a pipe.
+  bool Rewind();
+
+ protected:
+  struct Frame {
+    const unsigned char* data;
+    std::size_t size;
+    bool key;
+  };
+
+  /// Finds the next frame, states its media with SetMedia, and drops the one before. A failure is
+  /// described in `error`.
+  virtual Result Find(Frame& frame, std::string& error) = 0;
+  virtual void Reset() = 0;
+
+  const std::string& Path() const { return _path; }
+  ByteWindow& Window() { return _window; }
+  /// Takes over the reference to `media`.
+  void SetMedia(stream::IMedia* media);
+  void SetRate(const FrameRate& rate) { _rate = rate; }
+
+ private:
+  Result Fail(const std::string& error) const;
+
+  std::string _path;
+  ByteWindow _window;
+  stream::PacketPool _pool;
+  stream::IMedia* _media = nullptr;  ///< one reference
+  FrameRate _rate{1, 1};
+  std::uint64_t _frames = 0;    ///< taken since the front of the file
+  std::uint32_t _sequence = 1;  ///< of the next packet; 0 would mean "none" to some consumers
+  bool _found = false;
+  Frame _frame{};
+};
+
+/// H.264 in Annex B form.
+class NIMBO_API EsVideoTrack final : public EsTrack {
+ public:
+  /// `rate` is {0, 1} when the stream is to tell it.
+  EsVideoTrack(std::string path, const AbortEvent& abort, const FrameRate& rate)
+      : EsTrack(std::move(path), abort), _asked(rate), _reader(Window()) {}
+
+ private:
+  Result Find(Frame& frame, std::string& error) override;
+  void Reset() override { _reader.Reset(); }
+  bool TakeParameters(const AccessUnit& unit, std::string& error);
+
+  FrameRate _asked;
+  AccessUnitReader _reader;
+  std::vector<unsigned char> _sps;
+  std::vector<unsigned char> _pps;
+};
+
+/// AAC in ADTS frames.
+class NIMBO_API EsAudioTrack final : public EsTrack {
+ public:
+  EsAudioTrack(std::string path, const AbortEvent& abort) : EsTrack(std::move(path), abort) {}
+
+ private:
+  Result Find(Frame& frame, std::string& error) override;
+  void Reset() override;
+  void TakeParameters(const AdtsHeader& header);
+  Result Need(std::size_t size, std::string& error);
+
+  std::size_t _used = 0;  ///< bytes of the frame that was given last
+  AdtsHeader _header;     ///< of the frame before; length 0 when there was none
+};
+
+}  // namespace nimbo::capture
