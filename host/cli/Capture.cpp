@@ -1,0 +1,153 @@
+#include "host/cli/Capture.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "host/base/Pin.h"
+#include "host/stream/RingBuffer.h"
+#include "host/stream/State.h"
+#include "nimbo/stream/factory.h"
+
+namespace nimbo::cli {
+
+const char* const DefaultEncoder = "h264-0,W=1920,H=1080,fr=30,br=6000000,gopTypeStr=ibbp,gop=30";
+
+namespace {
+
+/// Files that hold nothing but one stream, which the host reads itself, by the end of their names.
+struct Elementary {
+  const char* suffix;
+  const char* key;
+};
+constexpr Elementary ElementaryFiles[] = {
+    {".h264", "video"}, {".264", "video"}, {".aac", "audio"}, {".adts", "audio"}};
+
+const char* ElementaryKey(const std::string& input) {
+  for (const auto& file : ElementaryFiles) {
+    const std::string suffix = file.suffix;
+    if (input.size() > suffix.size() &&
+        std::equal(suffix.rbegin(), suffix.rend(), input.rbegin(),
+                   [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); }))
+      return file.key;
+  }
+  return nullptr;
+}
+
+/// Texts in braces are taken as they are, so long as their own braces match.
+bool BracesMatch(const std::string& text) {
+  int depth = 0;
+  for (const char character : text) {
+    if (character == '{') ++depth;
+    if (character == '}' && --depth < 0) return false;
+  }
+  return depth == 0;
+}
+
+bool CheckInput(const std::string& input, std::string& error) {
+  if (!BracesMatch(input)) {
+    error = "the name \"" + input + "\" has a brace without its other half, which cannot be given";
+    return false;
+  }
+  if (input.find("://") != std::string::npos) return true;
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(input.c_str(), "rb"), std::fclose);
+  if (!file) error = "cannot open \"" + input + "\": " + std::strerror(errno);
+  return file != nullptr;
+}
+
+std::string CameraText(const std::string& encoder) {
+  return "type=pipeline,serialize={shm-source:connect={pv:" + encoder +
+         ",plenckeys=vfrc-fifo}+fifofilter:max=60+RingSink}+type=pipeline,serialize={shm-source:"
+         "connect={pv:aac-1,plenckeys=fifo}+fifofilter:max=128+RingSink}";
+}
+
+}  // namespace
+
+bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error) {
+  if (!options.configuration.empty()) {
+    text = options.configuration;
+    return true;
+  }
+  if (options.inputs.empty()) {
+    text = CameraText(options.encoder.empty() ? DefaultEncoder : options.encoder);
+    return true;
+  }
+  std::string elementary;
+  for (const auto& input : options.inputs) {
+    if (!CheckInput(input, error)) return false;
+    const char* key = ElementaryKey(input);
+    if (!key && options.inputs.size() > 1) {
+      error = "several inputs are one elementary video and one elementary audio file, which \"" +
+              input + "\" is not";
+      return false;
+    }
+    if (key && elementary.find("," + std::string(key) + "=") != std::string::npos) {
+      error = "\"" + input + "\" is a second " + key + " file";
+      return false;
+    }
+    if (key) elementary += "," + std::string(key) + "={" + input + "}";
+  }
+  text = elementary.empty()
+             ? "type=pipeline,serialize={av-source:url={" + options.inputs[0] + "}+RingSink}"
+             : "type=pipeline,serialize={shm-source:connect={pv:es" + elementary + "}+RingSink}";
+  return true;
+}
+
+bool CaptureView::Find() {
+  _application = nullptr;
+  for (auto& pin : base::Pin::All(stream::Factory::Globle()))
+    if (auto* application = dynamic_cast<stream::Application*>(&*pin)) _application = application;
+  return _application != nullptr;
+}
+
+CaptureCount CaptureView::Count() const {
+  CaptureCount count;
+  for (auto* ring : Rings()) {
+    const auto* media = ring->Media(std::chrono::nanoseconds(1));
+    if (!media) continue;
+    const bool video = base::Hash(media->Codec()) == base::Hash("h264");
+    (video ? count.videoPackets : count.audioPackets) += ring->WritePosition();
+  }
+  for (auto* element : Elements()) {
+    std::string bytes;
+    if (element->HostState().ring && element->GetStr("bytes", bytes))
+      count.bytes += std::strtoull(bytes.c_str(), nullptr, 10);
+  }
+  return count;
+}
+
+bool CaptureView::Finished() const {
+  bool sources = false;
+  for (auto* element : Elements()) {
+    std::string ended;
+    if (!element->GetStr("ended", ended)) continue;
+    if (ended != "true") return false;
+    sources = true;
+  }
+  const auto rings = Rings();
+  return sources && std::all_of(rings.begin(), rings.end(), [](auto* ring) {
+           auto* buffer = dynamic_cast<stream::RingBuffer*>(ring);
+           return !buffer || buffer->Unread() == 0;
+         });
+}
+
+std::vector<stream::PacketRing*> CaptureView::Rings() const {
+  std::vector<stream::PacketRing*> rings;
+  _application->OutputList(rings, true);
+  return rings;
+}
+
+std::vector<stream::IElement*> CaptureView::Elements() const {
+  std::vector<stream::IElement*> elements;
+  for (auto* pipeline : _application->HostState().pipelines) {
+    const auto& own = pipeline->HostState().elements;
+    elements.insert(elements.end(), own.begin(), own.end());
+  }
+  return elements;
+}
+
+}  // namespace nimbo::cli

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "nimbo/stream/application.h"
+#include "nimbo/stream/element.h"
+#include "nimbo/stream/packet_ring.h"
+
+namespace nimbo::cli {
+
+/// What a pusher is to publish: a whole configuration text, files, or an encoder of the camera.
+struct CaptureOptions {
+  std::string encoder;
+  std::string configuration;
+  std::vector<std::string> inputs;
+};
+
+/// The selection that is published when nothing is asked for.
+extern const char* const DefaultEncoder;
+
+/// The configuration text of the capture application. False, with the reason in `error`, for an
+/// input that cannot be read or named in such a text.
+bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error);
+
+/// What has arrived in the rings of a capture application.
+struct CaptureCount {
+  std::uint64_t videoPackets = 0;
+  std::uint64_t audioPackets = 0;
+  std::uint64_t bytes = 0;
+};
+
+/// Looks into the capture application of a pusher, which is the newest application that there is.
+/// It must not be used any more once that pusher was closed. [control]
+class CaptureView {
+ public:
+  /// Looks for the application; false when there is none.
+  bool Find();
+  CaptureCount Count() const;
+  /// True when every source has come to its end and all its packets were taken out of the rings.
+  bool Finished() const;
+
+ private:
+  std::vector<stream::PacketRing*> Rings() const;
+  std::vector<stream::IElement*> Elements() const;
+
+  stream::Application* _application = nullptr;
+};
+
+}  // namespace nimbo::cli

@@ -1,0 +1,160 @@
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "host/base/Guard.h"
+#include "host/cli/Capture.h"
+#include "host/cli/Console.h"
+#include "host/cli/StatusLine.h"
+#include "host/cli/Subcommand.h"
+#include "nimbo/stream/service.h"
+
+namespace nimbo::cli {
+
+namespace {
+
+struct PushOptions {
+  std::string url = RTMP_DEFAULT_URL;
+  CaptureOptions capture;
+  double duration = 0;  ///< seconds; 0 without limit
+};
+
+using Clock = ControlLoop::Clock;
+
+/// How long after the last packet was taken out of the rings the pusher may still be sending it: it
+/// waits up to half a second for a packet of the other stream before it sends one.
+constexpr std::chrono::milliseconds Lag{1000};
+/// How often the end of the input is looked for.
+constexpr std::chrono::milliseconds LookPeriod{250};
+
+/// Publishes through a pusher service, which is made as the command "rtmp" makes it.
+class Push {
+ public:
+  Push(const PushOptions& options, ControlLoop& loop) : _options(options), _loop(loop) {}
+
+  int Run() {
+    std::string error;
+    std::string configuration;
+    if (!CaptureConfiguration(_options.capture, configuration, error)) {
+      Complain("nimbo-host: " + error);
+      return Failed;
+    }
+    if (!base::Guarded("push", false, [&] { return Start(configuration); })) {
+      Complain("nimbo-host: could not start publishing to " + _options.url);
+      return Failed;
+    }
+    Serve();
+    const bool connected = Property("rtmp_sts") == "true";
+    Complete();
+    if (!connected) Complain("nimbo-host: the connection to the server was lost");
+    return connected ? Succeeded : Failed;
+  }
+
+ private:
+  bool Start(const std::string& configuration) {
+    _pusher = stream::Service::New("RtmpStreamPusher", "rtmp-pusher-service", nullptr);
+    return _pusher && _pusher->Set("addr", _options.url.c_str()) &&
+           _pusher->Set("cfg", configuration.c_str()) && _pusher->Set("status", "play") &&
+           _view.Find();
+  }
+
+  /// Until a signal, the end of the duration or the end of the input.
+  void Serve() {
+    _start = Clock::now();
+    auto next = _start;
+    Clock::time_point finished = Clock::time_point::max();
+    auto end = Clock::time_point::max();
+    if (_options.duration > 0)
+      end = _start + std::chrono::duration_cast<Clock::duration>(
+                         std::chrono::duration<double>(_options.duration));
+    while (true) {
+      const auto now = Clock::now();
+      if (!_view.Finished())
+        finished = Clock::time_point::max();
+      else if (finished == Clock::time_point::max())
+        finished = now + Lag;
+      if (now >= end || now >= finished) break;
+      if (now >= next) {
+        _meter.Add(now, _view.Count().bytes);
+        _line.Show(Status(now));
+        next = now + _line.Period();
+      }
+      const auto wake = std::min({end, finished, next, now + LookPeriod});
+      if (_loop.Wait(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
+    }
+    _stop = Clock::now();
+    _count = _view.Count();
+    _line.End();
+  }
+
+  /// Takes the pusher down, which sends what is left, and says what was published.
+  void Complete() {
+    _pusher->Release();
+    const std::chrono::duration<double> time = _stop - _start;
+    const double rate =
+        time.count() > 0 ? 8.0 * static_cast<double>(_count.bytes) / time.count() : 0;
+    std::array<char, 160> text{};
+    std::snprintf(text.data(), text.size(), "Published %.1f s: %llu video and %llu audio packets, ",
+                  time.count(), static_cast<unsigned long long>(_count.videoPackets),
+                  static_cast<unsigned long long>(_count.audioPackets));
+    std::fprintf(stderr, "%s%s\n", text.data(), BitRateText(rate).c_str());
+  }
+
+  std::string Property(const char* name) const {
+    std::string value;
+    return _pusher->GetStr(name, value) ? value : "?";
+  }
+
+  std::string Status(Clock::time_point now) const {
+    const auto count = _view.Count();
+    const std::chrono::duration<double> time = now - _start;
+    std::array<char, 96> text{};
+    std::snprintf(text.data(), text.size(), "%7.1f s  video %llu  audio %llu  ", time.count(),
+                  static_cast<unsigned long long>(count.videoPackets),
+                  static_cast<unsigned long long>(count.audioPackets));
+    return text.data() + BitRateText(_meter.BitsPerSecond()) +
+           "  rtmp_sts=" + Property("rtmp_sts") + "  rtmp_quality=" + Property("rtmp_quality");
+  }
+
+  const PushOptions& _options;
+  ControlLoop& _loop;
+  stream::Service* _pusher = nullptr;
+  CaptureView _view;
+  CaptureCount _count;
+  RateMeter _meter;
+  StatusLine _line;
+  Clock::time_point _start;
+  Clock::time_point _stop;
+};
+
+}  // namespace
+
+void AddPush(CLI::App& program, const Choose& chosen) {
+  const auto options = std::make_shared<PushOptions>();
+  auto* push = program.add_subcommand("push", "Publish through the stand-alone pusher service");
+  push->add_option("--url", options->url, "Publish to this address")->capture_default_str();
+  auto* encoder = push->add_option("--encoder", options->capture.encoder,
+                                   "Publish this selection of the camera's encoder");
+  encoder->default_str(DefaultEncoder);
+  auto* cfg = push->add_option("--cfg", options->capture.configuration,
+                               "Publish the rings of this whole capture configuration");
+  push->add_option("--input", options->capture.inputs,
+                   "Publish this file, device or address; for elementary streams the host reads\n"
+                   "*.h264 and *.aac itself, one of each with the option given twice")
+      ->allow_extra_args(false)
+      ->excludes(encoder)
+      ->excludes(cfg);
+  cfg->excludes(encoder);
+  push->add_option("--duration", options->duration, "Stop after so many seconds")
+      ->check(CLI::PositiveNumber);
+  push->footer(
+      "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
+      "signal ends it at once. A lost connection is made again without limit.\n"
+      "Exit codes: 0 published, 1 could not start, or not connected when it ended, 2 wrong usage.");
+  push->final_callback([options, chosen] {
+    chosen([options](ControlLoop& loop) { return Push(*options, loop).Run(); });
+  });
+}
+
+}  // namespace nimbo::cli
