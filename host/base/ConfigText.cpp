@@ -62,7 +62,7 @@ class Reader {
   }
   bool NoZeroByte() {
     const std::size_t zero = _text.find('\0');
-    return zero == End || Fault(zero, zero, ZeroByte);
+    return zero == End || Fault(zero, zero + 1, ZeroByte);
   }
   bool Fault(std::size_t from, std::size_t to, const char* reason);
 

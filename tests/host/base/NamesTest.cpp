@@ -1,0 +1,67 @@
+#include "nimbo/base/names.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace nimbo::base {
+namespace {
+
+TEST(HashTest, KnownTextsHaveTheirPublishedValues) {
+  EXPECT_EQ(Hash(nullptr), 0u);
+  EXPECT_EQ(Hash(""), 0x811C9DC5u);
+  EXPECT_EQ(Hash("a"), 0xE40C292Cu);
+  EXPECT_EQ(Hash("rtmp-client"), 0x1C2FF402u);
+}
+
+TEST(HashTest, OnlyAsciiCapitalsAreFolded) {
+  EXPECT_EQ(Hash("RTMP-Client"), Hash("rtmp-client"));
+  EXPECT_NE(Hash("\xC4"), Hash("\xE4"));  // the Latin-1 capital and small letter
+  EXPECT_NE(Hash("@"), Hash("`"));        // the neighbours of the letters' range
+  EXPECT_NE(Hash("["), Hash("{"));
+}
+
+std::vector<std::uint32_t> Values(const Arr32& list) { return {list.begin(), list.end()}; }
+
+TEST(Arr32Test, EmptyPartsAndNullTextsAppendNothing) {
+  Arr32 list;
+  list.Add(nullptr, '-');
+  list.Add("-a--b-", '-');
+  EXPECT_EQ(Values(list), (std::vector<std::uint32_t>{Hash("a"), Hash("b")}));
+}
+
+TEST(Arr32Test, CopiesAreIndependentBeyondTheInlineCapacity) {
+  Arr32 list;
+  std::vector<std::uint32_t> expected;
+  for (std::uint32_t value = 0; value < 5 * Arr32::InlineCapacity; ++value) {
+    list.Add(value);
+    expected.push_back(value);
+  }
+  Arr32 copy(list);
+  Arr32 assigned;
+  assigned.Add(99);
+  assigned = list;
+  list.Clear();
+  list.Add(7);
+  EXPECT_EQ(Values(copy), expected);
+  EXPECT_EQ(Values(assigned), expected);
+  EXPECT_TRUE(copy.ContainsAll(list));
+  EXPECT_FALSE(list.ContainsAll(copy));
+  EXPECT_TRUE(list.ContainsAll(Arr32()));
+}
+
+struct Named : object_keywords {};
+
+TEST(NameRecordTest, ANullNameLeavesTheRecordAsItIs) {
+  Named named;
+  EXPECT_EQ(named.ID(), 0u);
+  EXPECT_TRUE(named.Name("EleDemo-demo"));
+  EXPECT_TRUE(named.Name(static_cast<const char*>(nullptr)));
+  EXPECT_EQ(named.Name(), "EleDemo-demo");
+  EXPECT_EQ(named.Order(), Hash("eledemo-DEMO"));
+  named.Name("other");
+  EXPECT_EQ(Values(named.Keywords()), std::vector<std::uint32_t>{Hash("other")});
+}
+
+}  // namespace
+}  // namespace nimbo::base

@@ -1,0 +1,80 @@
+#include "host/base/PluginLoader.h"
+
+#include <gtest/gtest.h>
+
+#include "host/base/CommandTable.h"
+#include "nimbo/base/command.h"
+#include "tests/support/ConsoleCapture.h"
+
+namespace nimbo::base {
+namespace {
+
+std::string PluginPath() { return PluginLoader::OwnFolder() + "libbase_test_plugin.so"; }
+
+template <class Result>
+Result Call(const char* name) {
+  const auto function = reinterpret_cast<Result (*)()>(PluginLoader::Globle().Symbol(name));
+  return function ? function() : Result();
+}
+
+TEST(PluginLoaderTest, APluginIsRegisteredOnceInItsOrderAndItsExceptionsAreTold) {
+  PluginLoader& loader = PluginLoader::Globle();
+  const std::size_t before = loader.Names().size();
+  test::ConsoleCapture console;
+  EXPECT_FALSE(loader.Load(PluginPath()));
+  EXPECT_EQ(console.Text(),
+            "\033[31mplug-in SampleThrowing: an exception escaped: no classes today\n\033[0m");
+  EXPECT_STREQ(Call<const char*>("fwSampleCalls"), "SampleEarly;SampleThrowing;SampleLate;");
+  EXPECT_TRUE(loader.Load(PluginPath())) << "loaded and told already";
+  EXPECT_STREQ(Call<const char*>("fwSampleCalls"), "SampleEarly;SampleThrowing;SampleLate;");
+  EXPECT_EQ(loader.Names().size(), before + 3);
+  EXPECT_EQ(loader.Libraries().back(), PluginPath());
+}
+
+TEST(PluginLoaderTest, OnlyThePluginsOwnFunctionsAreFound) {
+  PluginLoader& loader = PluginLoader::Globle();
+  loader.Load(PluginPath());
+  EXPECT_EQ(loader.Exports("fwSample"),
+            (std::vector<std::string>{"fwSampleAnswer", "fwSampleCalls"}));
+  EXPECT_TRUE(loader.Exports("fwOther").empty());
+  EXPECT_EQ(Call<int>("fwSampleAnswer"), 42);
+  for (const char* name : {"fwSampleHidden", "fwSampleData", "fwSample", "printf", ""}) {
+    EXPECT_EQ(loader.Symbol(name), nullptr) << name;
+  }
+}
+
+TEST(PluginLoaderTest, WhatCannotBeLoadedIsToldInOneLine) {
+  test::ConsoleCapture console;
+  EXPECT_FALSE(PluginLoader::Globle().Load("./no-such-plugin.so"));
+  ASSERT_EQ(console.Lines().size(), 1u);
+  EXPECT_EQ(console.Count("cannot load the plug-in: ./no-such-plugin.so"), 1u);
+  EXPECT_EQ(ReflectAdd(nullptr, 0, "Nothing"), -1);
+}
+
+TEST(CommandTableTest, ACommandsResultAndItsExceptionsReachTheCaller) {
+  PluginLoader::Globle().Load(PluginPath());
+  const CommandTable::Handler* handler = CommandTable::Globle().Find("sample");
+  ASSERT_NE(handler, nullptr);
+  AttrSet good("p0=good"), bad("p0=bad"), none;
+  EXPECT_TRUE((*handler)(good));
+  EXPECT_FALSE((*handler)(bad));
+  test::ConsoleCapture console;
+  EXPECT_FALSE((*handler)(none));
+  EXPECT_EQ(console.Text(), "\033[31mcommand sample: an exception escaped: p0 is missing\n\033[0m");
+}
+
+TEST(CommandTableTest, ALaterCommandReplacesTheEarlierOfItsName) {
+  CommandTable table;
+  AttrSet attrs;
+  EXPECT_EQ(table.Add("a", [](AttrSet&) { return false; }), 0);
+  EXPECT_EQ(table.Add("b", [](AttrSet&) { return false; }), 1);
+  EXPECT_EQ(table.Add("a", [](AttrSet&) { return true; }), 0);
+  EXPECT_EQ(table.Names(), (std::vector<std::string>{"a", "b"}));
+  EXPECT_TRUE((*table.Find("a"))(attrs));
+  EXPECT_EQ(table.Find("c"), nullptr);
+  EXPECT_EQ(table.Add(nullptr, [](AttrSet&) { return true; }), -1);
+  EXPECT_EQ(table.Add("c", nullptr), -1);
+}
+
+}  // namespace
+}  // namespace nimbo::base
