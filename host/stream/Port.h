@@ -52,7 +52,7 @@ class NIMBO_API Port : public IPort {
   /// dropped and delivery to that element pauses for one second, which Interrupt ends: packets
   /// offered meanwhile wait with the caller, and are not taken when they were interrupted. An
   /// exception that escapes becomes one console line and a false result. False when the packet was
-  /// not taken.
+  /// not taken. The element gets its input as `from`, a Port*.
   bool Deliver(Packet& packet);
   /// [any] Ends a pause of Deliver; further pauses end at once until Resume. The status machine
   /// calls both for the outputs of every element: Resume before Start, Interrupt before Stop.

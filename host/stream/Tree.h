@@ -39,9 +39,9 @@ NIMBO_API Object* FindObject(const std::string& path);
 NIMBO_API std::optional<base::Pin> PinObject(const std::string& path);
 
 /// [control] The port that `text` names: ELEMENT-PATH.outN or .inN (counted from 0), .out or .in
-/// (the first free one), or the hexadecimal address of a live port. Null, with one yellow line that
-/// says what is wrong, when there is none. The text "0" is a null port, without a line.
-NIMBO_API IPort* FindPort(const std::string& text);
+/// (the first free one), or the hexadecimal address of a live port, 0 for a null one. False, with
+/// one yellow line that says what is wrong, when there is no such port.
+NIMBO_API bool FindPort(const std::string& text, IPort*& port);
 /// [any] The text form of a port's address, which FindPort reads.
 NIMBO_API std::string PortAddress(const IPort* port);
 

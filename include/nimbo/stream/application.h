@@ -10,7 +10,7 @@
 namespace nimbo::stream {
 
 /// A set of pipelines that are built from one configuration text and change their status together.
-/// Property "serialize": the configuration text.
+/// Properties: "serialize", the configuration text; "status", read only.
 class NIMBO_API Application : public Object {
  public:
   Application();
@@ -18,11 +18,17 @@ class NIMBO_API Application : public Object {
   ~Application() override;
 
   /// [control] Adds the packet rings of all its ring sinks to `list`, in the order of the
-  /// configuration. `ready` asks only for rings whose media is known or about to be.
-  bool OutputList(std::vector<PacketRing*>& list, bool ready);
+  /// configuration. `readyOnly` asks only for rings whose media is known or about to be.
+  bool OutputList(std::vector<PacketRing*>& list, bool readyOnly);
+
+  /// [control] Builds the pipelines that `text` describes in place of those there are, which the
+  /// status null allows. False, with one console line and no pipelines, when it cannot.
+  bool SetSerialize(std::string text);
+  std::string GetSerialize() const;
 
   bool StatusUp(Status to) override;
   bool StatusDown(Status to) override;
+  bool afterStatusDown(Status to) override;
 
   struct State;
   /// The reference host's own side of the object.

@@ -22,10 +22,18 @@ class NIMBO_API IElement : public Object {
   /// whose settings are not texts of `key=value` it is what that class says. Null on failure.
   static IElement* New(const char* type, const char* name, Pipeline* pipeline, const char* cfg);
 
-  /// [control] Adds a port for the capabilities `caps`; `direction` is "in" or "out". Null on
-  /// failure.
+  /// [control] Leaves the pipeline before the object is destroyed.
+  void Release() override;
+  /// [control] Enters the pipeline that `owner` is. An override calls this one, which takes `cfgs`
+  /// as settings, or passes null for it.
+  bool Initialize(const char* type, const char* name, const char* cfgs,
+                  base::object* owner) override;
+
+  /// [control] Adds a port for the capabilities `caps` (null or empty: any); `direction` is "in" or
+  /// "out". Null on failure.
   virtual IPort* PortAdd(const char* caps, const char* direction);
-  /// [control] Links this element's next free output to the next free input of `sink`.
+  /// [control] Links this element's next free output to the next free input of `sink`, which is
+  /// asked to add one (PortAdd) when it has none.
   virtual bool Link(IElement& sink);
   /// [control] True when an output of this element is linked to an input of `sink`.
   virtual bool Linked(const IElement& sink) const;
@@ -35,6 +43,10 @@ class NIMBO_API IElement : public Object {
   /// [any] Queues a message for the pipeline, its application and their listeners, which get it on
   /// the control thread, in order. `text` and `attrs` may be null; they are copied.
   bool SendMessageUp(const char* name, const char* text, base::AttrSet* attrs);
+
+  /// [control] The outputs' deliveries are resumed before Start and interrupted before Stop.
+  bool StatusUp(Status to) override;
+  bool StatusDown(Status to) override;
 
   Pipeline* Owner() const noexcept { return _pipeline; }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "nimbo/stream/element.h"
@@ -10,13 +11,16 @@
 namespace nimbo::stream {
 
 /// A set of linked elements that change their status together.
-/// Property "serialize": the elements as a configuration text, each linked to the next.
+/// Properties: "serialize", the elements as a configuration text, each linked to the next;
+/// "status", read only.
 class NIMBO_API Pipeline : public Object {
  public:
   Pipeline();
   /// [control] Takes the elements down and destroys them.
   ~Pipeline() override;
 
+  /// [control] Leaves the application before the object is destroyed.
+  void Release() override;
   bool Initialize(const char* type, const char* name, const char* cfgs,
                   base::object* owner) override;
   /// [control] Called before the upstream output `port` is linked to this pipeline; may link it
@@ -27,6 +31,11 @@ class NIMBO_API Pipeline : public Object {
   /// [control] Brings an element that was added late to the pipeline's own status.
   bool ActiveElement(IElement* element);
 
+  /// [control] Sets a parameter, then brings elements that came with it to the pipeline's status.
+  bool SetStr(const char* key, const char* value) override;
+  bool SetSerialize(std::string text);
+  std::string GetSerialize() const;
+
   bool StatusUp(Status to) override;
   bool StatusDown(Status to) override;
   bool afterStatusDown(Status to) override;
@@ -34,6 +43,7 @@ class NIMBO_API Pipeline : public Object {
   struct State;
   /// The reference host's own side of the object.
   State& HostState() noexcept { return *_state; }
+  const State& HostState() const noexcept { return *_state; }
 
  protected:
   std::vector<IPort*> _ports;  ///< the pipeline's own ports, in the order of their creation

@@ -12,6 +12,8 @@ class NIMBO_API ISink : public virtual IElement {
 
   /// [control] Creates a port; `direction` must be "in". Null on failure.
   virtual IPort* CreatePort(const char* caps, const char* direction);
+  /// [control] The input at `index`; one is added when `index` is the number of inputs. Null
+  /// beyond.
   virtual IPort* CreatePortIn(const char* caps, int index);
   /// [control] Links an element's, or a port's, output to the next free input.
   virtual bool LinkFrom(IElement* source);

@@ -30,19 +30,23 @@ class NIMBO_API IStatus {
   virtual bool Resume();
   virtual bool Pause();
 
-  /// [control] One step up to `to`, or down to it, with the hooks around it. A container moves its
-  /// children here. False leaves the status where it was on the way up; the way down always ends.
+  /// [control] The step itself, up to `to` or down to it; the hooks below are called around it. A
+  /// container moves its children here. False leaves the status where it was on the way up; the way
+  /// down always ends. To be called by the status machine alone.
   virtual bool StatusUp(Status to);
   virtual bool StatusDown(Status to);
-  /// [control] Called before and after each step. A false result of a before hook refuses the step.
+  /// [control] Called before and after each step that succeeded. A false result of a before hook
+  /// refuses the step, unless a container or the end of the object's life asks for it; that of an
+  /// after hook changes nothing.
   virtual bool beforeStatusUp(Status to);
   virtual bool afterStatusUp(Status to);
   virtual bool beforeStatusDown(Status to);
   /// [control] After Stop: here, and not in Stop, threads that deliver packets are joined.
   virtual bool afterStatusDown(Status to);
 
-  /// [control] Moves to `to` step by step. False when a step failed: the status is then that of the
-  /// last step that succeeded.
+  /// [control] Moves to `to` step by step. False when a step failed: on the way up the status is
+  /// then that of the last step that succeeded, the way down goes on to its end. An exception that
+  /// escapes a step becomes one console line and a failure.
   bool StatusChange(Status to);
   /// [control] The same by name: "null", "ready", "play" ("pause" and other texts are refused).
   bool StatusSet(const char* name);
@@ -56,8 +60,11 @@ class NIMBO_API IStatus {
   void StatusTakeDown();
 
  private:
+  friend struct StatusSteps;
   std::atomic<Status> _status{null};
-  bool _open_pending_close = false;
+  bool _touched = false;             ///< left null, or tried to, and did not return there since
+  bool _open_pending_close = false;  ///< Open was called, Close was not since
+  bool _after_pending = false;       ///< a step down waits for its after hook
 };
 
 }  // namespace nimbo::stream

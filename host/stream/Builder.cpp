@@ -1,0 +1,238 @@
+#include "host/stream/Builder.h"
+
+#include <vector>
+
+#include "base/reflect/Class.h"
+#include "host/base/ClassRegistry.h"
+#include "host/base/ConfigText.h"
+#include "host/stream/Console.h"
+#include "host/stream/Names.h"
+#include "host/stream/State.h"
+#include "host/stream/Tree.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+using base::ConfigEntry;
+
+/// Keys of an entry that are not properties of what it creates.
+constexpr const char* NameKey = "name";
+constexpr const char* LinkKey = "link";
+constexpr const char* LinkAll = "all";
+constexpr const char* SynchroniserClass = "ele-sync";
+constexpr const char* BridgeClass = "BridgeSource";
+
+/// The line about `piece`, a part of `entry`. Always false.
+bool RefusePiece(const ConfigEntry& entry, const std::string& piece, const std::string& reason) {
+  const auto offset = entry.text.find(piece);
+  const auto position = entry.position + (offset == std::string::npos ? 0 : offset);
+  return Refuse("\"", piece, "\" at ", static_cast<unsigned long>(position), ": ", reason);
+}
+
+/// Passes `ok` on. When it is false and nobody has told why, the entry is quoted with `reason`.
+bool ToldUnless(bool ok, const ConfigEntry& entry, const std::string& reason) {
+  if (!ok && !FailureTold()) RefusePiece(entry, entry.text, reason);
+  return ok;
+}
+
+bool Parse(const std::string& text, std::vector<ConfigEntry>& entries) {
+  if (base::ParseConfiguration(text, entries)) return true;
+  FailureTold() = true;
+  return false;
+}
+
+bool IsElement(const base::IClass& cl) {
+  return cl.Type() && base::DerivesFrom(*cl.Type(), typeid(IElement));
+}
+
+bool IsPipeline(const base::IClass& cl) {
+  return cl.Type() && base::DerivesFrom(*cl.Type(), typeid(Pipeline));
+}
+
+/// The class that an entry names; null when there is none. See BuildApplication.
+base::IClass* FindClass(const std::string& type) {
+  auto& registry = base::IClass::Globle();
+  base::IClass* exact = base::IClass::Find(type.c_str(), true);
+  if (exact && (IsElement(*exact) || IsPipeline(*exact))) return exact;
+  base::IClass* element = registry.Find(type.c_str(), false, &typeid(IElement));
+  return element ? element : registry.Find(type.c_str(), false, &typeid(Pipeline));
+}
+
+/// The settings of an entry that are for the object that it creates. False when one names no
+/// property.
+bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet& own) {
+  for (const auto& [key, value] : entry.settings.Entries()) {
+    const auto id = base::Hash(key.c_str());
+    if (id == base::Hash(NameKey) || id == base::Hash(LinkKey)) continue;
+    if (!cl.Property(key.c_str()) && id != base::Hash("status")) {
+      return RefusePiece(entry, key, "class " + cl.Name() + " has no such property");
+    }
+    own.Set(key.c_str(), value.c_str());
+  }
+  return true;
+}
+
+bool Configure(const ConfigEntry& entry, Object& object) {
+  base::AttrSet own;
+  if (!OwnSettings(entry, *object.Class(), own)) return false;
+  FailureTold() = false;
+  const bool ok = Shielded("configure", &object, [&] { return object.Configure(own); });
+  return ToldUnless(ok, entry, "it cannot be configured");
+}
+
+IElement* NewElement(const ConfigEntry& entry, Pipeline& pipeline) {
+  FailureTold() = false;
+  IElement* element =
+      IElement::New(entry.type.c_str(), entry.settings.Get(NameKey), &pipeline, nullptr);
+  if (!ToldUnless(element, entry, "it cannot be created")) return nullptr;
+  return Configure(entry, *element) ? element : nullptr;
+}
+
+/// Adds the entry's element behind `last`, unless that is null, and makes it the last one.
+bool Append(const ConfigEntry& entry, Pipeline& pipeline, IElement*& last) {
+  IElement* element = NewElement(entry, pipeline);
+  if (!element) return false;
+  FailureTold() = false;
+  const bool linked = !last || Shielded("Link", last, [&] { return last->Link(*element); });
+  if (!ToldUnless(linked, entry, "it cannot be linked behind what stands before it")) return false;
+  last = element;
+  return true;
+}
+
+class ApplicationBuilder {
+ public:
+  explicit ApplicationBuilder(Application& application) : _application(application) {}
+
+  bool Add(const ConfigEntry& entry) {
+    base::IClass* cl = FindClass(entry.type);
+    if (!cl) return RefusePiece(entry, entry.type, "there is no element or pipeline class like it");
+    const char* link = entry.settings.Get(LinkKey);
+    if (link && base::Hash(link) != base::Hash(LinkAll)) {
+      return RefusePiece(entry, link, "\"link\" can only be \"all\"");
+    }
+    if (!link && IsElement(*cl)) return AddToOpenPipeline(entry);
+    _open = nullptr;
+    const std::vector<Port*> outputs = link ? Outputs() : std::vector<Port*>();
+    if (link && outputs.empty()) {
+      return RefusePiece(entry, entry.text, "there is no output before it that it could link");
+    }
+    return IsElement(*cl) ? AddLinkedElement(entry, outputs) : AddPipeline(entry, *cl, outputs);
+  }
+
+ private:
+  bool AddToOpenPipeline(const ConfigEntry& entry) {
+    if (!_open) {
+      _open = NewPipeline(*base::IClass::Find("Pipeline", true), nullptr);
+      _last = nullptr;
+    }
+    return _open && Append(entry, *_open, _last);
+  }
+
+  bool AddPipeline(const ConfigEntry& entry, base::IClass& cl, const std::vector<Port*>& outputs) {
+    Pipeline* pipeline = NewPipeline(cl, entry.settings.Get(NameKey));
+    if (!pipeline || !Configure(entry, *pipeline)) return false;
+    for (Port* output : outputs) {
+      FailureTold() = false;
+      if (!ToldUnless(pipeline->LinkFrom(output), entry,
+                      "it refuses the output of " + Name(*output))) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  bool AddLinkedElement(const ConfigEntry& entry, const std::vector<Port*>& outputs) {
+    Pipeline* pipeline = NewPipeline(*base::IClass::Find("Pipeline", true), nullptr);
+    if (!pipeline) return false;
+    FailureTold() = false;
+    IElement* synchroniser = IElement::New(SynchroniserClass, nullptr, pipeline, nullptr);
+    if (!ToldUnless(synchroniser, entry, "there is no synchroniser for it")) return false;
+    IElement* element = NewElement(entry, *pipeline);
+    if (!element) return false;
+    for (Port* output : outputs) {
+      FailureTold() = false;
+      if (!ToldUnless(Bridge(*pipeline, *output, *synchroniser, *element), entry,
+                      "it cannot be linked to the output of " + Name(*output))) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  static bool Bridge(Pipeline& pipeline, Port& output, IElement& synchroniser, IElement& element) {
+    const std::string caps = output.Caps();
+    IElement* source = IElement::New(BridgeClass, caps.c_str(), &pipeline, caps.c_str());
+    return source && !pipeline.HostState().Ports().empty() &&
+           pipeline.HostState().Ports().back()->Link(output) && source->Link(synchroniser) &&
+           synchroniser.Link(element);
+  }
+
+  Pipeline* NewPipeline(base::IClass& cl, const char* name) {
+    const auto& pipelines = _application.HostState().pipelines;
+    const std::string own =
+        name && *name ? name : FreeName(cl, {pipelines.begin(), pipelines.end()});
+    base::object* created =
+        base::ClassRegistry::Create(cl, cl.Name().c_str(), own.c_str(), nullptr, &_application);
+    return base::object::AsType<Pipeline>(created);
+  }
+
+  std::vector<Port*> Outputs() {
+    std::vector<Port*> outputs;
+    for (Pipeline* pipeline : _application.HostState().pipelines) {
+      for (IElement* element : pipeline->HostState().elements) {
+        element->HostState().FreeOutput();  // makes a ring offer one
+        for (const auto& output : element->HostState().outputs) {
+          if (!output->Linked()) outputs.push_back(output.get());
+        }
+      }
+    }
+    return outputs;
+  }
+
+  static std::string Name(const Port& output) { return PathOf(*output.Owner()); }
+
+  Application& _application;
+  Pipeline* _open = nullptr;  ///< takes the next element entry
+  IElement* _last = nullptr;
+};
+
+}  // namespace
+
+bool BuildPipeline(Pipeline& pipeline, const std::string& text) {
+  std::vector<ConfigEntry> entries;
+  if (!Parse(text, entries)) return false;
+  IElement* last = nullptr;
+  for (const ConfigEntry& entry : entries) {
+    if (!base::IClass::Globle().Find(entry.type.c_str(), false, &typeid(IElement))) {
+      return RefusePiece(entry, entry.type, "there is no element class like it");
+    }
+    if (entry.settings.Get(LinkKey)) {
+      return RefusePiece(entry, LinkKey, "elements of one pipeline are linked in their order");
+    }
+    if (!Append(entry, pipeline, last)) return false;
+  }
+  return true;
+}
+
+bool BuildApplication(Application& application, const std::string& text) {
+  std::vector<ConfigEntry> entries;
+  if (!Parse(text, entries)) return false;
+  ApplicationBuilder builder(application);
+  for (const ConfigEntry& entry : entries) {
+    if (!builder.Add(entry)) return false;
+  }
+  return true;
+}
+
+void DestroyElements(Pipeline& pipeline) {
+  auto& elements = pipeline.HostState().elements;
+  while (!elements.empty()) elements.back()->Release();
+}
+
+void DestroyPipelines(Application& application) {
+  auto& pipelines = application.HostState().pipelines;
+  while (!pipelines.empty()) pipelines.back()->Release();
+}
+
+}  // namespace nimbo::stream

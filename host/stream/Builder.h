@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+
+#include "base/reflect/TClass.h"
+#include "nimbo/stream/application.h"
+#include "nimbo/stream/pipeline.h"
+
+/// Builds applications and pipelines from configuration texts. [control]
+/// A failure is told in one console line that quotes the piece and its position; what was built up
+/// to then is left to the caller.
+
+namespace nimbo::stream {
+
+/// Fills a pipeline with the elements of `text`, each linked to the next.
+bool BuildPipeline(Pipeline& pipeline, const std::string& text);
+
+/// Fills an application. Entries that name an element class: consecutive ones make one pipeline;
+/// one with `link=all` gets a pipeline of its own, with one BridgeSource for every output of all
+/// earlier entries and one synchroniser. Entries that name a pipeline class make that pipeline; one
+/// with `link=all` is linked from every output of all earlier entries. An entry finds its class by
+/// exact name first, then among the elements, then among the pipelines.
+bool BuildApplication(Application& application, const std::string& text);
+
+/// Takes down and destroys what a container holds, the last first.
+void DestroyElements(Pipeline& pipeline);
+void DestroyPipelines(Application& application);
+
+/// [loading] Registers a container class with the properties that both kinds have.
+template <class T>
+base::IClass* RegisterContainer(const char* name) {
+  auto* serialize = new base::TProperty;
+  serialize->init("serialize", &T::SetSerialize, "what it is made of, as a configuration text");
+  serialize->initGet(&T::GetSerialize);
+  serialize->initGetStr(&T::GetSerialize);
+  auto* status = new base::TProperty;
+  status->base::IProperty::init("status", typeid(std::string), base::PropertyTypeSize<std::string>,
+                                "null, ready or play");
+  status->initGet(&T::GetStatus);
+  status->initGetStr(&T::GetStatus);
+  return base::TClass<>::Register<T>(name, {serialize, status});
+}
+
+}  // namespace nimbo::stream

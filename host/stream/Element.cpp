@@ -1,0 +1,185 @@
+#include "nimbo/stream/element.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "base/reflect/Class.h"
+#include "host/base/ClassRegistry.h"
+#include "host/stream/Console.h"
+#include "host/stream/ControlQueue.h"
+#include "host/stream/Names.h"
+#include "host/stream/State.h"
+#include "host/stream/Tree.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+/// The names that an unnamed element of `pipeline` must not repeat: those of its application.
+std::vector<const base::object*> Neighbours(Pipeline* pipeline) {
+  std::vector<const base::object*> all;
+  if (!pipeline) return all;
+  std::vector<Pipeline*> pipelines{pipeline};
+  if (Application* application = pipeline->HostState().application) {
+    pipelines = application->HostState().pipelines;
+  }
+  for (Pipeline* part : pipelines) {
+    const auto& elements = part->HostState().elements;
+    all.insert(all.end(), elements.begin(), elements.end());
+  }
+  return all;
+}
+
+}  // namespace
+
+std::string FreeName(const base::IClass& cl, const std::vector<const base::object*>& others) {
+  const std::string first = cl.Name().substr(0, cl.Name().find('-'));
+  std::string name = first;
+  const auto used = [&name](const base::object* other) {
+    return other->ID() == base::Hash(name.c_str());
+  };
+  for (int number = 2; std::any_of(others.begin(), others.end(), used); ++number) {
+    name = first + "-" + std::to_string(number);
+  }
+  return name;
+}
+
+Port& IElement::State::Add(IElement* owner, const char* caps, bool output) {
+  auto port = std::make_unique<Port>(owner, caps ? caps : "", output);
+  if (output) port->SetRing(ring);
+  auto& ports = output ? outputs : inputs;
+  const std::lock_guard<std::mutex> lock(TreeMutex());
+  ports.push_back(std::move(port));
+  return *ports.back();
+}
+
+Port* IElement::State::FreeInput(const char* caps) {
+  for (const auto& port : inputs) {
+    if (!port->Linked() && CapsFit(port->Caps(), caps)) return port.get();
+  }
+  return nullptr;
+}
+
+Port* IElement::State::FreeOutput() {
+  for (const auto& port : outputs) {
+    if (!port->Linked()) return port.get();
+  }
+  if (!ring || outputs.empty()) return nullptr;
+  const Port& first = *outputs.front();
+  Port& port = Add(first.Owner(), first.Caps(), true);
+  if (!inputs.empty()) port.Follow(*inputs.front());
+  return &port;
+}
+
+IElement::IElement() : _state(std::make_unique<State>()) {}
+
+IElement::~IElement() {
+  if (_pipeline) _pipeline->HostState().Detach(*this);
+  base::Pin::Retire(*this);
+}
+
+void IElement::Release() {
+  StatusTakeDown();
+  if (_pipeline) _pipeline->HostState().Detach(*this);
+  Object::Release();
+}
+
+IElement* IElement::New(const char* type, const char* name, Pipeline* pipeline, const char* cfg) {
+  base::IClass* cl = type ? base::IClass::Globle().Find(type, false, &typeid(IElement)) : nullptr;
+  if (!cl) {
+    Explain("There is no element class \"", type, "\": load the plug-in that brings it");
+    return nullptr;
+  }
+  const std::string own = name && *name ? name : FreeName(*cl, Neighbours(pipeline));
+  base::object* created = base::ClassRegistry::Create(*cl, type, own.c_str(), cfg, pipeline);
+  auto* element = base::object::AsType<IElement>(created);
+  if (!element && created) created->Release();
+  // An override of Initialize that kept the base's from being called leaves this undone.
+  if (element && pipeline && !element->_pipeline) pipeline->HostState().Attach(*element);
+  return element;
+}
+
+bool IElement::Initialize(const char* type, const char* name, const char* cfgs,
+                          base::object* owner) {
+  auto* pipeline = base::object::AsType<Pipeline>(owner);
+  if (pipeline && !_pipeline) pipeline->HostState().Attach(*this);
+  return Object::Initialize(type, name, cfgs, owner);
+}
+
+IPort* IElement::PortAdd(const char* caps, const char* direction) {
+  const bool output = direction && std::strcmp(direction, "out") == 0;
+  if (!output && (!direction || std::strcmp(direction, "in") != 0)) {
+    Explain("A port's direction is \"in\" or \"out\", not \"", direction, "\"");
+    return nullptr;
+  }
+  return &_state->Add(this, caps, output);
+}
+
+bool IElement::Link(IElement& sink) {
+  Port* output = _state->FreeOutput();
+  if (!output) {
+    Explain("\"", PathOf(*this), "\" has no free output");
+    return false;
+  }
+  IPort* input = sink._state->FreeInput(output->Caps());
+  if (!input) input = sink.PortAdd(output->Caps(), "in");
+  if (!input) {
+    Explain("\"", PathOf(sink), "\" has no free input for \"", output->Caps(), "\"");
+    return false;
+  }
+  return output->Link(*input);
+}
+
+bool IElement::Linked(const IElement& sink) const {
+  const auto leads = [&sink](const auto& port) {
+    return port->Linked() && port->Peer()->Owner() == &sink;
+  };
+  return std::any_of(_state->outputs.begin(), _state->outputs.end(), leads);
+}
+
+bool IElement::ReceivePacket(Packet&, void*) { return false; }
+
+bool IElement::StatusUp(Status to) {
+  if (to == play) {
+    for (const auto& port : _state->outputs) port->Resume();
+  }
+  return Object::StatusUp(to);
+}
+
+bool IElement::StatusDown(Status to) {
+  if (to == ready) {
+    for (const auto& port : _state->outputs) port->Interrupt();
+  }
+  return Object::StatusDown(to);
+}
+
+bool IElement::SendMessageUp(const char* name, const char* text, base::AttrSet* attrs) {
+  if (!name) return false;
+  Message message;
+  message.path = PathOf(*this);
+  message.element = Name();
+  message.name = name;
+  if (text) message.text = text;
+  if (attrs) message.attrs = *attrs;
+
+  // The lists are shared, so that the message finds them when their owners are gone.
+  std::shared_ptr<MessageListeners> pipeline;
+  std::shared_ptr<MessageListeners> application;
+  {
+    const std::lock_guard<std::mutex> lock(TreeMutex());
+    if (_pipeline) {
+      pipeline = _pipeline->HostState().listeners;
+      if (Application* above = _pipeline->HostState().application) {
+        application = above->HostState().listeners;
+      }
+    }
+  }
+  ControlQueue::Globle().Post([pipeline, application, message = std::move(message)] {
+    if (pipeline) pipeline->Tell(message);
+    if (application) application->Tell(message);
+    MessageListeners::Globle().Tell(message);
+  });
+  return true;
+}
+
+}  // namespace nimbo::stream

@@ -1,0 +1,144 @@
+#include "host/stream/Port.h"
+
+#include <chrono>
+#include <unordered_set>
+#include <utility>
+
+#include "host/stream/Console.h"
+#include "host/stream/State.h"
+#include "host/stream/Tree.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long delivery to an element pauses after it did not take a packet.
+constexpr std::chrono::nanoseconds DeliveryPause = std::chrono::seconds(1);
+
+/// All ports there are, by their address.
+class LivePorts {
+ public:
+  static LivePorts& Globle() {
+    static auto& ports = *new LivePorts;  // ports may go while the process ends
+    return ports;
+  }
+  void Add(const IPort* port) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _ports.insert(port);
+  }
+  void Remove(const IPort* port) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _ports.erase(port);
+  }
+  bool Has(const IPort* port) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    return _ports.count(port) != 0;
+  }
+
+ private:
+  std::mutex _mutex;
+  std::unordered_set<const IPort*> _ports;
+};
+
+bool IsAny(const char* caps) { return !caps || !*caps; }
+
+/// Why the two cannot be linked; null when they can.
+const char* Obstacle(const Port& output, const Port& input) {
+  if (!output.IsOutput() || input.IsOutput()) return "an output and an input are needed";
+  if (output.Linked() || input.Linked()) return "one of them is linked already";
+  if (!CapsFit(output.Caps(), input.Caps())) return "they carry different streams";
+  if (output.Ring() && input.Owner()) return "a ring feeds pipelines only (link=all)";
+  return nullptr;
+}
+
+}  // namespace
+
+IPort::~IPort() = default;
+
+bool IsLivePort(const IPort* port) { return LivePorts::Globle().Has(port); }
+
+bool CapsFit(const char* one, const char* other) {
+  return IsAny(one) || IsAny(other) || base::Hash(one) == base::Hash(other);
+}
+
+Port::Port(IElement* owner, std::string caps, bool output)
+    : _owner(owner), _caps(std::move(caps)), _output(output), _receiver(owner) {
+  LivePorts::Globle().Add(this);
+}
+
+Port::~Port() {
+  LivePorts::Globle().Remove(this);
+  Unlink();
+  SetMedia(nullptr);
+}
+
+const char* Port::Caps() const {
+  if (!_caps.empty()) return _caps.c_str();
+  const Port* source = _output ? _follows : Peer();
+  return source ? source->Caps() : "";
+}
+
+IMedia* Port::Media() const noexcept {
+  if (IMedia* media = _media.load()) return media;
+  const Port* source = _output ? _follows : Peer();
+  return source ? source->Media() : nullptr;
+}
+
+void Port::SetMedia(IMedia* media) {
+  if (media) media->Hold();
+  if (IMedia* before = _media.exchange(media)) before->Release();
+}
+
+bool Port::Link(IPort& other) {
+  auto* peer = dynamic_cast<Port*>(&other);
+  Port& output = _output || !peer ? *this : *peer;
+  Port& input = _output && peer ? *peer : *this;
+  const char* obstacle = peer ? Obstacle(output, input) : "one of them is not of this host";
+  if (obstacle) {
+    Explain("Ports \"", Caps(), "\" and \"", other.Caps(), "\" cannot be linked: ", obstacle);
+    return false;
+  }
+  input._peer = &output;
+  output._peer = &input;
+  return true;
+}
+
+void Port::Unlink() {
+  if (Port* peer = _peer.exchange(nullptr)) peer->_peer = nullptr;
+}
+
+bool Port::Deliver(Packet& packet) {
+  Port* const peer = _peer;
+  IElement* const receiver = peer ? peer->_receiver : nullptr;
+  if (!receiver || !WaitForPause(*receiver)) return false;
+  const bool taken =
+      Shielded("ReceivePacket", receiver, [&] { return receiver->ReceivePacket(packet, peer); });
+  if (!taken) {
+    const std::chrono::nanoseconds until = Clock::now().time_since_epoch() + DeliveryPause;
+    receiver->HostState().pauseUntil = until.count();
+  }
+  return taken;
+}
+
+bool Port::WaitForPause(IElement& receiver) {
+  const Clock::time_point until(std::chrono::duration_cast<Clock::duration>(
+      std::chrono::nanoseconds(receiver.HostState().pauseUntil.load())));
+  if (until <= Clock::now()) return true;
+  std::unique_lock<std::mutex> lock(_mutex);
+  return !_changed.wait_until(lock, until, [this] { return _interrupted; });
+}
+
+void Port::Interrupt() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _interrupted = true;
+  _changed.notify_all();
+}
+
+void Port::Resume() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _interrupted = false;
+}
+
+}  // namespace nimbo::stream

@@ -1,0 +1,161 @@
+#include "host/stream/Tree.h"
+
+#include <cstdlib>
+
+#include "base/reflect/Class.h"
+#include "host/stream/Console.h"
+#include "host/stream/State.h"
+#include "nimbo/stream/factory.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+constexpr char Separator = '/';
+constexpr int AddressBase = 16;
+
+/// A pinned object of the tree and the path that it was found under.
+struct Entry {
+  std::string path;
+  base::Pin pin;
+};
+
+void PinElements(Pipeline& pipeline, const std::string& prefix, std::vector<Entry>& entries) {
+  for (IElement* element : pipeline.HostState().elements) {
+    entries.push_back({prefix + element->Name(), base::Pin(*element)});
+  }
+}
+
+/// Everything below `root`, which is pinned: a container's elements behind the container.
+void PinChildren(base::object& root, std::vector<Entry>& entries) {
+  const std::string prefix = root.Name().empty() ? std::string() : root.Name() + Separator;
+  const std::lock_guard<std::mutex> lock(TreeMutex());
+  if (auto* application = dynamic_cast<Application*>(&root)) {
+    for (Pipeline* pipeline : application->HostState().pipelines) {
+      entries.push_back({prefix + pipeline->Name(), base::Pin(*pipeline)});
+      PinElements(*pipeline, prefix, entries);
+    }
+  } else if (auto* pipeline = dynamic_cast<Pipeline*>(&root)) {
+    PinElements(*pipeline, prefix, entries);
+  }
+}
+
+/// The whole tree, in the order of ListObjects.
+std::vector<Entry> PinTree() {
+  std::vector<Entry> entries;
+  for (base::Pin& root : base::Pin::All(Factory::Globle())) {
+    base::object& object = *root;
+    entries.push_back({object.Name(), std::move(root)});
+    PinChildren(object, entries);
+  }
+  return entries;
+}
+
+/// The port at the end of `path` ("cam/RingSink.out0"); null with the reason in `problem`.
+Port* FindPortAt(const std::string& path, std::string& problem) {
+  const auto dot = path.rfind('.');
+  if (dot == std::string::npos) {
+    problem = "a port's name is missing behind it, such as \".out\"";
+    return nullptr;
+  }
+  auto* element = dynamic_cast<IElement*>(FindObject(path.substr(0, dot)));
+  if (!element) {
+    problem = "there is no such element";
+    return nullptr;
+  }
+  const std::string name = path.substr(dot + 1);
+  const bool output = name.compare(0, 3, "out") == 0;
+  const std::string number = name.substr(output ? 3 : name.compare(0, 2, "in") == 0 ? 2 : 0);
+  if (number == name || number.find_first_not_of("0123456789") != std::string::npos) {
+    problem = "ports are called out, out0, out1, in, in0, in1 and so on";
+    return nullptr;
+  }
+  IElement::State& state = element->HostState();
+  const auto& ports = output ? state.outputs : state.inputs;
+  Port* port = nullptr;
+  if (number.empty()) {
+    port = output ? state.FreeOutput() : state.FreeInput(nullptr);
+  } else if (const auto index = std::strtoul(number.c_str(), nullptr, 10); index < ports.size()) {
+    port = ports[index].get();
+  }
+  if (!port) problem = "that element has no such free port";
+  return port;
+}
+
+}  // namespace
+
+std::mutex& TreeMutex() {
+  static auto& mutex = *new std::mutex;
+  return mutex;
+}
+
+std::string PathOf(const Object& object) {
+  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const base::object* owner = nullptr;
+  const Pipeline* pipeline = dynamic_cast<const Pipeline*>(&object);
+  if (const auto* element = dynamic_cast<const IElement*>(&object)) {
+    owner = pipeline = element->Owner();
+  }
+  if (pipeline && pipeline->HostState().application) owner = pipeline->HostState().application;
+  if (!owner || owner->Name().empty()) return object.Name();
+  return owner->Name() + Separator + object.Name();
+}
+
+std::vector<LiveObject> ListObjects() {
+  std::vector<LiveObject> list;
+  for (const Entry& entry : PinTree()) {
+    const auto* object = dynamic_cast<const Object*>(&*entry.pin);
+    const base::IClass* cl = entry.pin->Class();
+    list.push_back({entry.path, entry.pin->Name(), cl ? cl->Name() : std::string(),
+                    object ? object->GetStatus() : std::string()});
+  }
+  return list;
+}
+
+std::optional<base::Pin> PinObject(const std::string& path) {
+  const auto id = base::Hash(path.c_str());
+  std::optional<base::Pin> pipeline;
+  for (Entry& entry : PinTree()) {
+    if (base::Hash(entry.path.c_str()) != id) continue;
+    if (!dynamic_cast<Pipeline*>(&*entry.pin)) return std::move(entry.pin);
+    if (!pipeline) pipeline.emplace(std::move(entry.pin));
+  }
+  return pipeline;
+}
+
+Object* FindObject(const std::string& path) {
+  const auto pin = PinObject(path);
+  return pin ? dynamic_cast<Object*>(&**pin) : nullptr;
+}
+
+std::string PortAddress(const IPort* port) {
+  std::string text;
+  base::ConvertToImpl(static_cast<const void*>(port), text);
+  return text;
+}
+
+bool FindPort(const std::string& text, IPort*& port) {
+  std::string problem;
+  if (text.find_first_of("/.") != std::string::npos) {
+    port = FindPortAt(text, problem);
+    if (port) return true;
+  } else {
+    char* end = nullptr;
+    port = reinterpret_cast<IPort*>(std::strtoul(text.c_str(), &end, AddressBase));
+    if (!text.empty() && !*end && (!port || IsLivePort(port))) return true;
+    problem = "it is neither a port path such as cam/RingSink.out nor the address of a port";
+  }
+  Explain("Port \"", text, "\": ", problem);
+  return false;
+}
+
+void ReleaseAll() {
+  for (;;) {
+    base::object* newest = nullptr;
+    for (const base::Pin& pin : base::Pin::All(Factory::Globle())) newest = &*pin;
+    if (!newest) return;
+    newest->Release();
+  }
+}
+
+}  // namespace nimbo::stream
