@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tests/support/IngestServer.h"
+
+namespace nimbo::test {
+
+/// A server certificate made for one test, signed by itself, and TLS with it. Must outlive the
+/// servers that use it.
+class TlsServer {
+ public:
+  /// The certificate holds this DNS name, and 127.0.0.1 and ::1 where `addresses` says so.
+  /// `priority` is GnuTLS's choice of versions, such as "NORMAL:-VERS-ALL:+VERS-TLS1.3".
+  explicit TlsServer(const std::string& name = "localhost", bool addresses = true,
+                     const std::string& priority = "NORMAL");
+  TlsServer(const TlsServer&) = delete;
+  TlsServer& operator=(const TlsServer&) = delete;
+  ~TlsServer();
+
+  /// For IngestServer::Options.
+  IngestServer::Securer Securer();
+  /// A PEM file that trusts the certificate; removed with this object.
+  const std::string& TrustFile() const { return _trust_file; }
+  /// The server names and TLS versions of all handshakes that succeeded.
+  std::vector<std::string> Names() const;
+  std::vector<std::string> Versions() const;
+
+ private:
+  class Layer;
+  struct Keys;
+
+  std::unique_ptr<Keys> _keys;
+  std::string _trust_file;
+  mutable std::mutex _mutex;
+  std::vector<std::string> _names;
+  std::vector<std::string> _versions;
+};
+
+}  // namespace nimbo::test
