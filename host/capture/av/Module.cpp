@@ -1,0 +1,21 @@
+#include "host/capture/CaptureSource.h"
+#include "host/capture/av/LibavLog.h"
+#include "host/capture/av/SimulatedSource.h"
+#include "nimbo/base/api.h"
+
+extern "C" {
+#include <libavdevice/avdevice.h>
+#include <libavformat/avformat.h>
+}
+
+/// [control] Called once by the framework when it has loaded this module: registers the capture
+/// sources and classes that need libav*.
+extern "C" NIMBO_API void RegisterAvModule() {
+  using namespace nimbo::capture;
+  av::InstallLogFilter();
+  avdevice_register_all();
+  avformat_network_init();
+  auto& registry = CaptureRegistry::Globle();
+  registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>);
+  registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>);
+}

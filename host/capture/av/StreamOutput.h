@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <memory>
+
+#include "host/stream/PacketPool.h"
+#include "nimbo/stream/media.h"
+
+namespace nimbo::capture::av {
+
+/// Gives a counted object of the framework back.
+struct ReleaseReference {
+  template <class T>
+  void operator()(T* object) const {
+    object->Release();
+  }
+};
+using MediaPtr = std::unique_ptr<stream::IMedia, ReleaseReference>;
+using HostPacketPtr = std::unique_ptr<stream::HostPacket, ReleaseReference>;
+
+/// Memory of somebody else.
+struct ByteView {
+  const unsigned char* data = nullptr;
+  std::size_t size = 0;
+};
+
+/// The packets of one stream that are made but not yet taken. Times are nanoseconds on the
+/// producer's own time line; the decode times of packets taken never decrease. One thread at a
+/// time.
+class StreamOutput {
+ public:
+  /// Takes over one reference. To be called before the first Append.
+  void SetMedia(stream::IMedia* media) { _media.reset(media); }
+  stream::IMedia* Media() const noexcept { return _media.get(); }
+
+  /// Makes a packet of the two pieces.
+  void Append(ByteView head, ByteView body, bool key, std::int64_t time);
+
+  bool Empty() const noexcept { return _waiting.empty(); }
+  /// Of the oldest packet, and from there to the newest. There must be one.
+  std::int64_t FrontTime() const { return _waiting.front().time; }
+  std::int64_t Span() const { return _waiting.back().time - _waiting.front().time; }
+  /// Takes the oldest packet, its time moved by `shift`; the caller gets its reference.
+  stream::Packet* Take(std::int64_t shift);
+  /// Drops what is waiting.
+  void Clear() { _waiting.clear(); }
+
+ private:
+  struct Waiting {
+    HostPacketPtr packet;
+    unsigned int size;
+    bool key;
+    std::int64_t time;
+  };
+  MediaPtr _media;
+  stream::PacketPool _pool;
+  std::deque<Waiting> _waiting;
+  std::uint32_t _sequence = 0;
+  std::int64_t _last = std::numeric_limits<std::int64_t>::min();
+};
+
+}  // namespace nimbo::capture::av
