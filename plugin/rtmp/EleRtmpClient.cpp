@@ -2,7 +2,7 @@
 
 #include "base/reflect/TClass.h"
 #include "nimbo/base/exit_call.h"
-#include "plugin/rtmp/SigPipeGuard.h"
+#include "plugin/rtmp/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -65,6 +65,7 @@ int EleRtmpClient::RtmpConnectQuality() { return _vid_lost ? 1 : 0; }
 bool EleRtmpClient::Open() {
   const std::string url = _url.Get();
   if (url.empty()) return Failure(Site::Here(), "_url.empty()");
+  _rtmp.Resume();
   {
     const std::lock_guard<std::mutex> lock(_mutex);
     if (!ConnectServer(url.c_str())) {
@@ -95,9 +96,16 @@ bool EleRtmpClient::Close() {
   return IStatus::Close();
 }
 
-bool EleRtmpClient::Start() { return IStatus::Start(); }
+bool EleRtmpClient::Start() {
+  _rtmp.Resume();
+  return IStatus::Start();
+}
 
-bool EleRtmpClient::Stop() { return IStatus::Stop(); }
+bool EleRtmpClient::Stop() {
+  // A packet that is being handled must not hold up whoever stops the element.
+  _rtmp.Cancel();
+  return IStatus::Stop();
+}
 
 // ---- packets ------------------------------------------------------------------------------------
 

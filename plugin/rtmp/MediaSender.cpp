@@ -55,6 +55,7 @@ bool MediaSender::ConnectServer(const char* url) {
   if (!_rtmp.Allocate()) return Failure(_profile.At(Function), "!_rtmp");
   ExitCall freeSession([this] { _rtmp.Free(); });
   if (!_rtmp.SetupUrl(url)) {
+    TellRemark();
     return Failure(_profile.At(Function), "RTMP_SetupURL(_rtmp, (char*)url) == 0");
   }
   _rtmp.EnableWrite();
@@ -84,6 +85,7 @@ bool MediaSender::ConnectSteps() {
     connected = _rtmp.Connect();
     streaming = connected && _rtmp.ConnectStream();
   }
+  TellRemark();
   if (!connected) return fail(ConnectFailed, __LINE__);
   if (!streaming) {
     fail(StreamFailed, __LINE__);
@@ -91,6 +93,11 @@ bool MediaSender::ConnectSteps() {
     return false;
   }
   return true;
+}
+
+void MediaSender::TellRemark() {
+  const std::string remark = _rtmp.TakeRemark();
+  if (!remark.empty()) Line(Colour::Yellow, _profile.At("ConnectServer")) << remark;
 }
 
 bool MediaSender::DisConnectServer() {
@@ -128,10 +135,7 @@ bool MediaSender::SetRtmpPacketSize() {
 
 bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data,
                                  unsigned int size, unsigned int timestamp) {
-  if (!_rtmp.IsConnected()) {
-    return Failure(_profile.At(_profile.sendName), "!RTMP_IsConnected(_rtmp)");
-  }
-  if (size > MaxMessageBody) return Failure(_profile.At(_profile.sendName), "size > 0xFFFFFF");
+  if (!ReadyToSend(size)) return false;
   packet->m_headerType = RTMP_PACKET_SIZE_LARGE;
   packet->m_packetType = type;
   packet->m_hasAbsTimestamp = 0;
@@ -144,6 +148,13 @@ bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* d
   return _rtmp.Send(*packet, false);
 }
 
+bool MediaSender::ReadyToSend(std::size_t size) {
+  const Site site = _profile.At(_profile.sendName);
+  _rtmp.DiscardInbound();
+  if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
+  return size <= MaxMessageBody || Failure(site, "size > 0xFFFFFF");
+}
+
 bool MediaSender::MakeRoom(send_buffer_t*& buffer, std::size_t body) {
   return body <= MaxMessageBody && buffer &&
          SendBufferCheck(buffer, static_cast<unsigned int>(RtmpHeaderSize + body), true);
@@ -153,15 +164,26 @@ void MediaSender::Clear(send_buffer_t* buffer) {
   if (_profile.clearsBuffers) std::memset(buffer->data, 0, buffer->capacity);
 }
 
-bool MediaSender::SendFrame(MessageType type, send_buffer_t* buffer, bool /*copy*/, Bytes header,
+bool MediaSender::SendFrame(MessageType type, send_buffer_t* buffer, bool copy, Bytes header,
                             Bytes payload, const Packet& pkt) {
+  const std::uint32_t timestamp = Milliseconds(pkt.TimeStamp());
+  if (!copy && _rtmp.CanSendInPlace()) {
+    if (!ReadyToSend(header.size + payload.size)) return false;
+    const VfpBracket bracket(_profile.bracketsEachCall);
+    return _rtmp.SendInPlace(MediaChannel, type, timestamp, header, payload);
+  }
   Clear(buffer);
   ByteWriter body(buffer->Body());
   body.bytes(header);
   body.bytes(payload);
+  return SendBody(type, buffer, body.Written(), timestamp);
+}
+
+bool MediaSender::SendBody(MessageType type, send_buffer_t* buffer, std::size_t size,
+                           std::uint32_t timestamp) {
   return SendRtmpPacket(buffer->Record(), static_cast<unsigned char>(type),
-                        reinterpret_cast<char*>(buffer->Body()),
-                        static_cast<unsigned int>(body.Written()), Milliseconds(pkt.TimeStamp()));
+                        reinterpret_cast<char*>(buffer->Body()), static_cast<unsigned int>(size),
+                        timestamp);
 }
 
 // ---- H.264 --------------------------------------------------------------------------------------
@@ -232,12 +254,10 @@ bool MediaSender::SendAvcHeader(const Packet& pkt) {
                    "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + 64, true)");
   }
   Clear(_vid_buffer);
-  unsigned char* body = _vid_buffer->Body();
-  const std::size_t size = WriteAvcSequenceHeader(body, {sps, spsSize}, {pps, ppsSize});
+  const std::size_t size =
+      WriteAvcSequenceHeader(_vid_buffer->Body(), {sps, spsSize}, {pps, ppsSize});
   if (_profile.detailed) Line(Colour::Cyan, _profile.At(Function)) << "Send sps pps";
-  const bool sent =
-      SendRtmpPacket(_vid_buffer->Record(), static_cast<unsigned char>(MessageType::Video),
-                     reinterpret_cast<char*>(body), static_cast<unsigned int>(size), 0);
+  const bool sent = SendBody(MessageType::Video, _vid_buffer, size, 0);
   if (!_profile.detailed) return sent;
   if (!sent) Failure(_profile.At(Function), "!ret", "send pps sps failed");
   Report(sent ? "rtmp_send_data_success" : "rtmp_send_data_fail");
@@ -287,11 +307,9 @@ bool MediaSender::SendAacHeader(const Packet& pkt) {
                    "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + 8, true)");
   }
   Clear(_aud_buffer);
-  unsigned char* body = _aud_buffer->Body();
-  const std::size_t size = WriteAacSequenceHeader(body, format);
+  const std::size_t size = WriteAacSequenceHeader(_aud_buffer->Body(), format);
   if (_profile.detailed) Line(Colour::Cyan, _profile.At(Function)) << "send audseqheader";
-  return SendRtmpPacket(_aud_buffer->Record(), static_cast<unsigned char>(MessageType::Audio),
-                        reinterpret_cast<char*>(body), static_cast<unsigned int>(size), 0);
+  return SendBody(MessageType::Audio, _aud_buffer, size, 0);
 }
 
 }  // namespace nimbo::plugin::rtmp

@@ -5,8 +5,8 @@
 
 #include "nimbo/stream/packet.h"
 #include "plugin/rtmp/FlvTag.h"
-#include "plugin/rtmp/RtmpSession.h"
 #include "plugin/rtmp/SendBuffers.h"
+#include "plugin/rtmp/session/RtmpSession.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -72,14 +72,21 @@ class MediaSender : public SendBuffers {
 
  private:
   bool ConnectSteps();
+  /// One line with what the session has to say about its last step.
+  void TellRemark();
   bool AcceptSequence(const stream::Packet& pkt);
   bool SendAvcHeader(const stream::Packet& pkt);
   bool SendAacHeader(const stream::Packet& pkt);
+  /// The test in front of each message; see SendRtmpPacket.
+  bool ReadyToSend(std::size_t size);
+  /// Sends the first `size` bytes of the buffer's body.
+  bool SendBody(MessageType type, send_buffer_t* buffer, std::size_t size, std::uint32_t timestamp);
   /// The buffer holds a message with a body of `body` bytes, grown where needed.
   bool MakeRoom(send_buffer_t*& buffer, std::size_t body);
   /// Zeroes the buffer where the class does so.
   void Clear(send_buffer_t* buffer);
-  /// Sends the tag header and the payload behind it as one message.
+  /// Sends the tag header and the payload behind it as one message: built in the buffer, or,
+  /// without `copy` and where the transport can, from where they lie.
   bool SendFrame(MessageType type, send_buffer_t* buffer, bool copy, Bytes header, Bytes payload,
                  const stream::Packet& pkt);
 

@@ -5,7 +5,7 @@
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
 #include "nimbo/base/platform.h"
-#include "plugin/rtmp/SigPipeGuard.h"
+#include "plugin/rtmp/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -125,6 +125,7 @@ bool RtmpStreamPusher::Open() {
   _aud_buffer = SendBufferCreate(AudioSize);
   if (!_aud_buffer) return Failure(Site::Here(), "!_aud_buffer");
   RepeatHeaders();
+  _rtmp.Resume();
   const std::string url = _url.Get();
   std::printf("connect server:%s,%s\n", url.c_str(), _cfg.c_str());
   std::fflush(stdout);
@@ -156,6 +157,7 @@ bool RtmpStreamPusher::Close() {
     _running = false;
   }
   _sleep_ended.notify_all();
+  _rtmp.Cancel();
   if (_aud_reader) _aud_reader->WaitAbort();
   if (_vid_reader) _vid_reader->WaitAbort();
   _thread.Join();

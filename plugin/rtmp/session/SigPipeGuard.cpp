@@ -1,4 +1,4 @@
-#include "plugin/rtmp/SigPipeGuard.h"
+#include "plugin/rtmp/session/SigPipeGuard.h"
 
 #include <pthread.h>
 #include <time.h>

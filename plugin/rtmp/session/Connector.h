@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace nimbo::plugin::rtmp {
+
+/// A TCP connection in the making: name look-up (IPv6 and IPv4), a connect that ends by a deadline,
+/// and the socket options of a publisher.
+class Connector {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// Told of each socket before its connect, so that it can be watched; false gives up.
+  using Watch = std::function<bool(int socket)>;
+
+  struct Result {
+    int socket = -1;      ///< blocking, with the options set; -1 when there is none
+    std::string problem;  ///< why there is none
+  };
+
+  /// Connects to `host` (a name or an address) and `port`. Tries the addresses one after the other.
+  /// `started` is called after the name look-up, when the attempt's time begins to count.
+  static Result Connect(const std::string& host, unsigned port, std::chrono::milliseconds answer,
+                        std::chrono::milliseconds stalledSend, const std::function<void()>& started,
+                        const Watch& watch);
+};
+
+}  // namespace nimbo::plugin::rtmp

@@ -1,0 +1,82 @@
+#include "plugin/rtmp/session/LibrtmpLog.h"
+
+#include <cstdio>
+#include <mutex>
+
+#include <librtmp/log.h>
+
+namespace nimbo::plugin::rtmp {
+
+namespace {
+
+thread_local LibrtmpLog* current = nullptr;
+
+/// What follows `marker` in `line`; empty when it is not there.
+std::string Behind(const std::string& line, const char* marker) {
+  const std::size_t at = line.find(marker);
+  return at == std::string::npos ? std::string()
+                                 : line.substr(at + std::char_traits<char>::length(marker));
+}
+
+/// Keeps the first characters of each part of `secret` that stands in `text`.
+void Shorten(std::string& text, const std::string& secret) {
+  constexpr std::size_t Shown = 4;
+  constexpr std::size_t WorthHiding = 8;
+  if (secret.size() < WorthHiding) return;
+  for (std::size_t at = text.find(secret); at != std::string::npos;
+       at = text.find(secret, at + Shown)) {
+    text.replace(at + Shown, secret.size() - Shown, "...");
+  }
+}
+
+/// True for a status of the publish (RTMP 1.0, 7.2.2.6) that is not its start.
+bool IsRefusal(const std::string& status) {
+  constexpr char Publish[] = "NetStream.Publish.";
+  return status.compare(0, sizeof Publish - 1, Publish) == 0 &&
+         status != std::string(Publish) + "Start";
+}
+
+}  // namespace
+
+LibrtmpLog::LibrtmpLog() : _outer(current) {
+  static std::once_flag installed;
+  std::call_once(installed, [] {
+    RTMP_LogSetCallback(&LibrtmpLog::Receive);
+    // The level at which librtmp tells what the server answered.
+    RTMP_LogSetLevel(RTMP_LOGDEBUG);
+  });
+  current = this;
+}
+
+LibrtmpLog::~LibrtmpLog() { current = _outer; }
+
+void LibrtmpLog::Receive(int level, const char* format, va_list arguments) {
+  if (!current) return;
+  char text[512];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  const std::string line = text;
+  if (const std::string status = Behind(line, "onStatus: "); !status.empty()) {
+    current->_answer = "the server answered " + status;
+    if (IsRefusal(status) && current->_on_refusal) current->_on_refusal();
+  } else if (const std::string words = Behind(line, "error description: "); !words.empty()) {
+    current->_answer = "the server said: " + words;
+  } else if (level <= RTMP_LOGERROR) {
+    current->_error = line;
+  }
+}
+
+std::string LibrtmpLog::Reason() const { return _answer.empty() ? _error : _answer; }
+
+std::string HideSecrets(std::string text, const std::string& url) {
+  // Everything behind the application: stream name and token, with and without the query.
+  const std::size_t host = url.find("://");
+  const std::size_t app = host == std::string::npos ? host : url.find('/', host + 3);
+  const std::size_t name = app == std::string::npos ? app : url.find('/', app + 1);
+  if (name == std::string::npos) return text;
+  const std::string secret = url.substr(name + 1);
+  Shorten(text, secret);
+  Shorten(text, secret.substr(0, secret.find('?')));
+  return text;
+}
+
+}  // namespace nimbo::plugin::rtmp

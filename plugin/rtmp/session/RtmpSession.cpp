@@ -1,0 +1,417 @@
+#include "plugin/rtmp/session/RtmpSession.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "plugin/rtmp/session/ChunkWriter.h"
+#include "plugin/rtmp/session/Connector.h"
+#include "plugin/rtmp/session/LibrtmpLog.h"
+#include "plugin/rtmp/session/LibrtmpTls.h"
+#include "plugin/rtmp/session/SigPipeGuard.h"
+
+namespace nimbo::plugin::rtmp {
+
+namespace {
+
+// Bits of a session's protocol; librtmp names them in a header that it does not install.
+constexpr int ProtocolHttp = 0x01;
+constexpr int ProtocolEncrypted = 0x02;
+constexpr int ProtocolTls = 0x04;
+
+std::string ToString(const AVal& value) {
+  return {value.av_val, static_cast<std::size_t>(value.av_len)};
+}
+
+std::string Seconds(std::chrono::milliseconds time) {
+  constexpr int Tenths = 100;
+  const long long tenths = time.count() / Tenths;
+  return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s";
+}
+
+}  // namespace
+
+/// A step that may block, made known to Cancel while it lasts.
+class RtmpSession::Operation {
+ public:
+  Operation(RtmpSession& session, Activity activity) : _session(session) {
+    const std::lock_guard<std::mutex> lock(session._mutex);
+    _allowed = activity != Activity::Opening || !session._cancelled;
+    session._activity = activity;
+    if (session._control < 0) return;
+    const auto now = Watcher::Clock::now();
+    if (activity == Activity::Closing) Bound(now + Limits().close);
+    if (activity == Activity::Sending && session._cancelled) Bound(now + Limits().cancelledSend);
+  }
+  ~Operation() {
+    const std::lock_guard<std::mutex> lock(_session._mutex);
+    // The watch of an attempt goes on from one of its steps to the next.
+    if (_session._activity != Activity::Opening) _session.EndWatch();
+    _session._activity = Activity::Idle;
+  }
+  Operation(const Operation&) = delete;
+  Operation& operator=(const Operation&) = delete;
+
+  bool Allowed() const { return _allowed; }
+
+ private:
+  void Bound(Watcher::Clock::time_point deadline) {
+    if (_session._watch) {
+      Watcher::Globle().Hasten(_session._watch, deadline);
+    } else {
+      _session._watch = Watcher::Globle().Add(_session._control, deadline);
+    }
+  }
+
+  RtmpSession& _session;
+  bool _allowed;
+};
+
+SessionLimits& RtmpSession::Limits() {
+  static SessionLimits limits;
+  return limits;
+}
+
+// ---- set-up -------------------------------------------------------------------------------------
+
+bool RtmpSession::Allocate() {
+  Free();
+  _remark.clear();
+  _rtmp = RTMP_Alloc();
+  if (!_rtmp) return false;
+  {
+    // librtmp sets its TLS up at first use, without a lock of its own.
+    static std::mutex firstUse;
+    const std::lock_guard<std::mutex> lock(firstUse);
+    RTMP_Init(_rtmp);
+  }
+  _rtmp->Link.timeout = TimeoutSeconds;
+  return true;
+}
+
+bool RtmpSession::SetupUrl(const char* url) {
+  if (!_rtmp || !url) return false;
+  const LibrtmpLog log;
+  _url = url;
+  _shown = url;
+  if (!RTMP_SetupURL(_rtmp, _url.data())) {
+    const std::string reason = log.Reason();
+    return Fail("cannot use the address \"" + _shown + "\"" +
+                (reason.empty() ? std::string() : ": " + reason));
+  }
+  if (_rtmp->Link.playpath.av_len > MaxStreamName) {
+    return Fail("the stream name has " + std::to_string(_rtmp->Link.playpath.av_len) +
+                " characters; at most " + std::to_string(MaxStreamName) + " can be published");
+  }
+  return true;
+}
+
+void RtmpSession::EnableWrite() {
+  if (_rtmp) RTMP_EnableWrite(_rtmp);
+}
+
+// ---- connecting ---------------------------------------------------------------------------------
+
+bool RtmpSession::DialsItself() const {
+#ifdef RTMP_STOCK_TRANSPORT
+  return true;
+#else
+  const RTMP_LNK& link = _rtmp->Link;
+  if (link.protocol & (ProtocolHttp | ProtocolEncrypted)) return true;
+  if (link.sockshost.av_len || link.pubUser.av_len) return true;
+  return (link.protocol & ProtocolTls) && !LibrtmpUsesGnuTls();
+#endif
+}
+
+bool RtmpSession::Connect() {
+  if (!_rtmp) return false;
+  const SigPipeGuard guard;
+  const LibrtmpLog log;
+  const Operation operation(*this, Activity::Opening);
+  const bool connected = operation.Allowed() && (DialsItself() ? ConnectByLibrtmp() : ConnectOwn());
+  // The connection only counts once the stream is set up.
+  return connected || Note(Explain(log.Reason()));
+}
+
+bool RtmpSession::ConnectByLibrtmp() {
+  const RTMP_LNK& link = _rtmp->Link;
+  if ((link.protocol & ProtocolTls) && link.pubUser.av_len && TlsTrust::FromEnvironment().verify) {
+    return Fail(
+        "credentials on rtmps go over a connection whose certificate librtmp does not "
+        "check; set RTMP_TLS_VERIFY=0 to accept that");
+  }
+  if (!RTMP_Connect(_rtmp, nullptr)) return false;
+  Adopt(_rtmp->m_sb.sb_socket);
+  return true;
+}
+
+bool RtmpSession::ConnectOwn() {
+  std::string host = ToString(_rtmp->Link.hostname);
+  if (host.size() > 1 && host.front() == '[' && host.back() == ']') {
+    host = host.substr(1, host.size() - 2);
+  }
+  const auto started = [this] {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _attempt_ends = Watcher::Clock::now() + Limits().attempt;
+  };
+  const Connector::Result result =
+      Connector::Connect(host, _rtmp->Link.port, Limits().answer, Limits().stalledSend, started,
+                         [this](int socket) { return WatchAttempt(socket); });
+  if (result.socket < 0) return Fail(result.problem);
+  Adopt(result.socket);
+
+  // From here on the socket is librtmp's, which closes it when a step fails.
+  _rtmp->m_sb.sb_socket = result.socket;
+  _rtmp->m_sb.sb_timedout = 0;
+  _rtmp->m_pausing = 0;
+  _rtmp->m_fDuration = 0;
+  _rtmp->m_bSendCounter = 1;
+  if (_rtmp->Link.protocol & ProtocolTls) {
+    if (!MakeTls(host, result.socket)) {
+      RTMP_Close(_rtmp);
+      return false;
+    }
+    // Keeps librtmp from making a TLS session of its own.
+    _rtmp->Link.protocol &= ~ProtocolTls;
+  }
+  return RTMP_Connect1(_rtmp, nullptr) != 0;
+}
+
+bool RtmpSession::MakeTls(const std::string& host, int socket) {
+  std::string problem;
+  std::string warning;
+  if (!_tls.Connect(host, socket, TlsTrust::FromEnvironment(), problem, warning)) {
+    return Fail(problem);
+  }
+  _remark = warning;
+  _rtmp->m_sb.sb_ssl = _tls.Lend();
+  _own_tls = true;
+  return true;
+}
+
+bool RtmpSession::WatchAttempt(int socket) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  EndWatch();
+  if (_cancelled) return false;
+  _watch = Watcher::Globle().Add(socket, _attempt_ends);
+  return true;
+}
+
+void RtmpSession::Adopt(int socket) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _control = fcntl(socket, F_DUPFD_CLOEXEC, 0);
+}
+
+bool RtmpSession::ConnectStream() {
+  if (!_rtmp) return false;
+  const SigPipeGuard guard;
+  LibrtmpLog log;
+  // librtmp does not take a refused publish for an answer and goes on waiting.
+  log.OnRefusal([this] { shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR); });
+  const Operation operation(*this, Activity::Opening);
+  const bool streaming = operation.Allowed() && RTMP_ConnectStream(_rtmp, 0) != 0;
+  if (streaming) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    EndWatch();
+  } else {
+    Explain(log.Reason());
+  }
+  return Note(streaming);
+}
+
+bool RtmpSession::Explain(const std::string& reason) {
+  if (_remark.empty()) Fail(reason.empty() ? "the server does not answer" : reason);
+  const std::lock_guard<std::mutex> lock(_mutex);
+  if (_cancelled) {
+    _remark = "cancelled";
+  } else if (_watch && Watcher::Clock::now() >= _attempt_ends) {
+    _remark = "no connection within " + Seconds(Limits().attempt) + ": " + _remark;
+  }
+  return false;
+}
+
+// ---- ending -------------------------------------------------------------------------------------
+
+void RtmpSession::Close() {
+  if (!_rtmp) return;
+  const SigPipeGuard guard;
+  SigPipeGuard::Suspect();
+  const LibrtmpLog log;
+  DiscardInbound();
+  {
+    const Operation operation(*this, Activity::Closing);
+    const bool live = IsConnected();
+    RTMP_Close(_rtmp);
+    if (live) AwaitEnd();
+  }
+  _own_tls = false;
+  _tls.Reset();
+  Note(true);
+}
+
+void RtmpSession::AwaitEnd() {
+  if (_control < 0) return;
+  // Closing with unread data pending would reset the connection and could cost the server the tail
+  // of what was sent.
+  shutdown(_control, SHUT_WR);
+  char discarded[1024];
+  while (recv(_control, discarded, sizeof discarded, 0) > 0) {
+  }
+}
+
+void RtmpSession::Free() {
+  if (!_rtmp) return;
+  // Frees what the session holds besides itself, which RTMP_Free leaves behind.
+  Close();
+  RTMP_Free(_rtmp);
+  _rtmp = nullptr;
+  _url.clear();
+}
+
+void RtmpSession::Disconnect() {
+  if (!_rtmp) return;
+  const SigPipeGuard guard;
+  // A stream that is live answers at once; one that is not has no connection to wait for.
+  if (RTMP_ConnectStream(_rtmp, 0) == 1) {
+    Close();
+    RTMP_DeleteStream(_rtmp);
+  }
+  Free();
+}
+
+void RtmpSession::Cancel() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _cancelled = true;
+  const auto now = Watcher::Clock::now();
+  if (_activity == Activity::Opening) {
+    Watcher::Globle().Hasten(_watch, now);
+  } else if (_activity == Activity::Sending && !_watch && _control >= 0) {
+    _watch = Watcher::Globle().Add(_control, now + Limits().cancelledSend);
+  }
+}
+
+void RtmpSession::Resume() {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _cancelled = false;
+}
+
+void RtmpSession::EndWatch() {
+  Watcher::Globle().Remove(_watch);
+  _watch = 0;
+}
+
+// ---- inbound ------------------------------------------------------------------------------------
+
+void RtmpSession::DiscardInbound() {
+#ifndef RTMP_STOCK_TRANSPORT
+  // Over HTTP librtmp reads the answers to its own posts.
+  if (!IsConnected() || (_rtmp->Link.protocol & ProtocolHttp)) return;
+  // Enough to keep up with any server, and an end to one that never stops.
+  constexpr int MostReads = 16;
+  char discarded[4096];
+  for (int reads = 0; reads < MostReads; ++reads) {
+    const long size = ReadInbound(discarded, sizeof discarded);
+    if (size == EndOfStream) {
+      const SigPipeGuard guard;
+      const LibrtmpLog log;
+      RTMP_Close(_rtmp);
+      Note(false);
+      return;
+    }
+    if (size == NothingYet) return;
+    // A socket that gave less than it could has no more.
+    if (!_own_tls && static_cast<std::size_t>(size) < sizeof discarded) return;
+  }
+#endif
+}
+
+long RtmpSession::ReadInbound(char* buffer, std::size_t size) {
+  if (_own_tls) {
+    auto* tls = static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl);
+    _tls.NonBlockingReads(true);
+    const ssize_t result = gnutls_record_recv(tls, buffer, size);
+    _tls.NonBlockingReads(false);
+    if (result >= 0) return result;
+    return gnutls_error_is_fatal(static_cast<int>(result)) ? EndOfStream : NothingYet;
+  }
+  // Under a TLS session of librtmp's own the end of the stream can be seen, its bytes not read.
+  const int flags = MSG_DONTWAIT | (_rtmp->m_sb.sb_ssl ? MSG_PEEK : 0);
+  const ssize_t result = recv(_rtmp->m_sb.sb_socket, buffer, size, flags);
+  if (result > 0 && _rtmp->m_sb.sb_ssl) return NothingYet;
+  if (result >= 0) return result;
+  return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? NothingYet : EndOfStream;
+}
+
+// ---- sending ------------------------------------------------------------------------------------
+
+bool RtmpSession::Send(RTMPPacket& packet, bool queue) {
+  if (!_rtmp) return false;
+  const SigPipeGuard guard;
+  const Operation operation(*this, Activity::Sending);
+  return Note(RTMP_SendPacket(_rtmp, &packet, queue ? 1 : 0) != 0);
+}
+
+bool RtmpSession::CanSendInPlace() const {
+#ifdef RTMP_STOCK_TRANSPORT
+  return false;
+#else
+  return _rtmp && !DialsItself() && (_own_tls || !_rtmp->m_sb.sb_ssl);
+#endif
+}
+
+bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t timestamp, Bytes head,
+                              Bytes tail) {
+  if (!_rtmp) return false;
+  const SigPipeGuard guard;
+  const Operation operation(*this, Activity::Sending);
+  const ChunkHeader header = {channel, static_cast<unsigned char>(type), timestamp,
+                              head.size + tail.size, StreamId()};
+  const ChunkWriter writer(header, static_cast<std::size_t>(_rtmp->m_outChunkSize));
+  const bool sent =
+      _own_tls ? writer.Write(static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl), head, tail)
+               : writer.Write(_rtmp->m_sb.sb_socket, head, tail);
+  if (!sent) {
+    const LibrtmpLog log;
+    SigPipeGuard::Suspect();
+    RTMP_Close(_rtmp);
+  }
+  return Note(sent);
+}
+
+bool RtmpSession::SendControl(short event, unsigned int value, unsigned int time) {
+  if (!_rtmp) return false;
+  const SigPipeGuard guard;
+  const LibrtmpLog log;
+  const Operation operation(*this, Activity::Sending);
+  return Note(RTMP_SendCtrl(_rtmp, event, value, time) != 0);
+}
+
+void RtmpSession::SetOutChunkSize(int size) {
+  if (_rtmp) _rtmp->m_outChunkSize = size;
+}
+
+// ---- results ------------------------------------------------------------------------------------
+
+bool RtmpSession::Note(bool result) {
+  if (!result) SigPipeGuard::Suspect();
+  const bool connected = IsConnected();
+  _connected.store(connected, std::memory_order_relaxed);
+  if (!connected) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    if (_control >= 0) close(_control);
+    _control = -1;
+  }
+  return result;
+}
+
+bool RtmpSession::Fail(const std::string& reason) {
+  _remark = HideSecrets(reason, _shown);
+  return false;
+}
+
+std::string RtmpSession::TakeRemark() { return std::exchange(_remark, {}); }
+
+}  // namespace nimbo::plugin::rtmp

@@ -1,0 +1,87 @@
+#include "plugin/rtmp/session/Watcher.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
+namespace nimbo::plugin::rtmp {
+
+Watcher& Watcher::Globle() {
+  // Never destroyed: the thread may still be leaving when the process ends.
+  static auto* watcher = new Watcher;
+  return *watcher;
+}
+
+Watcher::Id Watcher::Add(int socket, Clock::time_point deadline) {
+  const int duplicate = fcntl(socket, F_DUPFD_CLOEXEC, 0);
+  if (duplicate < 0) return 0;
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _watches[++_last] = {duplicate, deadline, false};
+  if (!_running) StartThread();
+  _changed.notify_one();
+  return _last;
+}
+
+void Watcher::Hasten(Id id, Clock::time_point deadline) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  const auto watch = _watches.find(id);
+  if (watch == _watches.end()) return;
+  watch->second.deadline = std::min(watch->second.deadline, deadline);
+  _changed.notify_one();
+}
+
+void Watcher::Remove(Id id) {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  const auto watch = _watches.find(id);
+  if (watch == _watches.end()) return;
+  close(watch->second.socket);
+  _watches.erase(watch);
+  if (_watches.empty()) _changed.notify_one();
+}
+
+void Watcher::StartThread() {
+  // The host's signals are not for this thread.
+  sigset_t all;
+  sigset_t previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_BLOCK, &all, &previous);
+  _running = true;
+  std::thread([this] { Run(); }).detach();
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+void Watcher::Run() {
+  pthread_setname_np(pthread_self(), "rtmp-watch");
+  std::unique_lock<std::mutex> lock(_mutex);
+  while (!_watches.empty()) {
+    const Clock::time_point next = FireDue();
+    if (next == Clock::time_point::max()) {
+      _changed.wait(lock);
+    } else {
+      _changed.wait_until(lock, next);
+    }
+  }
+  _running = false;
+}
+
+Watcher::Clock::time_point Watcher::FireDue() {
+  const auto now = Clock::now();
+  auto next = Clock::time_point::max();
+  for (auto& [id, watch] : _watches) {
+    if (watch.fired) continue;
+    if (watch.deadline <= now) {
+      shutdown(watch.socket, SHUT_RDWR);
+      watch.fired = true;
+    } else {
+      next = std::min(next, watch.deadline);
+    }
+  }
+  return next;
+}
+
+}  // namespace nimbo::plugin::rtmp

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+
+namespace nimbo::plugin::rtmp {
+
+/// Ends blocking socket operations that take too long, by shutting the socket down under them. One
+/// thread serves the whole plug-in; it runs only while something is being watched. [any]
+///
+/// The watcher holds a duplicate of each socket, so that whoever owns the socket may close it at
+/// any time: the number that is shut down can never have become another connection's.
+class Watcher {
+ public:
+  using Clock = std::chrono::steady_clock;
+  /// Names a watch; 0 names none.
+  using Id = std::uint64_t;
+
+  static Watcher& Globle();
+
+  /// Shuts `socket` down at `deadline` unless Remove comes first. 0 when no descriptor is to be
+  /// had.
+  Id Add(int socket, Clock::time_point deadline);
+  /// Brings the deadline forward; a later one than before changes nothing.
+  void Hasten(Id id, Clock::time_point deadline);
+  /// Ends the watch.
+  void Remove(Id id);
+
+ private:
+  struct Watch {
+    int socket;
+    Clock::time_point deadline;
+    bool fired;
+  };
+
+  Watcher() = default;
+  ~Watcher() = default;
+  void StartThread();
+  void Run();
+  /// Shuts down what is due and gives the next deadline; that of "never" when there is none.
+  Clock::time_point FireDue();
+
+  std::mutex _mutex;  ///< taken after a session's own lock, never held while anything blocks
+  std::condition_variable _changed;
+  std::map<Id, Watch> _watches;
+  Id _last = 0;
+  bool _running = false;
+};
+
+}  // namespace nimbo::plugin::rtmp
