@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,7 +19,7 @@ class NIMBO_API CommandTable {
   int Add(const char* name, const Handler& handler);
   std::vector<std::string> Names() const;
   /// Null when there is no such command. An exception that escapes from the command becomes one
-  /// console line and a false result. Stays valid until the next Add.
+  /// console line and a false result. Stays valid until the command is replaced.
   const Handler* Find(const std::string& name) const;
 
  private:
@@ -26,7 +27,7 @@ class NIMBO_API CommandTable {
     std::string name;
     Handler handler;
   };
-  std::vector<Command> _commands;
+  std::deque<Command> _commands;  ///< a command that registers others must stay where it is
 };
 
 }  // namespace nimbo::base

@@ -9,7 +9,7 @@
 namespace nimbo::base {
 namespace {
 
-std::string PluginPath() { return PluginLoader::OwnFolder() + "libbase_test_plugin.so"; }
+std::string PluginPath() { return PluginLoader::OwnFolder() + "tests/libbase_test_plugin.so"; }
 
 template <class Result>
 Result Call(const char* name) {
