@@ -30,7 +30,7 @@ bool WaitOnce(std::condition_variable& changed, std::unique_lock<std::mutex>& lo
 
 RingBuffer::RingBuffer(int capacity, std::uint32_t start)
     : _capacity(std::max(capacity, 1)),
-      _slots(static_cast<std::size_t>(_capacity), nullptr),
+      _slots(static_cast<std::size_t>(_capacity.load()), nullptr),
       _write(start) {}
 
 RingBuffer::~RingBuffer() {
@@ -62,11 +62,13 @@ void RingBuffer::Write(Packet& packet) {
   if (dropped) dropped->Release();
 }
 
-void RingBuffer::Clear() {
-  std::vector<Packet*> dropped(static_cast<std::size_t>(_capacity), nullptr);
+void RingBuffer::Resize(int capacity) {
+  capacity = std::max(capacity, 1);
+  std::vector<Packet*> dropped(static_cast<std::size_t>(capacity), nullptr);
   {
     const std::lock_guard<std::mutex> lock(_mutex);
     _slots.swap(dropped);
+    _capacity = capacity;
     _next = 0;
     _count = 0;
   }

@@ -25,7 +25,9 @@ class NIMBO_API RingBuffer final : public PacketRing {
   /// [writing] Appends a packet, of which the ring takes a reference, over the oldest one.
   void Write(Packet& packet);
   /// [control] Lets the packets go, apart from pinned ones. Positions go on where they were.
-  void Clear();
+  void Clear() { Resize(_capacity); }
+  /// [control] The same, and changes the capacity.
+  void Resize(int capacity);
 
   /// [any] States what the stream carries; null says that its producer failed.
   void SetMedia(IMedia* media);
@@ -77,7 +79,7 @@ class NIMBO_API RingBuffer final : public PacketRing {
   std::mutex _mutex;
   std::condition_variable _changed;  ///< a packet, an abort, a media, or the end of the ring
   std::condition_variable _left;     ///< the last waiting reader has left an ending ring
-  const int _capacity;
+  std::atomic<int> _capacity;
   std::vector<Packet*> _slots;
   std::size_t _next = 0;   ///< index of the slot that is written next
   std::size_t _count = 0;  ///< packets in the slots

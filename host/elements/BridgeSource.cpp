@@ -1,0 +1,83 @@
+#include <atomic>
+#include <memory>
+
+#include "host/elements/FlowElement.h"
+#include "host/elements/Properties.h"
+#include "host/stream/Console.h"
+#include "host/stream/State.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+using Reader = IRing<Packet*>::Reader;
+
+/// Brings one stream of another pipeline into its own: "BridgeSource". Its configuration text is
+/// the stream's caps, such as "h264". It gives its pipeline a port; when that is linked to an
+/// output that a ring stands for, it reads the ring in a thread of its own, from the next packet
+/// on. Otherwise packets come and go in the upstream's thread.
+class BridgeSource final : public ThreadElement {
+ public:
+  BridgeSource() : ThreadElement("bridge") {}
+  ~BridgeSource() override { StatusTakeDown(); }
+
+  bool Initialize(const char* type, const char* name, const char* cfgs,
+                  base::object* owner) override {
+    if (!IElement::Initialize(type, name, nullptr, owner)) return false;
+    if (!Owner()) return Refuse("A BridgeSource needs a pipeline that it belongs to");
+    _port = &Owner()->HostState().AddPort(*this, cfgs);
+    HostState().Add(this, cfgs, true).Follow(*_port);
+    return true;
+  }
+
+  bool CanWait(const Port&) const override { return ReadsRing() || SourceCanWait(*_port); }
+
+  bool Start() override {
+    if (!ReadsRing()) return FlowElement::Start();
+    // Packets that were written before are not this element's.
+    _reader.reset(_port->Peer()->Ring()->CreateReader(this));
+    return ThreadElement::Start();
+  }
+
+  bool Stop() override { return _reader ? ThreadElement::Stop() : FlowElement::Stop(); }
+
+  bool ReceivePacket(Packet& packet, void*) override {
+    Pass(packet);
+    return true;  // the output's own pause follows a refusal
+  }
+
+  unsigned int GetPackets() const { return _packets; }
+
+ private:
+  bool ReadsRing() const {
+    const Port* upstream = _port->Peer();
+    return upstream && upstream->Ring();
+  }
+
+  void Pass(Packet& packet) {
+    if (HostState().outputs.front()->Deliver(packet)) ++_packets;
+  }
+
+  void Run() override {
+    while (!Stopping() && _reader->ring.load()) {
+      Packet* packet = nullptr;
+      // The ring keeps the packet for this reader until the next wait.
+      if (_reader->Pop(packet, std::chrono::nanoseconds::zero())) Pass(*packet);
+    }
+  }
+
+  void EndWaits() override { _reader->WaitAbort(); }
+  void Ended() override { _reader.reset(); }
+
+  Port* _port = nullptr;  ///< the pipeline's
+  std::unique_ptr<Reader> _reader;
+  std::atomic<unsigned int> _packets{0};
+};
+
+[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<BridgeSource>(
+    "BridgeSource-bridge-source",
+    {Figure("packets", &BridgeSource::GetPackets, "packets passed on")});
+
+}  // namespace
+
+}  // namespace nimbo::stream

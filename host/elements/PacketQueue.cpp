@@ -1,0 +1,62 @@
+#include "host/elements/PacketQueue.h"
+
+#include <cassert>
+
+#include "base/reflect/Names.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+/// True when a decoder can start with the packet: a key frame, or any frame of sound.
+bool CanStart(const Packet& packet) { return packet.IsKey() || !IsVideo(packet); }
+
+}  // namespace
+
+bool IsVideo(const Packet& packet) {
+  static const std::uint32_t h264 = base::Hash("h264");
+  return packet.Media() && base::Hash(packet.Media()->Codec()) == h264;
+}
+
+void PacketQueue::Reset(std::size_t capacity) {
+  Clear();
+  _slots.assign(capacity, Slot{nullptr, 0});
+  _first = 0;
+}
+
+void PacketQueue::Clear() {
+  while (!Empty()) Pop()->Release();
+  _awaits_start = false;
+}
+
+void PacketQueue::Push(Packet& packet, std::uint64_t order) {
+  assert(!Full());
+  packet.Hold();
+  _slots[(_first + _count) % _slots.size()] = {&packet, order};
+  ++_count;
+}
+
+unsigned int PacketQueue::Offer(Packet& packet, std::uint64_t order) {
+  unsigned int dropped = 0;
+  if (Full()) {
+    do {
+      Pop()->Release();
+      ++dropped;
+    } while (!Empty() && !CanStart(Front()));
+    _awaits_start = Empty();
+  }
+  if (_awaits_start && !CanStart(packet)) return dropped + 1;
+  _awaits_start = false;
+  Push(packet, order);
+  return dropped;
+}
+
+Packet* PacketQueue::Pop() {
+  assert(!Empty());
+  Packet* packet = _slots[_first].packet;
+  _first = (_first + 1) % _slots.size();
+  --_count;
+  return packet;
+}
+
+}  // namespace nimbo::stream

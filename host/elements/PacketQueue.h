@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "nimbo/stream/packet.h"
+
+namespace nimbo::stream {
+
+/// A bounded queue of held packets. Nothing is allocated for a packet. Whoever uses it from several
+/// threads locks it.
+class PacketQueue {
+ public:
+  PacketQueue() = default;
+  PacketQueue(const PacketQueue&) = delete;
+  PacketQueue& operator=(const PacketQueue&) = delete;
+  ~PacketQueue() { Clear(); }
+
+  /// Makes it an empty queue of at most `capacity` packets.
+  void Reset(std::size_t capacity);
+  /// Lets all packets go.
+  void Clear();
+
+  bool Empty() const { return _count == 0; }
+  bool Full() const { return _count == _slots.size(); }
+  std::size_t Size() const { return _count; }
+  /// The oldest packet; there must be one.
+  Packet& Front() const { return *_slots[_first].packet; }
+  std::uint64_t FrontOrder() const { return _slots[_first].order; }
+
+  /// Appends a packet; there must be room. `order` comes back from FrontOrder.
+  void Push(Packet& packet, std::uint64_t order = 0);
+  /// Appends a packet of a stream that cannot wait. In a full queue the oldest packet makes room,
+  /// and with it those behind it up to the next one that a decoder can start with; when there is
+  /// none, the queue is emptied and takes no more packets up to such a one. So the stream stays
+  /// decodable, is as recent as it can be, and shows one gap in its sequence numbers. Returns how
+  /// many packets were dropped, `packet` included.
+  unsigned int Offer(Packet& packet, std::uint64_t order = 0);
+  /// Takes the oldest packet out; the caller gets its reference. There must be one.
+  Packet* Pop();
+
+ private:
+  struct Slot {
+    Packet* packet;
+    std::uint64_t order;
+  };
+  std::vector<Slot> _slots;
+  std::size_t _first = 0;
+  std::size_t _count = 0;
+  bool _awaits_start = false;  ///< of something that a decoder can start with
+};
+
+/// [any] True for a packet of H.264 video.
+bool IsVideo(const Packet& packet);
+
+}  // namespace nimbo::stream

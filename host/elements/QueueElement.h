@@ -1,0 +1,76 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "host/elements/FlowElement.h"
+#include "host/elements/PacketQueue.h"
+
+namespace nimbo::stream {
+
+/// An element with pairs of an input and an output, each with a queue between them, and one thread
+/// that delivers for all pairs. What comes in while a queue is full waits where the source can wait
+/// and drops older packets where it cannot.
+class QueueElement : public ThreadElement {
+ public:
+  /// [control] An input brings its output with it; outputs alone cannot be added.
+  IPort* PortAdd(const char* caps, const char* direction) override;
+  void MediaKnown(Port& input) override;
+  /// The element's own thread: what it does not take in time is dropped where it was queued.
+  bool CanWait(const Port&) const override { return true; }
+  bool ReceivePacket(Packet& packet, void* from) override;
+  bool Start() override;
+
+  bool SetMax(const char* text) { return SetCount("max", text); }
+  /// [any] Figures: packets that a queue holds at most, that were delivered, dropped because a
+  /// queue was full, and are queued now.
+  int GetMax() const { return _max; }
+  unsigned int GetPackets() const { return _packets; }
+  unsigned int GetDropped() const { return _dropped; }
+  unsigned int GetQueued() const { return _queued; }
+
+ protected:
+  using Clock = std::chrono::steady_clock;
+  struct Pair {
+    Port* input;
+    Port* output;
+    PacketQueue queue;
+    bool silent = false;  ///< nothing came for so long that the others no longer wait for it
+  };
+
+  QueueElement(const char* threadName, int max) : ThreadElement(threadName), _max(max) {}
+
+  /// [delivering] The pair whose packet goes next; null when none may go yet. Then it is asked
+  /// again when a packet comes, and at `due` if it set that. Called under the lock.
+  virtual Pair* Choose(Clock::time_point& due) = 0;
+  /// [control] Playing begins anew. Called under the lock.
+  virtual void Begin() {}
+
+  void Run() override;
+  void EndWaits() override;
+  void Ended() override;
+
+  /// The pairs, in the order of their creation; under the lock while the element plays.
+  std::vector<std::unique_ptr<Pair>>& Pairs() { return _pairs; }
+
+ private:
+  bool SetCount(const char* key, const char* text);
+
+  // No other lock is taken under it but those of packets and their pools.
+  std::mutex _mutex;
+  std::condition_variable _filled;
+  std::condition_variable _drained;
+  std::vector<std::unique_ptr<Pair>> _pairs;
+  std::uint64_t _order = 0;  ///< of the next packet, over all queues
+  bool _taking = false;      ///< packets are taken
+  std::atomic<int> _max;
+  std::atomic<unsigned int> _packets{0};
+  std::atomic<unsigned int> _dropped{0};
+  std::atomic<unsigned int> _queued{0};
+};
+
+}  // namespace nimbo::stream

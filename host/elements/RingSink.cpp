@@ -1,0 +1,140 @@
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "host/elements/FlowElement.h"
+#include "host/elements/Properties.h"
+#include "host/stream/Console.h"
+#include "host/stream/RingBuffer.h"
+#include "host/stream/State.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+constexpr int DefaultSize = 128;
+
+/// Ends a pipeline in packet rings, one for each input: "RingSink". The media of a ring is known
+/// when the source of its packets has been opened. Property "size": packets that a ring holds.
+class RingSink final : public FlowElement {
+ public:
+  RingSink() { HostState().ring = &AddStream(""); }
+  ~RingSink() override { StatusTakeDown(); }
+
+  IPort* PortAdd(const char* caps, const char* direction) override {
+    if (!direction || std::strcmp(direction, "in") != 0) {
+      Explain("\"", Name(), "\" only adds inputs, each of which brings its ring");
+      return nullptr;
+    }
+    AddStream(caps);
+    return _streams.back()->input;
+  }
+
+  void MediaKnown(Port& input) override {
+    Stream* stream = Find(&input);
+    if (!stream) return;
+    StateMedia(*stream, input.Media());
+    for (const auto& output : HostState().outputs) {
+      if (output->Ring() == &stream->ring) TellMedia(*output);
+    }
+  }
+
+  /// Whoever reads a ring can wait: what it misses has been overwritten in the ring.
+  bool CanWait(const Port&) const override { return true; }
+
+  bool Open() override {
+    for (const auto& stream : _streams) {
+      Forget(*stream);
+      // Known already where the source was opened before this element.
+      if (IMedia* media = stream->input->Media()) StateMedia(*stream, media);
+    }
+    return FlowElement::Open();
+  }
+
+  bool Close() override {
+    for (const auto& stream : _streams) {
+      Forget(*stream);
+      stream->ring.Clear();
+    }
+    return FlowElement::Close();
+  }
+
+  bool ReceivePacket(Packet& packet, void* from) override {
+    Stream* stream = Find(from);
+    if (!stream) return false;
+    // A source of another kind does not tell its media beforehand.
+    if (!stream->mediaKnown) StateMedia(*stream, packet.Media());
+    stream->ring.Write(packet);
+    ++_packets;
+    return true;
+  }
+
+  bool SetSize(const char* text) {
+    if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: its size cannot change");
+    if (!SetPacketCount(*this, "size", text, _size)) return false;
+    for (const auto& stream : _streams) stream->ring.Resize(_size);
+    return true;
+  }
+  int GetSize() const { return _size; }
+  unsigned int GetPackets() const { return _packets; }
+  /// [any] Packets of all rings that the slowest reader has not taken yet.
+  unsigned int GetQueued() const {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    unsigned int queued = 0;
+    for (const auto& stream : _streams) queued += stream->ring.Unread();
+    return queued;
+  }
+
+ private:
+  struct Stream {
+    Stream(Port& port, int size) : input(&port), ring(size) {}
+    Port* input;
+    RingBuffer ring;
+    std::atomic<bool> mediaKnown{false};
+  };
+
+  RingBuffer& AddStream(const char* caps) {
+    auto stream = std::make_unique<Stream>(HostState().Add(this, caps, false), _size);
+    Port& output = HostState().Add(this, "", true);
+    output.Follow(*stream->input);
+    output.SetRing(&stream->ring);
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _streams.push_back(std::move(stream));
+    return _streams.back()->ring;
+  }
+
+  Stream* Find(const void* input) const {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const auto& stream : _streams) {
+      if (stream->input == input) return stream.get();
+    }
+    return nullptr;
+  }
+
+  static void StateMedia(Stream& stream, IMedia* media) {
+    stream.ring.SetMedia(media);
+    stream.mediaKnown = true;
+  }
+
+  static void Forget(Stream& stream) {
+    stream.ring.ForgetMedia();
+    stream.mediaKnown = false;
+  }
+
+  mutable std::mutex _mutex;  ///< the list of streams; taken before the mutex of a ring
+  std::vector<std::unique_ptr<Stream>> _streams;
+  std::atomic<int> _size{DefaultSize};
+  std::atomic<unsigned int> _packets{0};
+};
+
+[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<RingSink>(
+    "RingSink-ring-sink",
+    {Setting("size", &RingSink::SetSize, &RingSink::GetSize, "packets that a ring holds"),
+     Figure("packets", &RingSink::GetPackets, "packets written"),
+     Figure("queued", &RingSink::GetQueued, "packets that the slowest reader has not taken")});
+
+}  // namespace
+
+}  // namespace nimbo::stream

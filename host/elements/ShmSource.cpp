@@ -1,0 +1,168 @@
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "base/reflect/Names.h"
+#include "host/base/ConfigText.h"
+#include "host/capture/CaptureSource.h"
+#include "host/elements/FlowElement.h"
+#include "host/elements/Properties.h"
+#include "host/stream/Console.h"
+#include "host/stream/State.h"
+#include "host/stream/Tree.h"
+
+namespace nimbo::stream {
+
+namespace {
+
+/// Codecs that the name of a source can start with: "h264-0" is a stream of the first.
+constexpr const char* NamedCodecs[] = {"h264", "aac"};
+
+std::string CodecOfName(const std::string& name) {
+  const std::string start = name.substr(0, name.find('-'));
+  for (const char* codec : NamedCodecs) {
+    if (base::Hash(codec) == base::Hash(start.c_str())) return codec;
+  }
+  return "";
+}
+
+/// Brings the packets of a capture source into a pipeline: "shm-source", with one output for each
+/// stream. Property "connect": "pv:NAME[,key=value]...", the source and its options. At the end of
+/// the source it sends the message "end_of_stream" up.
+class ShmSource final : public ThreadElement {
+ public:
+  ShmSource() : ThreadElement("capture") {}
+  ~ShmSource() override { StatusTakeDown(); }
+
+  bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }
+
+  bool Open() override {
+    if (!_source) return Refuse("\"", Name(), "\" has nothing to capture: set its \"connect\"");
+    const bool opened = _source->Open();
+    if (opened) AssignStreams();
+    for (const auto& output : HostState().outputs) TellMedia(*output);
+    return opened && FlowElement::Open();
+  }
+
+  bool Close() override {
+    if (_source) _source->Close();
+    _streams.clear();
+    for (const auto& output : HostState().outputs) output->SetMedia(nullptr);
+    return FlowElement::Close();
+  }
+
+  bool Start() override { return _source->Start() && ThreadElement::Start(); }
+
+  bool SetConnect(const char* text) {
+    if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: \"connect\" cannot change");
+    base::ConnectText connect;
+    if (!base::ParseConnect(text, connect)) {
+      FailureTold() = true;
+      return false;
+    }
+    auto source = capture::CaptureRegistry::Globle().Make(connect.name, connect.options);
+    if (!source) {
+      FailureTold() = true;
+      return false;
+    }
+    std::vector<std::string> codecs = source->Outputs();
+    if (codecs.empty()) codecs.push_back(CodecOfName(connect.name));
+    if (!MakeOutputs(codecs)) return false;
+    _source = std::move(source);
+    const std::lock_guard<std::mutex> lock(TreeMutex());
+    _connect = text;
+    return true;
+  }
+  std::string GetConnect() const {
+    const std::lock_guard<std::mutex> lock(TreeMutex());
+    return _connect;
+  }
+  unsigned int GetPackets() const { return _packets; }
+
+ private:
+  struct Stream {
+    IMedia* media;
+    Port* output;
+  };
+
+  /// Makes one output for each codec, unless they are there already.
+  bool MakeOutputs(const std::vector<std::string>& codecs) {
+    auto& outputs = HostState().outputs;
+    if (_codecs == codecs) return true;
+    for (const auto& output : outputs) {
+      if (output->Linked()) {
+        return Refuse("\"", Name(), "\" is linked: \"connect\" can only name a source of the ",
+                      "same streams");
+      }
+    }
+    {
+      const std::lock_guard<std::mutex> lock(TreeMutex());
+      outputs.clear();
+    }
+    for (const std::string& codec : codecs) HostState().Add(this, codec.c_str(), true);
+    _codecs = codecs;
+    return true;
+  }
+
+  /// Gives each stream of the opened source the first output left that takes its codec.
+  void AssignStreams() {
+    for (IMedia* media : _source->Streams()) {
+      Port* free = nullptr;
+      for (const auto& output : HostState().outputs) {
+        const bool fits = CapsFit(output->Caps(), media->Codec());
+        if (!free && fits && !output->Media()) free = output.get();
+      }
+      if (free) {
+        free->SetMedia(media);
+        _streams.push_back({media, free});
+      } else {
+        Explain("\"", Name(), "\" has no output for the \"", media->Codec(),
+                "\" stream of its source: it is dropped");
+      }
+    }
+  }
+
+  Port* OutputFor(const Packet& packet) const {
+    const IMedia* media = packet.Media();
+    for (const Stream& stream : _streams) {
+      if (stream.media == media) return stream.output;
+    }
+    // A stream whose parameters changed goes on under a new media.
+    for (const Stream& stream : _streams) {
+      if (media && base::Hash(stream.media->Codec()) == base::Hash(media->Codec())) {
+        return stream.output;
+      }
+    }
+    return nullptr;
+  }
+
+  void Run() override {
+    while (!Stopping()) {
+      Packet* packet = _source->Read();
+      if (!packet) break;
+      Port* output = OutputFor(*packet);
+      if (output && output->Deliver(*packet)) ++_packets;
+      packet->Release();
+    }
+    if (!Stopping()) SendMessageUp("end_of_stream", nullptr, nullptr);
+  }
+
+  void EndWaits() override { _source->Abort(); }
+
+  std::unique_ptr<capture::CaptureSource> _source;
+  std::vector<std::string> _codecs;  ///< of the outputs
+  std::vector<Stream> _streams;
+  std::string _connect;  ///< under TreeMutex()
+  std::atomic<unsigned int> _packets{0};
+};
+
+[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<ShmSource>(
+    "ShmSource-shm-source", {Setting("connect", &ShmSource::SetConnect, &ShmSource::GetConnect,
+                                     "the capture source, as pv:NAME[,key=value]..."),
+                             Figure("packets", &ShmSource::GetPackets, "packets delivered")});
+
+}  // namespace
+
+}  // namespace nimbo::stream
