@@ -1,0 +1,130 @@
+#!/usr/bin/env bash
+# Shows the plug-in at work: installs what is missing, builds, publishes, and reports.
+#
+#   ./publish.sh             publishes the simulated camera for 10 s to a private RTMP server on
+#                            loopback and reports what arrived there
+#   ./publish.sh URL         publishes the simulated camera for 10 s to URL
+#   ./publish.sh URL INPUT   publishes a media file (anything that libavformat opens) to URL
+#
+# The private server takes a free port, or the one that the environment variable PORT names. What
+# arrived, and a picture from it, is left in build/published/.
+set -euo pipefail
+cd_from=$PWD
+cd "$(dirname "$0")"
+
+seconds=10
+host=build/release/nimbo-host
+published=build/published
+
+fail() { printf 'publish.sh: %s\n' "$1" >&2; exit 1; }
+step() { printf '\n== %s\n' "$1"; }
+
+[ $# -le 2 ] || { sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0" >&2; exit 2; }
+url=${1:-}
+input=${2:-}
+case $url in
+  -h | --help) sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0"; exit 0 ;;
+  '' | rtmp*://*) ;;
+  *) fail "\"$url\" is no RTMP address (rtmp://HOST[:PORT]/APPLICATION/STREAM)" ;;
+esac
+case $input in
+  '' | /* | *://*) ;;
+  *) input=$cd_from/$input ;;
+esac
+case $input in
+  '' | *://*) ;;
+  *) { [ -f "$input" ] && [ -r "$input" ]; } || [ -c "$input" ] || fail "no such file: $2" ;;
+esac
+
+children=()
+tidy() {
+  trap '' INT TERM
+  local child
+  for child in "${children[@]}"; do kill "$child" 2>/dev/null || true; done
+  for child in "${children[@]}"; do wait "$child" 2>/dev/null || true; done
+}
+trap tidy EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+# Runs a child that dies with this script, and waits for it.
+run() {
+  "$@" </dev/null &
+  children+=($!)
+  local status=0
+  wait $! || status=$?
+  unset 'children[-1]'
+  return $status
+}
+
+build() {
+  mkdir -p build
+  local log=build/publish-build.log
+  {
+    cmake --preset release >"$log" 2>&1 &&
+      if [ -t 1 ]; then
+        cmake --build --preset release --target nimbo-host pluginrtmp nimbo-av
+      else
+        cmake --build --preset release --target nimbo-host pluginrtmp nimbo-av >>"$log" 2>&1
+      fi
+  } || { grep -E 'error|Error' "$log" | head -n 5 >&2; fail "the build failed ($log)"; }
+}
+
+tools/install-deps || fail "what is needed could not be installed"
+step "Building"
+build
+
+if [ -n "$url" ]; then
+  step "Publishing ${input:-the simulated camera} to $url"
+  if [ -n "$input" ]; then
+    run "$host" push --url "$url" --input "$input" || fail "publishing to $url failed"
+  else
+    run "$host" push --url "$url" --duration $seconds || fail "publishing to $url failed"
+  fi
+  exit 0
+fi
+
+step "Starting a private RTMP server"
+rm -rf "$published"
+mkdir -p "$published"
+server_folder=$(mktemp -d)
+exec {said}< <(exec tools/ingest-server "$server_folder" ${PORT:+--port "$PORT"})
+children+=($!)
+trap 'tidy; rm -rf "$server_folder"' EXIT
+read -r address <&"$said" || fail "the server did not start"
+printf 'listening at %s\n' "$address"
+
+step "Publishing the simulated camera for $seconds s to $address/camera"
+run "$host" push --url "$address/camera" --duration $seconds || fail "publishing failed"
+tidy
+children=()
+
+step "What arrived"
+recording=$published/camera.flv
+recorded=("$server_folder"/recordings/*.flv)
+[ -s "${recorded[0]}" ] || fail "nothing was recorded"
+mv "${recorded[0]}" "$recording"
+
+probe() { ffprobe -v error "$@" "$recording"; }
+complaints=$(ffmpeg -v error -i "$recording" -f null - 2>&1) || true
+[ -z "$complaints" ] || fail "the decoder complains: $(printf '%s' "$complaints" | head -n 1)"
+duration=$(probe -select_streams v:0 -show_entries packet=pts_time -of csv=p=0 | sort -n | tail -n 1)
+video=$(probe -select_streams v:0 -count_frames -of csv=p=0:s=' ' \
+  -show_entries stream=codec_name,profile,width,height,r_frame_rate,nb_read_frames)
+audio=$(probe -select_streams a:0 -count_frames -of csv=p=0:s=' ' \
+  -show_entries stream=codec_name,profile,sample_rate,channels,nb_read_frames)
+[ -n "$video" ] || fail "no video arrived"
+[ -n "$audio" ] || fail "no audio arrived"
+picture=$published/camera.png
+ffmpeg -v error -y -ss "$((seconds / 2))" -i "$recording" -frames:v 1 "$picture" ||
+  fail "no picture could be taken from the recording"
+
+read -r vcodec vprofile width height rate frames <<<"$video"
+read -r acodec aprofile samples channels aframes <<<"$audio"
+printf 'video      %s (%s) %sx%s, %s frames, %s fps\n' "$vcodec" "$vprofile" "$width" "$height" \
+  "$frames" "$rate"
+printf 'audio      %s (%s) %s Hz, %s channels, %s frames\n' "$acodec" "$aprofile" "$samples" \
+  "$channels" "$aframes"
+printf 'duration   %.1f s\n' "$duration"
+printf 'size       %s bytes\n' "$(stat -c %s "$recording")"
+printf 'recording  %s\npicture    %s\n' "$recording" "$picture"

@@ -1,0 +1,107 @@
+#include "host/cli/Shell.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include "tests/host/cli/HostProcess.h"
+
+namespace nimbo {
+namespace {
+
+using test::HostProcess;
+using test::RunShell;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// A line of the shell, a text that it must print, and whether it succeeds.
+struct LineCase {
+  const char* line;
+  const char* printed;
+  bool succeeds;
+};
+class ShellLine : public ::testing::TestWithParam<LineCase> {};
+
+TEST_P(ShellLine, PrintsItsResultAndCountsInTheExitCode) {
+  int code = -1;
+  const auto output = RunShell(std::string(GetParam().line) + "\n", code);
+  EXPECT_THAT(output, HasSubstr(GetParam().printed));
+  EXPECT_EQ(code, GetParam().succeeds ? 0 : 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines, ShellLine,
+    ::testing::Values(
+        LineCase{"  # a remark", "", true},
+        LineCase{"echo p0={a,b=c},p1=x", "echo: p0={a,b=c},p1=x\n", true},
+        LineCase{"echo fail=1", "the command \"echo\" failed", false},
+        LineCase{"echo p0={a", "{a", false}, LineCase{"call fwEcho", "nullnullnull\n= 7\n", true},
+        LineCase{"call fwEcho \"a b\" {c d=e}  f:g={h i}", "[a b][c d=e][f:g={h i}]\n", true},
+        LineCase{"call fwEcho 1 2 3 4", "at most 3", false},
+        LineCase{"call fwNone", "there are: fwEcho, fwThrow", false},
+        LineCase{"call fwThrow", "no good", false},
+        LineCase{"call fwEcho \"a", "not closed: \"a", false},
+        LineCase{"class Application", "serialize", true},
+        LineCase{"class Nothing", "there is no class \"Nothing\"", false},
+        LineCase{"get nobody status", "there is no object \"nobody\"", false},
+        LineCase{"sleep soon", "usage: sleep SECONDS", false}, LineCase{"sleep 0.01", "", true},
+        LineCase{"help", "echo [KEY=VALUE,...]", true},
+        LineCase{"frobnicate", "there is no command \"frobnicate\"", false}));
+
+TEST(Shell, GoesOnAfterAFailedLineUnlessToldToStop) {
+  int code = -1;
+  EXPECT_THAT(RunShell("frobnicate\ncall fwEcho a", code), HasSubstr("[a]"));
+  EXPECT_EQ(code, 1);
+  EXPECT_THAT(RunShell("frobnicate\ncall fwEcho a", code, {"--stop"}), Not(HasSubstr("[a]")));
+  EXPECT_EQ(code, 1);
+}
+
+TEST(Shell, QuitLeavesTheRestOfTheInputUnread) {
+  int code = -1;
+  EXPECT_THAT(RunShell("quit\ncall fwEcho a\n", code), Not(HasSubstr("[a]")));
+  EXPECT_EQ(code, 0);
+}
+
+TEST(Shell, DoesTheControlQueuesWorkWhileItSleeps) {
+  HostProcess host(HostProcess::Streams::Pipes, {"--plugin", ECHO_PLUGIN, "shell"});
+  host.Write("later\nsleep 600\n");
+  EXPECT_TRUE(host.WaitFor("from a thread"));
+  EXPECT_TRUE(host.WaitFor("from the queue"));
+  host.Signal(SIGTERM);
+  EXPECT_EQ(host.Wait(), 1);
+}
+
+TEST(Shell, CompletesCommandsAndTheirFirstArgument) {
+  EXPECT_THAT(cli::Shell::Candidates("cl"), ElementsAre("class", "classes"));
+  EXPECT_THAT(cli::Shell::Candidates("class Appl"), ElementsAre("Application"));
+  EXPECT_THAT(cli::Shell::Candidates("sleep 1"), ElementsAre());
+}
+
+struct UsageCase {
+  std::vector<std::string> arguments;
+  const char* printed;
+  int code;
+};
+class Usage : public ::testing::TestWithParam<UsageCase> {};
+
+TEST_P(Usage, IsToldInOneLine) {
+  HostProcess host(HostProcess::Streams::Pipes, GetParam().arguments);
+  EXPECT_EQ(host.Wait(), GetParam().code);
+  EXPECT_THAT(host.Output(), HasSubstr(GetParam().printed));
+  EXPECT_EQ(std::count(host.Output().begin(), host.Output().end(), '\n'), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLines, Usage,
+    ::testing::Values(UsageCase{{}, "subcommand is required", 2},
+                      UsageCase{{"push", "--duration", "-1"}, "--duration", 2},
+                      UsageCase{{"push", "--input", "a", "--cfg", "b"}, "excludes", 2},
+                      UsageCase{{"shell", "--plugin", "/nowhere.so"}, "/nowhere.so", 1},
+                      UsageCase{{"push", "--plugin", ECHO_PLUGIN, "--input", "/nowhere.mp4"},
+                                "cannot open \"/nowhere.mp4\": No such file",
+                                1},
+                      UsageCase{
+                          {"push", "--plugin", ECHO_PLUGIN, "--input", "a{.mp4"}, "brace", 1}));
+
+}  // namespace
+}  // namespace nimbo

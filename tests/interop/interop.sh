@@ -1,0 +1,227 @@
+#!/usr/bin/env bash
+# Publishes with the program to a private nginx and looks at what it recorded.
+#   tests/interop/interop.sh NIMBO-HOST CASE
+# CASE is one of the functions whose names begin with a capital.
+set -euo pipefail
+host=$1
+tools=$(cd "$(dirname "$0")/../../tools" && pwd)
+folder=$(mktemp -d)
+children=()
+
+finish() {
+  local status=$?
+  trap - EXIT
+  local child
+  for child in "${children[@]}"; do kill "$child" 2>/dev/null || true; done
+  for child in "${children[@]}"; do wait "$child" 2>/dev/null || true; done
+  rm -rf "$folder"
+  exit $status
+}
+trap finish EXIT
+trap 'exit 1' INT TERM
+
+fail() { printf 'FAILED: %s\n' "$1" >&2; exit 1; }
+
+# until_true COMMAND...: true as soon as the command succeeds, false after a minute.
+until_true() {
+  local deadline=$((SECONDS + 60))
+  until "$@"; do
+    [ $SECONDS -lt $deadline ] || return 1
+    sleep 0.1
+  done
+}
+
+# start_server [OPTION...]: sets `address`, of the stream to publish.
+start_server() {
+  exec {said}< <(exec "$tools/ingest-server" "$folder/server" "$@")
+  children+=($!)
+  read -r address <&"$said" || fail "the server did not start"
+  address=$address/stream
+}
+
+# push OPTION...: to its end. Its output is left in `log`.
+log=$folder/log
+push() { "$host" push "$@" </dev/null >"$log" 2>&1; }
+# start_push OPTION...: sets `pusher`.
+start_push() {
+  "$host" push "$@" </dev/null >"$log" 2>&1 &
+  pusher=$!
+  children+=("$pusher")
+}
+# Ends the pusher with TERM; its exit code is the result.
+stop_push() { kill -TERM "$pusher" && wait "$pusher"; }
+
+recordings() { ls -tr "$folder"/server/recordings/*.flv 2>/dev/null; }
+newest() { recordings | tail -n 1; }
+# recorded COUNT BYTES: there are so many recordings, and the newest is so long.
+recorded() {
+  [ "$(recordings | wc -l)" -eq "$1" ] && [ "$(stat -c %s "$(newest)")" -ge "$2" ]
+}
+
+decodes_clean() {
+  local said
+  said=$(ffmpeg -nostdin -v error -i "$1" -f null - 2>&1)
+  [ -z "$said" ] || fail "the decoder says: $said"
+}
+# md5 FILE STREAM [OPTION...]: one hash a line, of its decoded frames or, with "-c copy", packets.
+md5() {
+  local file=$1 stream=$2
+  shift 2
+  ffmpeg -nostdin -v error -i "$file" -map "0:$stream" -fps_mode passthrough "$@" -f framemd5 - |
+    sed -n '/^[^#]/s/.*, *//p'
+}
+same_frames() {
+  diff <(md5 "$1" v) <(md5 "$2" v) >"$folder/diff" || fail "pictures differ: $(head -n 4 "$folder/diff")"
+  diff <(md5 "$1" a -c copy) <(md5 "$2" a -c copy) >"$folder/diff" ||
+    fail "sound packets differ: $(head -n 4 "$folder/diff")"
+  [ "$(md5 "$2" v | wc -l)" -gt 0 ] || fail "there are no pictures"
+}
+frames() { md5 "$1" v | wc -l; }
+
+# The tags of a recording until both kinds were seen, as "video:SEQUENCE-HEADER".
+first_tags() {
+  python3 - "$1" <<'PYTHON'
+import sys
+data = open(sys.argv[1], "rb").read()
+at, seen = 13, {}
+while at + 13 <= len(data) and len(seen) < 2:
+    kind, size = data[at], int.from_bytes(data[at + 1:at + 4], "big")
+    name = {8: "audio", 9: "video"}.get(kind)
+    if name and name not in seen:
+        # The second byte of a tag's body: 0 for a sequence header in both codecs.
+        seen[name] = "header" if data[at + 12] == 0 else "frame"
+    at += 11 + size + 4
+print(" ".join(f"{name}:{what}" for name, what in sorted(seen.items())))
+PYTHON
+}
+
+camera="h264-0,W=640,H=360,fr=30,br=1000000,gopTypeStr=ibbp,gop=30"
+
+# source FILE OPTION...: 3 s of picture and sound.
+source_file() {
+  local file=$1
+  shift
+  ffmpeg -nostdin -v error -f lavfi -i testsrc2=s=1280x720:r=30 \
+    -f lavfi -i sine=f=1000:r=48000 -t 3 -c:v libx264 -preset ultrafast -pix_fmt yuv420p -g 30 \
+    -c:a aac "$@" "$file"
+}
+one_slice=(-bf 0 -x264-params slices=1:sliced-threads=0)
+
+TheCameraArrivesWholeAndDecodesClean() {
+  start_server
+  push --url "$address" --encoder "$camera" --duration 5 || fail "push ended with $?"
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  decodes_clean "$(newest)"
+  # Time stamps without a hole: no picture was dropped on the way.
+  ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv=p=0 "$(newest)" |
+    awk -F, 'NR > 1 && $1 - last > 0.060 { exit 1 } { last = $1 }' || fail "pictures are missing"
+  [ "$(frames "$(newest)")" -ge 90 ] || fail "only $(frames "$(newest)") pictures arrived"
+  local level
+  level=$(ffmpeg -nostdin -i "$(newest)" -af volumedetect -vn -f null - 2>&1 |
+    sed -n 's/.*mean_volume: \(-\{0,1\}[0-9]*\).*/\1/p')
+  [ "$level" -gt -40 ] || fail "the tone is missing: $level dB"
+  grep -q 'rtmp_sts=true' "$log" || fail "no status line"
+}
+
+AFileArrivesFrameByFrame() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server
+  push --url "$address" --input "$folder/source.mp4" || fail "push ended with $?"
+  decodes_clean "$(newest)"
+  same_frames "$folder/source.mp4" "$(newest)"
+}
+
+ElementaryFilesArriveFrameByFrame() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  ffmpeg -nostdin -v error -i "$folder/source.mp4" -c copy -map 0:v "$folder/v.h264" -c copy \
+    -map 0:a "$folder/a.aac"
+  start_server
+  push --url "$address" --input "$folder/v.h264" --input "$folder/a.aac" || fail "push ended with $?"
+  decodes_clean "$(newest)"
+  same_frames "$folder/source.mp4" "$(newest)"
+}
+
+AFileIsTranscodedWhereTheWireCannotDescribeIt() {
+  source_file "$folder/source.mkv" -bf 2 -c:a libmp3lame
+  start_server
+  push --url "$address" --input "$folder/source.mkv" || fail "push ended with $?"
+  decodes_clean "$(newest)"
+  [ "$(frames "$(newest)")" -eq "$(frames "$folder/source.mkv")" ] || fail "pictures are missing"
+  [ "$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$(newest)" | sort | xargs)" = \
+    "aac h264" ] || fail "the recording has other codecs"
+}
+
+AKilledServerIsFoundAgain() {
+  start_server
+  start_push --url "$address" --encoder "$camera"
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  kill -KILL "$(cat "$folder/server/nginx.pid")"
+  sleep 2
+  kill -0 "$pusher" || fail "the host died with the server"
+  start_server
+  until_true recorded 2 200000 || fail "nothing was recorded after the restart"
+  stop_push || fail "push ended with $?"
+  [ "$(first_tags "$(newest)")" = "audio:header video:header" ] ||
+    fail "the new recording starts with $(first_tags "$(newest)")"
+  decodes_clean "$(newest)"
+  grep -q 'reconnect success,continue' "$log" || fail "no line tells of the reconnection"
+}
+
+TermStopsCleanly() {
+  start_server
+  start_push --url "$address" --encoder "$camera"
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  stop_push || fail "push ended with $?"
+  grep -q '^Published ' "$log" || fail "no summary"
+  until_true grep -q deleteStream "$folder/server/error.log" || fail "the stream was not ended"
+  decodes_clean "$(newest)"
+}
+
+ARefusedConnectionIsAFailure() {
+  start_server
+  kill -KILL "$(cat "$folder/server/nginx.pid")"
+  wait "${children[0]}" || true
+  local status=0
+  push --url "$address" --encoder "$camera" || status=$?
+  [ $status -eq 1 ] || fail "push ended with $status"
+  grep -qF 'RTMP_Connect(_rtmp, __null) == 0' "$log" || fail "no failure line"
+  grep -qxF "nimbo-host: could not start publishing to $address" "$log" || fail "no last line"
+}
+
+ARefusedPublishIsAFailure() {
+  start_server --deny
+  local status=0
+  push --url "$address" --encoder "$camera" || status=$?
+  [ $status -eq 1 ] || fail "push ended with $status"
+  grep -qF 'RTMP_ConnectStream(_rtmp, 0) == 0' "$log" || fail "no failure line"
+}
+
+# shell LINE...: its output, both streams.
+shell() { printf '%s\n' "$@" | "$host" shell 2>&1 || true; }
+# The failure line of the command unit's LINE in FUNCTION.
+failed() { printf '\033[31mplugin/rtmp/_test.cpp/%s/%s:\t%s' "$1" "$2" "$3"; }
+
+TheShellPrintsTheCaptureConfiguration() {
+  local expected="====buf:
+type=pipeline,serialize={shm-source:connect={pv:$camera,plenckeys=vfrc-fifo}+fifofilter:max=60+RingSink}+type=pipeline,serialize={shm-source:connect={pv:aac-1,plenckeys=fifo}+fifofilter:max=128+RingSink}
+===="
+  local said
+  said=$(shell "rtmp p0={$camera}")
+  [[ $said == *"$expected"* ]] || fail "the block is missing: $said"
+}
+
+TheShellPrintsFailureLinesWithTheirPlaces() {
+  local said
+  # The address that is built in names a host that does not exist; a name is taken the second time.
+  said=$(shell "rtmp p0={$camera}" "call fwRtmpPusher $camera" \
+    "call fwRtmpService NoSuchClass" "objects")
+  local line
+  for line in "$(failed 91 fwRtmpPusher '!server->Set("status","play")')" \
+    "$(failed 88 fwRtmpPusher '!server')" "$(failed 104 fwRtmpService '!server')" "= 0" "= -1" \
+    'the command "rtmp" failed' "rtmp-pusher-service"; do
+    [[ $said == *"$line"* ]] || fail "\"$line\" is missing: $said"
+  done
+}
+
+[ "$(type -t "${2:-}")" = function ] && [[ $2 == [A-Z]* ]] || fail "there is no case \"${2:-}\""
+"$2"
