@@ -27,7 +27,8 @@ constexpr const char* BridgeClass = "BridgeSource";
 bool RefusePiece(const ConfigEntry& entry, const std::string& piece, const std::string& reason) {
   const auto offset = entry.text.find(piece);
   const auto position = entry.position + (offset == std::string::npos ? 0 : offset);
-  return Refuse("\"", piece, "\" at ", static_cast<unsigned long>(position), ": ", reason);
+  return Refuse("configuration: \"", piece, "\" at byte ", static_cast<unsigned long>(position),
+                ": ", reason);
 }
 
 /// Passes `ok` on. When it is false and nobody has told why, the entry is quoted with `reason`.

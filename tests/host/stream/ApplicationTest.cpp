@@ -1,0 +1,208 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "base/reflect/TClass.h"
+#include "tests/host/stream/Probes.h"
+#include "tests/support/ConsoleCapture.h"
+
+namespace nimbo::stream::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::vector<std::string> Paths() {
+  std::vector<std::string> paths;
+  for (const LiveObject& object : ListObjects()) paths.push_back(object.path);
+  return paths;
+}
+
+TEST(Application, WrapsConsecutiveElementsAndNamesWhatHasNoName) {
+  const auto application =
+      NewApplication("app",
+                     "test-source+test-sink:name=end+type=pipeline,name=second,serialize={"
+                     "test-source+test-filter+test-sink:name=end}+test-source+TestSink");
+  ASSERT_TRUE(application);
+  EXPECT_THAT(Paths(), ElementsAre("app", "app/Pipeline", "app/TestSource", "app/end", "app/second",
+                                   "app/TestSource-2", "app/TestFilter", "app/end",
+                                   "app/Pipeline-2", "app/TestSource-3", "app/TestSink"));
+  EXPECT_TRUE(
+      ElementAt<TestSource>("app/TestSource-2").Linked(ElementAt<TestFilter>("app/TestFilter")));
+  EXPECT_EQ(ElementAt<TestSource>("app/TestSource-3").Owner(), FindObject("app/Pipeline-2"));
+  EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/end")));
+}
+
+TEST(Application, IsFoundByItsNameUntilItIsReleased) {
+  auto application = NewApplication("Cam-1", "test-source+test-sink");
+  auto& list = Factory::Globle();
+  EXPECT_EQ(list.Find<Application>("cam-1", true), application.get());
+  EXPECT_FALSE(list.Find<Service>("cam-1", true));
+  base::AttrSet attrs = Object::AttrSetInit({{"type", "Application"}, {"name", "Cam-1"}});
+  EXPECT_EQ(base::IClass::New<Application>(attrs), application.get());
+  ASSERT_TRUE(application->StatusSet("play"));
+  Journal::Globle().Take();
+  application.reset();
+  EXPECT_FALSE(list.Find<Application>("cam-1", true));
+  EXPECT_THAT(Paths(), IsEmpty());
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("TestSink.Stop", "TestSource.Stop", "TestSink.Joined",
+                          "TestSource.Joined", "TestSink.Close", "TestSource.Close"));
+}
+
+TEST(Application, WithoutANameCanBeDeletedByItsOwner) {
+  RegisterProbes();
+  base::AttrSet attrs =
+      Object::AttrSetInit({{"type", "Application"}, {"serialize", "test-source+test-ring"}});
+  auto* application = base::IClass::New<Application>(attrs);
+  ASSERT_TRUE(application && application->Configure(attrs));
+  EXPECT_THAT(Paths(), ElementsAre("", "Pipeline", "TestSource", "TestRing"));
+  std::vector<PacketRing*> rings;
+  EXPECT_TRUE(application->OutputList(rings, true));
+  EXPECT_THAT(rings, IsEmpty()) << "nothing is ready";
+  EXPECT_TRUE(application->StatusChange(IStatus::ready));
+  EXPECT_TRUE(application->OutputList(rings, true));
+  EXPECT_EQ(rings.size(), 1u);
+  delete application;
+  EXPECT_THAT(Paths(), IsEmpty());
+}
+
+TEST(Application, IsBuiltAnewWhileItIsNotOpen) {
+  const auto application = NewApplication("app", "test-source+test-sink");
+  ASSERT_TRUE(application->Set("serialize", "test-source+test-filter"));
+  EXPECT_THAT(Paths(), ElementsAre("app", "app/Pipeline", "app/TestSource", "app/TestFilter"));
+  std::string text;
+  EXPECT_TRUE(application->GetStr("serialize", text));
+  EXPECT_EQ(text, "test-source+test-filter");
+  ASSERT_TRUE(application->StatusSet("ready"));
+  nimbo::test::ConsoleCapture console;
+  EXPECT_FALSE(application->Set("serialize", "test-source"));
+  EXPECT_EQ(console.Lines().size(), 1u);
+  EXPECT_EQ(Paths().size(), 4u);
+}
+
+struct BadText {
+  const char* name;
+  const char* text;
+  const char* told;
+};
+
+class ApplicationText : public testing::TestWithParam<BadText> {};
+
+TEST_P(ApplicationText, FailsWithOneLineThatQuotesThePieceAndItsPosition) {
+  const auto application = NewApplication("app");
+  base::AttrSet attrs = Object::AttrSetInit({{"serialize", GetParam().text}});
+  nimbo::test::ConsoleCapture console;
+  EXPECT_FALSE(application->Configure(attrs));
+  const auto lines = console.Lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.colour == '1'; }), 1);
+  EXPECT_THAT(console.Text(), HasSubstr(GetParam().told));
+  EXPECT_THAT(Paths(), ElementsAre("app")) << "what was built is gone";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, ApplicationText,
+    testing::Values(
+        BadText{"UnknownClass", "test-source+nobody", "\"nobody\" at byte 12: "},
+        BadText{"UnknownClassInside", "type=pipeline,serialize={test-source+nobody}",
+                "\"nobody\" at byte 12: "},
+        BadText{"UnknownProperty", "test-source+test-sink:flag=1,flags=1",
+                "\"flags\" at byte 29: "},
+        BadText{"RefusedValue", "test-source+test-sink:flag=perhaps", "refuses flag=perhaps"},
+        BadText{"UnfinishedBrace", "type=pipeline,serialize={test-source", "{"},
+        BadText{"OtherLink", "test-source+test-sink:link=some", "\"some\" at byte 27: "},
+        BadText{"NothingToLink", "test-sink:link=all", "\"test-sink:link=all\" at byte 0: "},
+        BadText{"NoOutput", "test-sink+test-source", "\"test-source\" at byte 10: "},
+        BadText{"RefusedPort", "test-source:fail=a+test-sink:port=xyz", "refuses port=xyz"}),
+    [](const auto& test) { return test.param.name; });
+
+/// A pipeline that takes what it is linked from into a sink of its own, as a plug-in's does.
+class TakingPipeline : public Pipeline {
+ public:
+  bool beforeLinkFrom(IPort* port) override {
+    if (!port || refuse) return false;
+    auto* sink = IElement::New("test-sink", "taker", this, nullptr);
+    return sink && HostState().AddPort(*sink, port->Caps()).Link(*port);
+  }
+  bool SetRefuse(bool value) {
+    refuse = value;
+    return true;
+  }
+  bool refuse = false;
+};
+
+void RegisterTakingPipeline() {
+  RegisterProbes();
+  if (base::IClass::Find("pipeline-test-taking", true)) return;
+  auto* refuse = new base::TProperty;
+  refuse->base::IProperty::init("refuse", typeid(bool), 1, nullptr);
+  refuse->init(&TakingPipeline::refuse);
+  base::TClass<>::Register<TakingPipeline>("pipeline-test-taking", {refuse});
+}
+
+TEST(PipelineLinkFrom, SeesWhatTheHookLinkedAndRaisesWhatItAdded) {
+  RegisterTakingPipeline();
+  const auto application =
+      NewApplication("app", "test-source+type=pipeline-test-taking,name=in,link=all");
+  ASSERT_TRUE(application);
+  auto& source = ElementAt<TestSource>("app/TestSource");
+  auto& taker = ElementAt<TestSink>("app/taker");
+  auto& pipeline = ElementAt<Pipeline>("app/in");
+  ASSERT_TRUE(application->StatusSet("play"));
+  EXPECT_TRUE(source.Output().Deliver(*NewPacket()));
+  EXPECT_EQ(taker.packets, 1);
+
+  TestSource late;
+  EXPECT_TRUE(pipeline.LinkFrom(&late.Output()));
+  EXPECT_EQ(pipeline.HostState().Ports().size(), 2u);
+  for (IElement* element : pipeline.HostState().elements) EXPECT_TRUE(element->StatusIsPlay());
+
+  taker.Release();
+  EXPECT_EQ(pipeline.HostState().Ports().size(), 1u) << "its port goes with it";
+  EXPECT_FALSE(source.Output().Linked());
+  EXPECT_FALSE(pipeline.LinkFrom(nullptr));
+}
+
+TEST(PipelineLinkFrom, RefusalOfTheHookFailsTheConfiguration) {
+  RegisterTakingPipeline();
+  nimbo::test::ConsoleCapture console;
+  EXPECT_FALSE(NewApplication("app", "test-source+pipeline-test-taking:refuse=true,link=all"));
+  EXPECT_EQ(console.Lines().size(), 1u);
+  EXPECT_THAT(console.Text(), HasSubstr("app/TestSource"));
+}
+
+TEST(LiveObjects, CanBeReadWhileTheyComeAndGo) {
+  std::atomic<bool> stop{false};
+  std::thread reader([&] {
+    while (!stop) {
+      ListObjects();
+      if (const auto pin = PinObject("app/TestSink")) {
+        std::string text;
+        dynamic_cast<Object&>(**pin).GetStr("fail", text);
+      }
+    }
+  });
+  constexpr int Rounds = 50;
+  for (int round = 0; round < Rounds; ++round) {
+    const auto application = NewApplication("app", "test-source+test-sink");
+    ASSERT_TRUE(application && application->StatusSet("play"));
+  }
+  stop = true;
+  reader.join();
+  EXPECT_THAT(Paths(), IsEmpty());
+}
+
+TEST(LiveObjects, AreAllReleasedAtTheEnd) {
+  RegisterProbes();
+  ASSERT_TRUE(Service::New("test-service", "s", nullptr));
+  auto application = NewApplication("app", "test-source+test-sink");
+  application.release();
+  ReleaseAll();
+  EXPECT_THAT(Paths(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace nimbo::stream::test

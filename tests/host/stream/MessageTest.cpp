@@ -1,0 +1,113 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <poll.h>
+
+#include <thread>
+
+#include "host/stream/ControlQueue.h"
+#include "tests/host/stream/Probes.h"
+#include "tests/support/ConsoleCapture.h"
+
+namespace nimbo::stream::test {
+namespace {
+
+using testing::ElementsAre;
+
+class Messages : public testing::Test {
+ protected:
+  void SetUp() override {
+    ControlQueue::Globle().Run();
+    application->HostState().listeners->Add(
+        [this](const Message& message) { heard.push_back("app:" + message.name); });
+  }
+
+  ApplicationHolder application = NewApplication("app", "test-source+test-sink");
+  TestSink& sink = ElementAt<TestSink>("app/TestSink");
+  std::vector<std::string> heard;
+};
+
+TEST_F(Messages, AreQueuedInOrderWhileTheSenderHoldsALock) {
+  std::mutex lock;
+  application->HostState().listeners->Add([&](const Message&) {
+    const std::lock_guard<std::mutex> held(lock);  // would never return inside the sending call
+  });
+  std::thread sender([&] {
+    const std::lock_guard<std::mutex> held(lock);
+    for (const char* name : {"first", "second", "third"}) sink.SendMessageUp(name, "", nullptr);
+  });
+  sender.join();
+  EXPECT_TRUE(heard.empty());
+  pollfd waiting{ControlQueue::Globle().Descriptor(), POLLIN, 0};
+  EXPECT_EQ(poll(&waiting, 1, 0), 1);
+  EXPECT_EQ(ControlQueue::Globle().Run(), 3);
+  EXPECT_EQ(poll(&waiting, 1, 0), 0);
+  EXPECT_THAT(heard, ElementsAre("app:first", "app:second", "app:third"));
+}
+
+TEST_F(Messages, GoUpLevelByLevelWithTheirContents) {
+  Message last;
+  sink.Owner()->HostState().listeners->Add(
+      [this](const Message& message) { heard.push_back("pipeline:" + message.name); });
+  const int all = MessageListeners::Globle().Add([&](const Message& message) {
+    heard.push_back("all:" + message.name);
+    last = message;
+  });
+  base::AttrSet attrs("w=1920");
+  EXPECT_TRUE(sink.SendMessageUp("event", "text", &attrs));
+  EXPECT_FALSE(sink.SendMessageUp(nullptr, "text", nullptr));
+  ControlQueue::Globle().Run();
+  MessageListeners::Globle().Remove(all);
+  EXPECT_THAT(heard, ElementsAre("pipeline:event", "app:event", "all:event"));
+  EXPECT_EQ(last.path, "app/TestSink");
+  EXPECT_EQ(last.element, "TestSink");
+  EXPECT_EQ(last.text, "text");
+  EXPECT_STREQ(last.attrs.Get("w"), "1920");
+}
+
+TEST_F(Messages, ArriveWhenTheirSenderIsGone) {
+  sink.SendMessageUp("farewell", nullptr, nullptr);
+  application.reset();
+  ControlQueue::Globle().Run();
+  EXPECT_THAT(heard, ElementsAre("app:farewell"));
+}
+
+TEST_F(Messages, ListenerThatThrowsDoesNotKeepThemFromOthers) {
+  nimbo::test::ConsoleCapture console;
+  application->HostState().listeners->Add([](const Message&) { throw 1; });
+  application->HostState().listeners->Add([this](const Message&) { heard.push_back("last"); });
+  sink.SendMessageUp("event", nullptr, nullptr);
+  ControlQueue::Globle().Run();
+  EXPECT_THAT(heard, ElementsAre("app:event", "last"));
+  EXPECT_EQ(console.Lines().size(), 1u);
+}
+
+TEST(ControlQueueRun, KeepsTheOrderWhenWorkRunsTheQueueItself) {
+  std::vector<int> order;
+  auto& queue = ControlQueue::Globle();
+  queue.Run();
+  queue.Post([&] {
+    order.push_back(1);
+    queue.Post([&] { order.push_back(3); });
+    queue.Run();
+  });
+  queue.Post([&] { order.push_back(2); });
+  queue.Run();
+  EXPECT_THAT(order, ElementsAre(1, 2, 3));
+}
+
+TEST(ControlQueueRun, WaitsUntilInterrupted) {
+  auto& queue = ControlQueue::Globle();
+  bool done = false;
+  std::thread other([&] {
+    queue.Post([&] { done = true; });
+    queue.Interrupt();
+  });
+  queue.RunFor(std::chrono::hours(1));
+  other.join();
+  queue.Run();
+  EXPECT_TRUE(done);
+}
+
+}  // namespace
+}  // namespace nimbo::stream::test

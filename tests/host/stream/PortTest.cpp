@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+
+#include "tests/host/stream/Probes.h"
+#include "tests/support/ConsoleCapture.h"
+
+namespace nimbo::stream::test {
+namespace {
+
+struct LinkCase {
+  const char* name;
+  const char* outputCaps;
+  const char* inputCaps;
+  bool linked;
+};
+
+class PortCaps : public testing::TestWithParam<LinkCase> {};
+
+TEST_P(PortCaps, AreLinkedWhenTheyFit) {
+  Port output(nullptr, GetParam().outputCaps, true);
+  Port input(nullptr, GetParam().inputCaps, false);
+  nimbo::test::ConsoleCapture console;
+  EXPECT_EQ(input.Link(output), GetParam().linked);
+  EXPECT_EQ(console.Lines().size(), GetParam().linked ? 0u : 1u);
+  EXPECT_EQ(output.Linked(), GetParam().linked);
+  EXPECT_EQ(input.Linked(), GetParam().linked);
+}
+
+INSTANTIATE_TEST_SUITE_P(Caps, PortCaps,
+                         testing::Values(LinkCase{"Equal", "h264", "H264", true},
+                                         LinkCase{"Different", "h264", "aac", false},
+                                         LinkCase{"AnyInput", "aac", "", true},
+                                         LinkCase{"AnyOutput", "", "aac", true}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST(PortLink, IsRefusedForLinkedPortsAndEqualDirections) {
+  Port output(nullptr, "", true);
+  Port other(nullptr, "", true);
+  {
+    Port input(nullptr, "", false);
+    EXPECT_FALSE(output.Link(other));
+    EXPECT_TRUE(output.Link(input));
+    EXPECT_FALSE(other.Link(input));
+  }
+  EXPECT_FALSE(output.Linked()) << "the other end is gone";
+}
+
+TEST(PortLink, RingFeedsThePortsOfPipelinesOnly) {
+  RingBuffer ring(2);
+  TestSink sink;
+  Port& input = sink.HostState().Add(&sink, "", false);
+  Port output(nullptr, "", true);
+  output.SetRing(&ring);
+  EXPECT_FALSE(output.Link(input));
+  Port pipelines(nullptr, "", false);
+  EXPECT_TRUE(output.Link(pipelines));
+}
+
+TEST(PortCaps, FollowWhatFeedsTheInput) {
+  TestSource source;
+  TestFilter filter;
+  Port& output = *filter.HostState().outputs.front();
+  EXPECT_STREQ(output.Caps(), "");
+  EXPECT_FALSE(output.Media());
+  ASSERT_TRUE(source.Link(filter));
+  EXPECT_TRUE(source.Linked(filter));
+  EXPECT_STREQ(output.Caps(), "h264");
+  EXPECT_FALSE(source.Link(filter)) << "its only output is linked";
+}
+
+class PortDelivery : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(source.Link(sink)); }
+  bool Deliver() { return source.Output().Deliver(*NewPacket()); }
+
+  TestSource source;
+  TestSink sink;
+};
+
+TEST_F(PortDelivery, ReachesTheElementAtTheOtherEnd) {
+  EXPECT_TRUE(Deliver());
+  EXPECT_EQ(sink.packets, 1);
+  EXPECT_EQ(sink.from, source.Output().Peer());
+  source.Output().Unlink();
+  EXPECT_FALSE(Deliver());
+  EXPECT_EQ(sink.packets, 1);
+}
+
+TEST_F(PortDelivery, PausesASecondAfterARefusedPacket) {
+  const auto begin = std::chrono::steady_clock::now();
+  sink.SetFail("ReceivePacket");
+  EXPECT_FALSE(Deliver());
+  sink.SetFail("");
+  EXPECT_TRUE(Deliver()) << "the packet waits until the pause is over";
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_EQ(sink.packets, 2);
+}
+
+TEST_F(PortDelivery, ExceptionIsOneLineAndARefusedPacket) {
+  sink.Name("victim");
+  sink.SetThrow("ReceivePacket");
+  nimbo::test::ConsoleCapture console;
+  EXPECT_FALSE(Deliver());
+  EXPECT_EQ(console.Lines().size(), 1u);
+  EXPECT_EQ(console.Count("ReceivePacket of victim"), 1u);
+  EXPECT_GT(sink.HostState().pauseUntil, 0);
+}
+
+TEST_F(PortDelivery, StopEndsThePauseAndStartAllowsItAgain) {
+  source.StatusSet("play");
+  sink.SetFail("ReceivePacket");
+  EXPECT_FALSE(Deliver());
+  sink.HostState().pauseUntil =
+      std::chrono::nanoseconds(std::chrono::hours(1)).count() + sink.HostState().pauseUntil;
+  auto waiting = std::async(std::launch::async, [this] { return Deliver(); });
+  EXPECT_TRUE(source.StatusSet("ready"));
+  EXPECT_FALSE(waiting.get());
+  EXPECT_FALSE(Deliver()) << "further pauses end at once";
+  EXPECT_EQ(sink.packets, 1);
+  sink.SetFail("");
+  sink.HostState().pauseUntil = 0;
+  EXPECT_TRUE(source.StatusSet("play"));
+  EXPECT_TRUE(Deliver());
+}
+
+TEST(ElementPorts, AreAddedOnDemandAndCheckedForTheirDirection) {
+  TestSink sink;
+  EXPECT_FALSE(sink.PortAdd("h264", "sideways"));
+  EXPECT_FALSE(sink.CreatePort("h264", "out"));
+  IPort* first = sink.CreatePortIn("aac", 0);
+  ASSERT_TRUE(first);
+  EXPECT_EQ(sink.CreatePortIn("aac", 0), first);
+  EXPECT_FALSE(sink.CreatePortIn("aac", 2));
+  TestSource source;
+  EXPECT_TRUE(sink.LinkFrom(&source)) << "the input for other caps is passed over";
+  EXPECT_FALSE(first->Linked());
+  EXPECT_EQ(sink.HostState().inputs.size(), 2u);
+}
+
+TEST(ElementPorts, RingAlwaysOffersAFreeOutput) {
+  TestSource source;
+  TestRing ring;
+  ASSERT_TRUE(source.Link(ring));
+  Port* first = ring.HostState().FreeOutput();
+  ASSERT_TRUE(first);
+  Port pipelines(nullptr, "", false);
+  ASSERT_TRUE(pipelines.Link(*first));
+  Port* second = ring.HostState().FreeOutput();
+  ASSERT_TRUE(second);
+  EXPECT_NE(second, first);
+  EXPECT_EQ(second->Ring(), &ring.ring);
+  EXPECT_STREQ(second->Caps(), "h264");
+  EXPECT_FALSE(source.HostState().FreeOutput());
+}
+
+}  // namespace
+}  // namespace nimbo::stream::test

@@ -1,0 +1,169 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/stream/Probes.h"
+#include "tests/support/ConsoleCapture.h"
+
+namespace nimbo::stream::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(Status, StepsAreTakenOneByOneAndSetByTheMachine) {
+  TestService service;
+  service.Name("s");
+  Journal::Globle().Take();
+  EXPECT_TRUE(service.StatusSet("play"));
+  EXPECT_TRUE(service.StatusIsPlay());
+  EXPECT_TRUE(service.StatusSet("ready"));
+  EXPECT_EQ(service.StatusGet(), IStatus::ready);
+  EXPECT_TRUE(service.StatusSet("null"));
+  EXPECT_TRUE(service.StatusIsNull());
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("s.Open", "s.Start", "s.Stop", "s.Joined", "s.Close"));
+}
+
+TEST(Status, OtherNamesThanThoseOfItsStatesAreRefused) {
+  TestService service;
+  for (const char* name : {"pause", "", "playing", static_cast<const char*>(nullptr)}) {
+    EXPECT_FALSE(service.StatusSet(name));
+  }
+  EXPECT_FALSE(service.StatusChange(IStatus::pause));
+  EXPECT_TRUE(service.StatusIsNull());
+}
+
+TEST(Status, EveryOpenIsPairedWithOneClose) {
+  TestService service;
+  service.Name("s");
+  service.SetFail("Open");
+  Journal::Globle().Take();
+  EXPECT_FALSE(service.StatusSet("play"));
+  EXPECT_TRUE(service.StatusIsNull());
+  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Open"));
+  EXPECT_FALSE(service.StatusSet("play")) << "the failed one is closed first";
+  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close", "s.Open"));
+  service.SetFail("");
+  EXPECT_TRUE(service.StatusSet("ready"));
+  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close", "s.Open"));
+  service.StatusSet("null");
+  service.SetFail("Open");
+  service.StatusSet("ready");
+  Journal::Globle().Take();
+  EXPECT_TRUE(service.StatusSet("null")) << "going to null closes the failed one too";
+  EXPECT_TRUE(service.StatusSet("null"));
+  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close"));
+}
+
+TEST(Status, ReleaseClosesWhatIsOpenAFailedOpenIncluded) {
+  RegisterProbes();
+  for (const char* fail : {"", "Open", "Start", "Close"}) {
+    Service* service = Service::New("test-service", "s", nullptr);
+    ASSERT_TRUE(service);
+    service->Set("fail", fail);
+    service->StatusSet("play");
+    Journal::Globle().Take();
+    service->Release();
+    const auto journal = Journal::Globle().Take();
+    EXPECT_EQ(std::count(journal.begin(), journal.end(), "s.Close"), 1) << fail;
+    EXPECT_FALSE(FindObject("s"));
+  }
+}
+
+struct FailedStep {
+  const char* step;
+  IStatus::Status reached;  ///< on the way to play and back to null
+  bool down;
+};
+
+class StatusFailure : public testing::TestWithParam<FailedStep> {};
+
+TEST_P(StatusFailure, IsAFalseResultAndAnExceptionOneLineMore) {
+  for (const bool raises : {false, true}) {
+    TestService service;
+    service.Name("failing");
+    (raises ? service.SetThrow(GetParam().step) : service.SetFail(GetParam().step));
+    nimbo::test::ConsoleCapture console;
+    EXPECT_EQ(service.StatusSet("play"), GetParam().down);
+    if (GetParam().down) {
+      EXPECT_FALSE(service.StatusSet("null"));
+    }
+    EXPECT_EQ(service.StatusGet(), GetParam().reached);
+    EXPECT_EQ(console.Lines().size(), raises ? 1u : 0u);
+    EXPECT_EQ(console.Count(std::string(GetParam().step) + " of failing"), raises ? 1u : 0u);
+    service.SetFail("");
+    service.SetThrow("");
+    EXPECT_TRUE(service.StatusSet("null"));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, StatusFailure,
+                         testing::Values(FailedStep{"Open", IStatus::null, false},
+                                         FailedStep{"Start", IStatus::ready, false},
+                                         FailedStep{"Stop", IStatus::null, true},
+                                         FailedStep{"Close", IStatus::null, true}),
+                         [](const auto& test) { return test.param.step; });
+
+class StatusOrder : public testing::Test {
+ protected:
+  ApplicationHolder application =
+      NewApplication("app",
+                     "test-source+test-filter+test-sink+type=pipeline,serialize={test-source"
+                     ":name=late+test-sink:name=end}");
+};
+
+TEST_F(StatusOrder, GoesUpSinksFirstAndStopsAllBeforeAnythingIsJoined) {
+  Journal::Globle().Take();
+  ASSERT_TRUE(application->StatusSet("play"));
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("end.Open", "late.Open", "TestSink.Open", "TestFilter.Open",
+                          "TestSource.Open", "end.Start", "late.Start", "TestSink.Start",
+                          "TestFilter.Start", "TestSource.Start"));
+  ASSERT_TRUE(application->StatusSet("null"));
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("end.Stop", "late.Stop", "TestSink.Stop", "TestFilter.Stop",
+                          "TestSource.Stop", "end.Joined", "late.Joined", "TestSink.Joined",
+                          "TestFilter.Joined", "TestSource.Joined", "end.Close", "late.Close",
+                          "TestSink.Close", "TestFilter.Close", "TestSource.Close"));
+}
+
+TEST_F(StatusOrder, ChildrenOfAFailedContainerAreLoweredInReverse) {
+  ElementAt<TestFilter>("app/TestFilter").SetFail("Start");
+  Journal::Globle().Take();
+  EXPECT_FALSE(application->StatusSet("play"));
+  EXPECT_EQ(application->StatusGet(), IStatus::ready);
+  auto journal = Journal::Globle().Take();
+  journal.erase(journal.begin(), journal.begin() + 5);  // all five Opens
+  EXPECT_THAT(journal, ElementsAre("end.Start", "late.Start", "TestSink.Start", "TestFilter.Start",
+                                   "TestSink.Stop", "TestSink.Joined", "end.Stop", "late.Stop",
+                                   "end.Joined", "late.Joined"));
+  for (const LiveObject& object : ListObjects()) EXPECT_EQ(object.status, "ready") << object.path;
+}
+
+TEST_F(StatusOrder, ChildWhoseOpenFailedIsClosedWithItsContainer) {
+  ElementAt<TestSource>("app/TestSource").SetFail("Open");
+  EXPECT_FALSE(application->StatusSet("ready"));
+  EXPECT_TRUE(application->StatusIsNull());
+  Journal::Globle().Take();
+  EXPECT_TRUE(application->StatusSet("null"));
+  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("TestSource.Close"));
+  EXPECT_FALSE(application->StatusSet("ready"));
+  application.reset();
+  auto journal = Journal::Globle().Take();
+  EXPECT_EQ(std::count(journal.begin(), journal.end(), "TestSource.Close"), 1);
+}
+
+TEST_F(StatusOrder, ElementThatCameLateIsBroughtToTheStatusOfItsPipeline) {
+  ASSERT_TRUE(application->StatusSet("play"));
+  auto& pipeline = ElementAt<Pipeline>("app/Pipeline-2");
+  IElement* added = IElement::New("test-sink", "added", &pipeline, nullptr);
+  ASSERT_TRUE(added);
+  EXPECT_TRUE(added->StatusIsNull());
+  EXPECT_TRUE(pipeline.ActiveElement(added));
+  EXPECT_TRUE(added->StatusIsPlay());
+  added->Release();
+  EXPECT_FALSE(FindObject("app/added"));
+}
+
+}  // namespace
+}  // namespace nimbo::stream::test
