@@ -1,5 +1,6 @@
 #include "host/capture/CaptureSource.h"
 #include "host/capture/av/LibavLog.h"
+#include "host/capture/av/LibavSource.h"
 #include "host/capture/av/SimulatedSource.h"
 #include "nimbo/base/api.h"
 
@@ -18,4 +19,5 @@ extern "C" NIMBO_API void RegisterAvModule() {
   auto& registry = CaptureRegistry::Globle();
   registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>);
   registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>);
+  registry.Add("av", av::LibavSource::Make);
 }

@@ -10,16 +10,16 @@ void StreamOutput::Append(ByteView head, ByteView body, bool key, std::int64_t t
   HostPacketPtr packet(_pool.New(size));
   if (head.size > 0) std::memcpy(packet->Bytes(), head.data, head.size);
   if (body.size > 0) std::memcpy(packet->Bytes() + head.size, body.data, body.size);
-  _waiting.push_back({std::move(packet), size, key, time});
+  packet->Describe(size, key, time, 0, _media.get());
+  _waiting.push_back(std::move(packet));
 }
 
 stream::Packet* StreamOutput::Take(std::int64_t shift) {
-  Waiting& oldest = _waiting.front();
-  _last = std::max(_last, oldest.time + shift);
-  oldest.packet->Describe(oldest.size, oldest.key, _last, ++_sequence, _media.get());
-  stream::Packet* packet = oldest.packet.release();
+  HostPacketPtr packet = std::move(_waiting.front());
   _waiting.pop_front();
-  return packet;
+  _last = std::max(_last, packet->TimeStamp() + shift);
+  packet->Describe(packet->Size(), packet->IsKey(), _last, ++_sequence, packet->Media());
+  return packet.release();
 }
 
 }  // namespace nimbo::capture::av

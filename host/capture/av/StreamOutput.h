@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <limits>
 #include <memory>
 
 #include "host/stream/PacketPool.h"
@@ -27,11 +26,10 @@ struct ByteView {
 };
 
 /// The packets of one stream that are made but not yet taken. Times are nanoseconds on the
-/// producer's own time line; the decode times of packets taken never decrease. One thread at a
-/// time.
+/// producer's own time line; those of packets taken never decrease. One thread at a time.
 class StreamOutput {
  public:
-  /// Takes over one reference. To be called before the first Append.
+  /// What the packets appended from now on carry. Takes over one reference.
   void SetMedia(stream::IMedia* media) { _media.reset(media); }
   stream::IMedia* Media() const noexcept { return _media.get(); }
 
@@ -40,25 +38,19 @@ class StreamOutput {
 
   bool Empty() const noexcept { return _waiting.empty(); }
   /// Of the oldest packet, and from there to the newest. There must be one.
-  std::int64_t FrontTime() const { return _waiting.front().time; }
-  std::int64_t Span() const { return _waiting.back().time - _waiting.front().time; }
+  std::int64_t FrontTime() const { return _waiting.front()->TimeStamp(); }
+  std::int64_t Span() const { return _waiting.back()->TimeStamp() - _waiting.front()->TimeStamp(); }
   /// Takes the oldest packet, its time moved by `shift`; the caller gets its reference.
   stream::Packet* Take(std::int64_t shift);
   /// Drops what is waiting.
   void Clear() { _waiting.clear(); }
 
  private:
-  struct Waiting {
-    HostPacketPtr packet;
-    unsigned int size;
-    bool key;
-    std::int64_t time;
-  };
   MediaPtr _media;
   stream::PacketPool _pool;
-  std::deque<Waiting> _waiting;
+  std::deque<HostPacketPtr> _waiting;
   std::uint32_t _sequence = 0;
-  std::int64_t _last = std::numeric_limits<std::int64_t>::min();
+  std::int64_t _last = 0;  ///< time stamp of the last packet taken; none is negative
 };
 
 }  // namespace nimbo::capture::av

@@ -1,0 +1,136 @@
+#include "host/capture/av/InputOptions.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+#include "host/capture/av/Libav.h"
+#include "host/stream/Console.h"
+#include "nimbo/base/names.h"
+
+namespace nimbo::capture::av {
+
+namespace {
+
+constexpr char StandardInput[] = "-";
+constexpr char PipeScheme[] = "pipe:";
+
+/// Transports whose sender does not wait for a slow reader.
+constexpr const char* LiveSchemes[] = {"rtsp", "rtsps", "rtp",   "srtp",  "udp",
+                                       "srt",  "rtmp",  "rtmps", "rtmpt", "rtmpe"};
+/// A format that libavformat counts as a device, but that makes its pictures as fast as they are
+/// taken.
+constexpr char FilterDevice[] = "lavfi";
+
+constexpr char ConsumerOption[] = "plenckeys";
+
+std::string Scheme(const std::string& url) {
+  const std::size_t end = url.find("://");
+  return end == std::string::npos ? "" : url.substr(0, end);
+}
+
+bool Is(const std::string& text, const char* word) {
+  return base::Hash(text.c_str()) == base::Hash(word);
+}
+
+bool SetFormat(InputOptions& options, const std::string& text) {
+  options.format = text;
+  return av_find_input_format(text.c_str()) != nullptr;
+}
+
+bool SetPace(InputOptions& options, const std::string& text) {
+  options.realtime = Is(text, "realtime");
+  return options.realtime || Is(text, "fast");
+}
+
+bool SetLoop(InputOptions& options, const std::string& text) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, options.plays);
+  if (error == std::errc() && stop == end) return options.plays > 0;
+  bool endless = false;
+  if (!base::ConvertToImpl(text.c_str(), endless)) return false;
+  options.plays = endless ? 0 : 1;
+  return true;
+}
+
+bool SetStreams(InputOptions& options, const std::string& text) {
+  const bool both = Is(text, "both");
+  options.video = both || Is(text, "video");
+  options.audio = both || Is(text, "audio");
+  return options.video || options.audio;
+}
+
+bool SetTranscode(InputOptions& options, const std::string& text) {
+  return base::ConvertToImpl(text.c_str(), options.transcode);
+}
+
+constexpr struct {
+  const char* key;
+  bool (*set)(InputOptions& options, const std::string& text);
+  const char* wanted;
+} Keys[] = {
+    {"format", SetFormat, "libavformat knows no format of this name"},
+    {"pace", SetPace, "it is realtime or fast"},
+    {"loop", SetLoop, "the number of rounds is needed, or true for without end"},
+    {"streams", SetStreams, "it is video, audio or both"},
+    {"transcode", SetTranscode, "it is true or false"},
+};
+
+}  // namespace
+
+int InputOptions::Pipe() const {
+  if (url == StandardInput) return 0;
+  if (url.compare(0, sizeof PipeScheme - 1, PipeScheme) != 0) return -1;
+  int number = 0;
+  std::from_chars(url.data() + sizeof PipeScheme - 1, url.data() + url.size(), number);
+  return number;
+}
+
+bool InputOptions::Live() const {
+  if (!format.empty()) {
+    const AVInputFormat* known = av_find_input_format(format.c_str());
+    if (known && (known->flags & AVFMT_NOFILE) != 0 && !Is(format, FilterDevice)) return true;
+  }
+  const std::string scheme = Scheme(url);
+  return std::any_of(std::begin(LiveSchemes), std::end(LiveSchemes),
+                     [&](const char* live) { return Is(scheme, live); });
+}
+
+bool InputOptions::Network() const {
+  const std::string scheme = Scheme(url);
+  return !scheme.empty() && !Is(scheme, "file");
+}
+
+std::string InputOptions::Shown() const {
+  const std::size_t begin = url.find("://");
+  if (begin == std::string::npos) return url;
+  const std::size_t host = url.find('@', begin);
+  const std::size_t password = url.find(':', begin + std::strlen("://"));
+  if (host == std::string::npos || password > host || url.find('/', password) < host) return url;
+  return url.substr(0, password + 1) + "***" + url.substr(host);
+}
+
+bool ReadInputOptions(const base::AttrSet& from, InputOptions& options) {
+  for (const auto& entry : from.Entries()) {
+    const auto& [key, text] = entry;
+    if (Is(key, "url")) {
+      options.url = text;
+      continue;
+    }
+    const auto known = std::find_if(std::begin(Keys), std::end(Keys),
+                                    [name = key](const auto& one) { return Is(name, one.key); });
+    if (known == std::end(Keys)) {
+      if (!Is(key, ConsumerOption)) options.rest.push_back(entry);
+    } else if (!known->set(options, text)) {
+      return stream::Refuse("av: ", key, "=", text, ": ", known->wanted);
+    }
+  }
+  if (options.url.empty()) return stream::Refuse("av: no url: say pv:av,url=FILE, DEVICE or URL");
+  if (options.plays != 1 && (options.Pipe() >= 0 || options.Live())) {
+    stream::Explain("av: \"", options.Shown(), "\" cannot be repeated; loop has no effect");
+    options.plays = 1;
+  }
+  return true;
+}
+
+}  // namespace nimbo::capture::av

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "nimbo/base/attr_set.h"
+
+namespace nimbo::capture::av {
+
+/// What is to be read, and how.
+struct InputOptions {
+  std::string url;          ///< anything that libavformat opens; "-" is the standard input
+  std::string format;       ///< libavformat's name of the format or device; empty: it finds out
+  bool realtime = true;     ///< packets come when they are due, not as soon as they are asked for
+  std::uint64_t plays = 1;  ///< 0: without end
+  bool video = true;
+  bool audio = true;
+  bool transcode = false;                  ///< also what could be passed through
+  std::vector<base::AttrSet::Entry> rest;  ///< for libavformat
+
+  /// The descriptor that `url` stands for; -1 when it is none.
+  int Pipe() const;
+  /// True for what goes on whether it is read or not: a device or a stream from the network.
+  bool Live() const;
+  /// True for what comes from another machine.
+  bool Network() const;
+  /// `url` as it may be shown: without the password.
+  std::string Shown() const;
+};
+
+/// Reads the options url, format, pace, loop, streams and transcode; all others are meant for
+/// libavformat. False, with one line, when a value is wrong or there is no url.
+bool ReadInputOptions(const base::AttrSet& from, InputOptions& options);
+
+}  // namespace nimbo::capture::av

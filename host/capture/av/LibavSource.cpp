@@ -1,0 +1,241 @@
+#include "host/capture/av/LibavSource.h"
+
+#include "host/capture/av/DayClock.h"
+#include "host/capture/av/Obstacle.h"
+#include "host/capture/av/Transcoder.h"
+#include "host/stream/Console.h"
+
+namespace nimbo::capture::av {
+
+namespace {
+
+/// How much of an input is looked at before it is decided what can be passed through: so many key
+/// frames (whole groups of pictures lie between them), else so many packets or bytes.
+struct ProbeLimits {
+  int keyFrames;
+  std::size_t packets;
+};
+constexpr ProbeLimits FileLimits = {3, 1000};
+/// What is looked at is late by as much.
+constexpr ProbeLimits LiveLimits = {2, 150};
+constexpr std::int64_t MostProbedBytes = 64 * 1024 * 1024;
+
+/// A stream may be so much ahead of the other one before it no longer waits for it.
+constexpr std::int64_t FileLead = 2 * NsPerSecond;
+constexpr std::int64_t LiveLead = 200 * NsPerMillisecond;
+
+constexpr const char* KindNames[KindCount] = {"video", "audio"};
+constexpr const char* KindCodecs[KindCount] = {"h264", "aac"};
+
+constexpr std::size_t Index(Kind kind) { return static_cast<std::size_t>(kind); }
+
+}  // namespace
+
+std::unique_ptr<CaptureSource> LibavSource::Make(const std::string&, const base::AttrSet& options) {
+  InputOptions read;
+  if (!ReadInputOptions(options, read)) return nullptr;
+  return std::unique_ptr<CaptureSource>(new LibavSource(std::move(read)));
+}
+
+LibavSource::LibavSource(InputOptions options)
+    : _options(std::move(options)), _demuxer(_options, _abort) {}
+
+std::vector<std::string> LibavSource::Outputs() const {
+  std::vector<std::string> codecs;
+  if (_options.video) codecs.emplace_back(KindCodecs[Index(Kind::Video)]);
+  if (_options.audio) codecs.emplace_back(KindCodecs[Index(Kind::Audio)]);
+  return codecs;
+}
+
+bool LibavSource::Open() {
+  Close();
+  _abort.Clear();
+  return _demuxer.Open() && Probe() && ChoosePaths();
+}
+
+void LibavSource::Close() {
+  _streams.clear();
+  _media.clear();
+  _probed.clear();
+  for (auto& path : _paths) path.reset();
+  _demuxer.Close();
+  _ended = false;
+  _arrival = 0;
+  _position = 0;
+}
+
+bool LibavSource::Probe() {
+  while (ProbeGoesOn()) {
+    Demuxer::Event event = _demuxer.Read();
+    if (event.result == Demuxer::Result::Aborted || event.result == Demuxer::Result::Failed) {
+      return false;
+    }
+    if (_arrival == 0) _arrival = MonotonicNow();
+    _probed.push_back(std::move(event));
+  }
+  return true;
+}
+
+bool LibavSource::ProbeGoesOn() const {
+  const ProbeLimits& limits = _options.Live() ? LiveLimits : FileLimits;
+  const AVCodecParameters* video = _demuxer.Parameters(Kind::Video);
+  const AVCodecParameters* audio = _demuxer.Parameters(Kind::Audio);
+  int keyFrames = video && video->codec_id == AV_CODEC_ID_H264 ? limits.keyFrames : 0;
+  // A stream that does not tell its configuration at the beginning tells it in every frame.
+  int audioFrames = audio && audio->extradata_size == 0 ? 1 : 0;
+  std::int64_t bytes = 0;
+  for (const Demuxer::Event& event : _probed) {
+    if (!event.packet) return false;
+    bytes += event.packet->size;
+    if (event.kind == Kind::Audio) --audioFrames;
+    if (event.kind == Kind::Video && (event.packet->flags & AV_PKT_FLAG_KEY) != 0) --keyFrames;
+  }
+  return (keyFrames > 0 || audioFrames > 0) && _probed.size() < limits.packets &&
+         bytes < MostProbedBytes;
+}
+
+std::vector<const AVPacket*> LibavSource::Beginning(Kind kind) const {
+  std::vector<const AVPacket*> packets;
+  for (const Demuxer::Event& event : _probed) {
+    if (event.packet && event.kind == kind) packets.push_back(event.packet.get());
+  }
+  return packets;
+}
+
+bool LibavSource::ChoosePaths() {
+  std::string obstacles[KindCount];
+  std::string error;
+  for (const Kind kind : {Kind::Video, Kind::Audio}) {
+    const AVCodecParameters* parameters = _demuxer.Parameters(kind);
+    if (!parameters) continue;
+    auto& path = _paths[Index(kind)];
+    std::string& obstacle = obstacles[Index(kind)];
+    const auto beginning = Beginning(kind);
+    ParameterSets sets;
+    if (kind == Kind::Video) {
+      sets = CollectSets(*parameters, beginning);
+      obstacle = VideoObstacle(*parameters, beginning, sets);
+    } else {
+      obstacle = AudioObstacle(*parameters, beginning);
+    }
+    if (_options.transcode && obstacle.empty()) obstacle = "as asked for";
+    bool opened = true;
+    if (kind == Kind::Video && obstacle.empty()) {
+      path = std::make_unique<H264Pass>(parameters->width, parameters->height, sets);
+    } else if (obstacle.empty()) {
+      path = std::make_unique<AacPass>(parameters->sample_rate, parameters->ch_layout.nb_channels,
+                                       parameters->extradata_size == 0);
+    } else if (kind == Kind::Video) {
+      auto transcoder = std::make_unique<VideoTranscoder>();
+      opened = transcoder->Open(*parameters, _demuxer.FrameRate(), error);
+      path = std::move(transcoder);
+    } else {
+      auto transcoder = std::make_unique<AudioTranscoder>();
+      opened = transcoder->Open(*parameters, error);
+      path = std::move(transcoder);
+    }
+    if (!opened) {
+      return stream::Refuse("av: \"", _options.Shown(), "\": its ", KindNames[Index(kind)],
+                            " cannot be transcoded: ", error);
+    }
+    stream::IMedia* media = path->Output().Media();
+    media->Hold();
+    _media.emplace_back(media);
+    _streams.push_back(media);
+  }
+  std::string reasons;
+  for (const Kind kind : {Kind::Video, Kind::Audio}) {
+    if (obstacles[Index(kind)].empty()) continue;
+    reasons += std::string(reasons.empty() ? "" : ", ") + KindNames[Index(kind)] +
+               " is transcoded (" + obstacles[Index(kind)] + ")";
+  }
+  if (!reasons.empty()) stream::Explain("av: \"", _options.Shown(), "\": ", reasons);
+  return true;
+}
+
+bool LibavSource::Start() {
+  _abort.Clear();
+  _demuxer.Resume();
+  if (_options.Live()) {
+    _shift = _arrival != 0 ? _arrival : MonotonicNow();
+  } else {
+    _shift = _options.realtime ? MonotonicNow() - _position : 0;
+  }
+  return true;
+}
+
+stream::Packet* LibavSource::Read() {
+  while (!_abort.IsSet()) {
+    if (StreamPath* next = Next()) {
+      _position = next->Output().FrontTime();
+      const bool paced = _options.realtime && !_options.Live();
+      if (paced && !_abort.WaitUntil(_position + _shift)) return nullptr;
+      return next->Output().Take(_shift);
+    }
+    if (_ended) return nullptr;
+    Pump();
+  }
+  return nullptr;
+}
+
+/// The path whose packet comes next; null when it is not known yet.
+StreamPath* LibavSource::Next() {
+  StreamPath* next = nullptr;
+  bool waiting = false;
+  for (const auto& path : _paths) {
+    if (!path) continue;
+    StreamOutput& output = path->Output();
+    if (output.Empty()) {
+      waiting = true;
+    } else if (!next || output.FrontTime() < next->Output().FrontTime()) {
+      next = path.get();
+    }
+  }
+  const std::int64_t lead = _options.Live() ? LiveLead : FileLead;
+  if (next && waiting && !_ended && next->Output().Span() < lead) return nullptr;
+  return next;
+}
+
+void LibavSource::Pump() {
+  if (_probed.empty()) {
+    Demuxer::Event event = _demuxer.Read();
+    Handle(event);
+  } else {
+    Demuxer::Event event = std::move(_probed.front());
+    _probed.pop_front();
+    Handle(event);
+  }
+}
+
+void LibavSource::Handle(Demuxer::Event& event) {
+  std::string error;
+  switch (event.result) {
+    case Demuxer::Result::Packet:
+      // A repetition may hold a stream that was not there before.
+      if (StreamPath* path = _paths[Index(event.kind)].get()) {
+        if (!path->Push(*event.packet, error)) Stop(error);
+      }
+      break;
+    case Demuxer::Result::Repeat:
+      for (const auto& path : _paths) {
+        if (path && !path->Break(error)) Stop(error);
+      }
+      break;
+    case Demuxer::Result::End:
+    case Demuxer::Result::Failed:
+      for (const auto& path : _paths) {
+        if (path && !_ended && !path->Finish(error)) Stop(error);
+      }
+      _ended = true;
+      break;
+    case Demuxer::Result::Aborted:
+      break;
+  }
+}
+
+void LibavSource::Stop(const std::string& error) {
+  _ended = true;
+  stream::Refuse("av: \"", _options.Shown(), "\": ", error);
+}
+
+}  // namespace nimbo::capture::av

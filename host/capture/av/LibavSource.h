@@ -1,0 +1,67 @@
+#pragma once
+
+#include <array>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/capture/ByteWindow.h"
+#include "host/capture/CaptureSource.h"
+#include "host/capture/av/Demuxer.h"
+#include "host/capture/av/StreamPath.h"
+
+namespace nimbo::capture::av {
+
+/// The capture source "av": the first video and the first audio stream of anything that libavformat
+/// opens. What the wire format can describe is passed through; all else is transcoded, with one
+/// line that says why.
+///
+/// Options: `url`; `format`, where libavformat does not find it out (v4l2, alsa, ...); `pace`:
+/// `realtime` (as usual) or `fast`; `loop`, how often it is played: a number, or `true` for without
+/// end; `streams`: `video`, `audio` or `both` (as usual); `transcode`: `true` for never passing
+/// through. All others go to libavformat.
+///
+/// Time stamps: in real time those of a file start at the time of CLOCK_MONOTONIC at which Start
+/// was called, and a stop holds them up; those of a live source start at the time at which its
+/// first packet came. With `fast` they start at 0.
+class LibavSource final : public CaptureSource {
+ public:
+  /// Null with one line when an option is wrong.
+  static std::unique_ptr<CaptureSource> Make(const std::string& name, const base::AttrSet& options);
+
+  std::vector<std::string> Outputs() const override;
+  bool Open() override;
+  const std::vector<stream::IMedia*>& Streams() const override { return _streams; }
+  bool Start() override;
+  stream::Packet* Read() override;
+  void Abort() override { _abort.Set(); }
+  void Close() override;
+  bool Unpaced() const override { return !_options.Live(); }
+
+ private:
+  explicit LibavSource(InputOptions options);
+
+  bool Probe();
+  bool ProbeGoesOn() const;
+  bool ChoosePaths();
+  std::vector<const AVPacket*> Beginning(Kind kind) const;
+  StreamPath* Next();
+  void Pump();
+  void Handle(Demuxer::Event& event);
+  void Stop(const std::string& error);
+
+  InputOptions _options;
+  AbortEvent _abort;
+  Demuxer _demuxer;
+  std::array<std::unique_ptr<StreamPath>, KindCount> _paths;
+  std::vector<MediaPtr> _media;  ///< keeps what _streams shows
+  std::vector<stream::IMedia*> _streams;
+  std::deque<Demuxer::Event> _probed;
+  bool _ended = false;
+  std::int64_t _arrival = 0;   ///< when the first packet came
+  std::int64_t _shift = 0;     ///< from the demuxer's time line to time stamps
+  std::int64_t _position = 0;  ///< on the demuxer's time line
+};
+
+}  // namespace nimbo::capture::av

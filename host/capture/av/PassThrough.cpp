@@ -1,0 +1,85 @@
+#include <algorithm>
+
+#include "host/capture/Sps.h"
+#include "host/capture/av/AacEncoder.h"
+#include "host/capture/av/AdtsWriter.h"
+#include "host/capture/av/StreamPath.h"
+#include "host/stream/Media.h"
+
+namespace nimbo::capture::av {
+
+H264Pass::H264Pass(int width, int height, const ParameterSets& sets)
+    : _width(width), _height(height) {
+  UseSets(sets.Sps().front(), sets.Pps().front());
+}
+
+void H264Pass::UseSets(const Bytes& sps, const Bytes& pps) {
+  SpsInfo info;
+  if (ParseSps(sps.data(), sps.size(), info)) {
+    _width = info.width;
+    _height = info.height;
+  }
+  _sps = sps;
+  _pps = pps;
+  _header.clear();
+  AppendUnit(_header, _sps);
+  AppendUnit(_header, _pps);
+  _output.SetMedia(stream::NewH264Media(_width, _height, _sps, _pps));
+}
+
+bool H264Pass::Push(AVPacket& packet, std::string& error) {
+  const auto size = static_cast<std::size_t>(packet.size);
+  const std::vector<NalUnit> units = SplitAnnexB(packet.data, size);
+  const char* why = nullptr;
+  ParameterSets sets;
+  for (const NalUnit& unit : units) sets.Add(unit);
+  if (sets.Sps().size() > 1 || sets.Pps().size() > 1) why = "it has several parameter sets";
+  if (why || !DescribablePicture(units, why)) {
+    error = std::string("the video cannot be passed on any longer: ") + why +
+            "; with transcode=true it can be used";
+    return false;
+  }
+  const Bytes& sps = sets.Sps().empty() ? _sps : sets.Sps().front();
+  const Bytes& pps = sets.Pps().empty() ? _pps : sets.Pps().front();
+  if (sps != _sps || pps != _pps) UseSets(Bytes(sps), Bytes(pps));
+  const auto slice =
+      std::find_if(units.begin(), units.end(), [](const NalUnit& unit) { return unit.IsSlice(); });
+  if (slice == units.end()) return true;
+  // What stands behind the slice (filler, an end of sequence) is no part of the picture, and the
+  // wire format has no place for it.
+  const bool last = slice + 1 == units.end();
+  const auto used = last ? size : static_cast<std::size_t>(slice->data + slice->size - packet.data);
+  const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+  const bool bare = key && sets.Sps().empty();
+  _output.Append(bare ? ByteView{_header.data(), _header.size()} : ByteView{}, {packet.data, used},
+                 key, packet.dts);
+  return true;
+}
+
+AacPass::AacPass(int rate, int channels, bool framed)
+    : _rate(rate), _channels(channels), _framed(framed) {
+  _output.SetMedia(stream::NewAacMedia(AdtsHeaderSize, AacLowComplexity, channels, rate));
+}
+
+bool AacPass::Push(AVPacket& packet, std::string& error) {
+  ByteView frame = {packet.data, static_cast<std::size_t>(packet.size)};
+  capture::AdtsHeader header;
+  if (_framed) {
+    if (!ParseAdts(frame.data, frame.size, header)) return true;  // damaged
+    const auto length = static_cast<std::size_t>(header.length);
+    if (header.rate != _rate || header.channels != _channels || header.rawBlocks != 1) {
+      error = "the audio cannot be passed on any longer: its format changed; with transcode=true " +
+              std::string("it can be used");
+      return false;
+    }
+    if (length >= frame.size) return true;
+    frame = {frame.data + length, frame.size - length};
+  }
+  if (!AppendAac(_output, frame, _rate, _channels, packet.dts)) {
+    error = "the audio cannot be passed on: a frame is too long for its header";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace nimbo::capture::av

@@ -1,0 +1,52 @@
+#include "host/capture/av/PipeReader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace nimbo::capture::av {
+
+namespace {
+
+constexpr int BufferSize = 32 * 1024;
+
+}  // namespace
+
+bool PipeReader::Open(int descriptor, std::string& error) {
+  Close();
+  _descriptor = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+  if (_descriptor < 0) {
+    error = std::strerror(errno);
+    return false;
+  }
+  // libav frees the buffer, or exchanges it for another one.
+  auto* buffer = static_cast<unsigned char*>(av_malloc(BufferSize));
+  if (buffer) {
+    _context = avio_alloc_context(buffer, BufferSize, 0, this, Read, nullptr, nullptr);
+    if (!_context) av_free(buffer);
+  }
+  if (!_context) error = "no memory";
+  return _context != nullptr;
+}
+
+void PipeReader::Close() {
+  if (_context) av_freep(&_context->buffer);
+  avio_context_free(&_context);
+  if (_descriptor >= 0) close(_descriptor);
+  _descriptor = -1;
+}
+
+int PipeReader::Read(void* self, unsigned char* buffer, int size) {
+  auto& reader = *static_cast<PipeReader*>(self);
+  while (true) {
+    if (!reader._abort.WaitReadable(reader._descriptor)) return AVERROR_EXIT;
+    const ssize_t got = read(reader._descriptor, buffer, static_cast<std::size_t>(size));
+    if (got > 0) return static_cast<int>(got);
+    if (got == 0) return AVERROR_EOF;
+    if (errno != EINTR && errno != EAGAIN) return AVERROR(errno);
+  }
+}
+
+}  // namespace nimbo::capture::av

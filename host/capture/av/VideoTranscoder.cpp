@@ -1,0 +1,92 @@
+#include <algorithm>
+
+#include "host/capture/av/DayClock.h"
+#include "host/capture/av/Transcoder.h"
+
+extern "C" {
+#include <libavutil/mathematics.h>
+}
+
+namespace nimbo::capture::av {
+
+namespace {
+
+constexpr char Preset[] = "superfast";
+constexpr char Profile[] = "main";
+constexpr int GopSeconds = 2;
+
+/// Bits that a picture element gets at least, usually and at most.
+constexpr double FewestBits = 0.05;
+constexpr double UsualBits = 0.1;
+constexpr double MostBits = 0.25;
+constexpr double LowestBitRate = 100'000;
+constexpr double HighestBitRate = 50'000'000;
+
+std::int64_t BitRate(const AVCodecParameters& parameters, double picturesPerSecond) {
+  const double elements =
+      static_cast<double>(parameters.width) * parameters.height * picturesPerSecond;
+  const double asked =
+      parameters.bit_rate > 0 ? static_cast<double>(parameters.bit_rate) : elements * UsualBits;
+  const double fitting = std::clamp(asked, elements * FewestBits, elements * MostBits);
+  return static_cast<std::int64_t>(std::clamp(fitting, LowestBitRate, HighestBitRate));
+}
+
+}  // namespace
+
+bool VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational frameRate,
+                           std::string& error) {
+  H264Encoder::Settings settings;
+  settings.width = parameters.width & ~1;
+  settings.height = parameters.height & ~1;
+  if (settings.width <= 0 || settings.height <= 0) {
+    error = "the size of its pictures is not known";
+    return false;
+  }
+  const double picturesPerSecond = av_q2d(frameRate);
+  settings.frameRate = frameRate;
+  settings.bitRate = BitRate(parameters, picturesPerSecond);
+  settings.gop = std::max(1, static_cast<int>(picturesPerSecond * GopSeconds));
+  settings.preset = Preset;
+  settings.profile = Profile;
+  if (!_decoder.Open(parameters, error) || !_encoder.Open(settings, error)) return false;
+  _scaled.reset(_encoder.NewFrame());
+  if (!_scaled) {
+    error = "no memory for a picture";
+    return false;
+  }
+  _period = av_rescale(frameRate.den, NsPerSecond, frameRate.num);
+  _output.SetMedia(_encoder.NewMedia());
+  return true;
+}
+
+bool VideoTranscoder::Push(AVPacket& packet, std::string& error) {
+  return _decoder.Decode(&packet, error, [&](AVFrame& frame) { return Encode(frame, error); });
+}
+
+bool VideoTranscoder::Break(std::string& error) {
+  const bool done =
+      _decoder.Decode(nullptr, error, [&](AVFrame& frame) { return Encode(frame, error); });
+  _decoder.Restart();
+  return done;
+}
+
+bool VideoTranscoder::Encode(AVFrame& frame, std::string& error) {
+  const std::int64_t time = frame.pts != AV_NOPTS_VALUE ? frame.pts : _last + _period;
+  // The encoder takes one picture for each time.
+  if (_started && time <= _last) return true;
+  _scaler.reset(sws_getCachedContext(_scaler.release(), frame.width, frame.height,
+                                     static_cast<AVPixelFormat>(frame.format), _scaled->width,
+                                     _scaled->height, AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr,
+                                     nullptr, nullptr));
+  if (!_scaler || av_frame_make_writable(_scaled.get()) < 0) {
+    error = "its pictures cannot be converted";
+    return false;
+  }
+  sws_scale(_scaler.get(), frame.data, frame.linesize, 0, frame.height, _scaled->data,
+            _scaled->linesize);
+  _started = true;
+  _last = time;
+  return _encoder.Encode(*_scaled, time, false, _output, error);
+}
+
+}  // namespace nimbo::capture::av
