@@ -1,3 +1,4 @@
+#include "base/reflect/Class.h"
 #include "nimbo/base/class.h"
 
 #include "base/reflect/Line.h"
