@@ -1,6 +1,6 @@
-#include "base/reflect/Class.h"
 #include "nimbo/base/class.h"
 
+#include "base/reflect/Class.h"
 #include "base/reflect/Line.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/Guard.h"
