@@ -104,9 +104,9 @@ bool ByteWindow::Rewind() {
 }
 
 bool ByteWindow::MakeRoom() {
-  if (_capacity - _end >= ReadSize) return true;
   const std::size_t size = Size();
   if (size > LargestPiece - ReadSize) return false;
+  if (_capacity - _end >= ReadSize) return true;
   // Moving is cheap as long as the piece is at most half of the memory.
   if (_capacity - size >= ReadSize && size <= _capacity / 2) {
     std::memmove(_memory.get(), Data(), size);

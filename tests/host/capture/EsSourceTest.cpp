@@ -1,0 +1,264 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "base/reflect/Line.h"
+#include "host/capture/ByteWindow.h"
+#include "host/capture/CaptureSource.h"
+#include "tests/host/capture/StreamFile.h"
+#include "tests/support/ConsoleCapture.h"
+#include "tests/support/MediaSamples.h"
+
+namespace nimbo::capture {
+namespace {
+
+using test::Bytes;
+using test::Held;
+using test::Millisecond;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+std::unique_ptr<CaptureSource> Make(const std::string& options) {
+  return CaptureRegistry::Globle().Make("es", base::AttrSet(options.c_str()));
+}
+
+std::unique_ptr<CaptureSource> Opened(const std::string& options) {
+  auto source = Make(options);
+  if (!source || !source->Open() || !source->Start()) return nullptr;
+  return source;
+}
+
+struct Seen {
+  std::string codec;
+  std::int64_t time;  ///< ms
+  std::uint32_t sequence;
+  bool key;
+  bool operator==(const Seen& other) const {
+    return codec == other.codec && time == other.time && sequence == other.sequence &&
+           key == other.key;
+  }
+};
+void PrintTo(const Seen& seen, std::ostream* out) {
+  *out << seen.codec << "@" << seen.time << "#" << seen.sequence << (seen.key ? "K" : "");
+}
+
+std::vector<Seen> ReadAll(CaptureSource& source) {
+  std::vector<Seen> all;
+  while (Held<stream::Packet> packet{source.Read()}) {
+    all.push_back({packet->Media()->Codec(), packet->TimeStamp() / Millisecond, packet->Sequence(),
+                   packet->IsKey()});
+  }
+  return all;
+}
+
+TEST(EsSourceTest, StreamsAreDescribedAndMergedByTime) {
+  const test::StreamFile video(test::VideoStream(3, 2, 60));
+  const test::StreamFile audio(test::AdtsStream(4, 200));
+  auto source = Opened("video=" + video.Path() + ",audio=" + audio.Path() + ",fr=25,pace=fast");
+  ASSERT_TRUE(source);
+  EXPECT_THAT(source->Outputs(), ElementsAre("h264", "aac"));
+  ASSERT_EQ(source->Streams().size(), 2U);
+  int width = 0;
+  unsigned char* sps = nullptr;
+  unsigned int size = 0;
+  EXPECT_TRUE(source->Streams()[0]->GetIntT("w", width));
+  EXPECT_EQ(width, 256);
+  ASSERT_TRUE(source->Streams()[0]->Get("sps", sps));
+  ASSERT_TRUE(source->Streams()[0]->GetIntT("isps", size));
+  EXPECT_EQ(Bytes(sps, sps + size), test::Sps);
+  for (const auto& [name, expected] : std::initializer_list<std::pair<const char*, int>>{
+           {"adtslen", 7}, {"profile", 1}, {"channel", 2}, {"rate", 44100}}) {
+    int value = 0;
+    EXPECT_TRUE(source->Streams()[1]->GetIntT(name, value));
+    EXPECT_EQ(value, expected) << name;
+  }
+  EXPECT_THAT(ReadAll(*source), ElementsAre(Seen{"h264", 0, 1, true}, Seen{"aac", 0, 1, true},
+                                            Seen{"aac", 23, 2, true}, Seen{"h264", 40, 2, false},
+                                            Seen{"aac", 46, 3, true}, Seen{"aac", 69, 4, true},
+                                            Seen{"h264", 80, 3, true}));
+}
+
+TEST(EsSourceTest, PacketsKeepAllTheirBytes) {
+  const Bytes stream = test::VideoStream(2, 1, 500);
+  const test::StreamFile video(stream);
+  const Bytes sound = test::AdtsStream(2, 300);
+  const test::StreamFile audio(sound);
+  for (const auto& [options, expected] :
+       {std::pair{"video=" + video.Path(), stream}, std::pair{"audio=" + audio.Path(), sound}}) {
+    auto source = Opened(options + ",pace=fast");
+    ASSERT_TRUE(source);
+    Bytes all;
+    while (Held<stream::Packet> packet{source->Read()}) {
+      test::Append(all, Bytes(packet->Data(), packet->Data() + packet->Size()));
+    }
+    EXPECT_EQ(all, expected);
+  }
+}
+
+TEST(EsSourceTest, RoundsFollowEachOtherWithoutAGap) {
+  const test::StreamFile audio(test::AdtsStream(3, 100));
+  auto source = Opened("audio=" + audio.Path() + ",loop=2,pace=fast");
+  ASSERT_TRUE(source);
+  const auto seen = ReadAll(*source);
+  ASSERT_EQ(seen.size(), 6U);
+  EXPECT_EQ(seen[3].time, 69) << "three frames of 1,024 samples at 44,100 Hz";
+  EXPECT_EQ(seen[5].sequence, 6U);
+  // Reopened it starts anew.
+  source->Close();
+  ASSERT_TRUE(source->Open());
+  ASSERT_TRUE(source->Start());
+  EXPECT_EQ(ReadAll(*source).size(), 6U);
+}
+
+TEST(EsSourceTest, NewParameterSetsMakeANewMedia) {
+  Bytes other = test::Sps;
+  other[3] = 0x1F;
+  Bytes stream = test::VideoStream(2, 2, 50);
+  test::Append(stream, test::AnnexB({other, test::Pps, test::Nal(test::IdrSlice, 50)}));
+  const test::StreamFile video(stream);
+  auto source = Opened("video=" + video.Path() + ",pace=fast");
+  ASSERT_TRUE(source);
+  const Held<stream::Packet> first(source->Read());
+  const Held<stream::Packet> second(source->Read());
+  const Held<stream::Packet> third(source->Read());
+  ASSERT_TRUE(third);
+  EXPECT_EQ(first->Media(), source->Streams()[0]);
+  EXPECT_EQ(second->Media(), first->Media());
+  unsigned char* sps = nullptr;
+  ASSERT_NE(third->Media(), first->Media());
+  ASSERT_TRUE(third->Media()->Get("sps", sps));
+  EXPECT_EQ(sps[3], 0x1F);
+}
+
+TEST(EsSourceTest, InRealTimePacketsComeWhenTheyAreDueAndAStopHoldsTimeUp) {
+  const test::StreamFile video(test::VideoStream(3, 1, 50));
+  const std::int64_t before = MonotonicNow();
+  auto source = Opened("video=" + video.Path() + ",fr=50");
+  ASSERT_TRUE(source);
+  const Held<stream::Packet> first(source->Read());
+  const Held<stream::Packet> second(source->Read());
+  EXPECT_GE(first->TimeStamp(), before);
+  EXPECT_GE(MonotonicNow(), second->TimeStamp());
+  EXPECT_EQ(second->TimeStamp() - first->TimeStamp(), 20 * Millisecond);
+  source->Abort();
+  EXPECT_EQ(source->Read(), nullptr);
+  EXPECT_EQ(source->Read(), nullptr) << "an abort holds";
+  const std::int64_t restart = MonotonicNow();
+  ASSERT_TRUE(source->Start());
+  const Held<stream::Packet> third(source->Read());
+  ASSERT_TRUE(third);
+  EXPECT_GE(third->TimeStamp(), restart);
+  EXPECT_EQ(third->Sequence(), 3U);
+}
+
+TEST(EsSourceTest, AnAbortEndsAWaitOnASilentPipe) {
+  const test::StreamFile place({});
+  const std::string path = place.Path() + ".pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  const int writer = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  const Bytes stream = test::AdtsStream(2, 64);
+  ASSERT_EQ(write(writer, stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
+  auto source = Opened("audio=" + path + ",pace=fast");
+  ASSERT_TRUE(source);
+  EXPECT_TRUE(source->Unpaced());
+  const Held<stream::Packet> first(source->Read());
+  const Held<stream::Packet> second(source->Read());
+  EXPECT_TRUE(second);
+  std::thread aborter([&source] { source->Abort(); });
+  EXPECT_EQ(source->Read(), nullptr);
+  aborter.join();
+  close(writer);
+  unlink(path.c_str());
+}
+
+struct Mistake {
+  const char* name;
+  std::string options;  ///< FILE stands for the path of a file with these bytes
+  Bytes bytes;
+  const char* line;  ///< what the one red line tells
+};
+
+class EsMistakeTest : public testing::TestWithParam<Mistake> {};
+
+TEST_P(EsMistakeTest, IsToldInOneRedLine) {
+  const test::StreamFile file(GetParam().bytes);
+  std::string options = GetParam().options;
+  if (const auto at = options.find("FILE"); at != std::string::npos) {
+    options.replace(at, 4, file.Path());
+  }
+  test::ConsoleCapture console;
+  {
+    auto source = Make(options);
+    if (source && source->Open() && source->Start()) ReadAll(*source);
+  }
+  base::cout << "done\n";
+  ASSERT_TRUE(console.WaitFor("done"));
+  const auto lines = console.Lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const auto& line) { return line.colour == '1'; }),
+            1)
+      << console.Text();
+  EXPECT_THAT(console.Text(), HasSubstr(GetParam().line));
+}
+
+Bytes Cut(Bytes bytes, std::size_t size) {
+  bytes.resize(size);
+  return bytes;
+}
+Bytes Damaged(Bytes bytes, std::size_t at, unsigned char value) {
+  bytes[at] = value;
+  return bytes;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Mistakes, EsMistakeTest,
+    testing::Values(
+        Mistake{"NoOption", "", {}, "no file: say pv:es,video=PATH"},
+        Mistake{"NoSuchFile", "video=/nonexistent.h264", {}, "No such file or directory"},
+        Mistake{"Folder", "audio=/", {}, "Is a directory"},
+        Mistake{"EmptySound", "audio=FILE", {}, "the file is empty"},
+        Mistake{"NoPictures", "video=FILE", Bytes(100, 0x20), "no H.264 picture with an SPS"},
+        Mistake{"NoSps", "video=FILE,pace=fast", test::AnnexB({test::Nal(test::IdrSlice, 30)}),
+                "in all of its 34 bytes"},
+        Mistake{"DamagedSps", "video=FILE",
+                test::AnnexB({{0x67, 0x42, 0, 9}, test::Pps, test::Nal(test::IdrSlice, 9)}),
+                "the SPS at byte 4 is damaged"},
+        Mistake{"NotAdts", "audio=FILE", Bytes(50, 0x11), "no ADTS header at byte 0"},
+        Mistake{"LostSync", "audio=FILE,pace=fast", Damaged(test::AdtsStream(3, 64), 64, 0),
+                "no ADTS header at byte 64"},
+        Mistake{"CutFrame", "audio=FILE,pace=fast", Cut(test::AdtsStream(3, 64), 150),
+                "the ADTS frame at byte 128 is cut off after 22 bytes"},
+        Mistake{"SeveralBlocks", "audio=FILE", Damaged(test::AdtsStream(1, 64), 6, 0xFD),
+                "holds 2 raw data blocks"},
+        Mistake{"BadRate", "video=FILE,fr=fast", {}, "fr=fast: frames per second"},
+        Mistake{"ZeroRate", "video=FILE,fr=0", {}, "fr=0: frames per second"},
+        Mistake{"BadLoop", "video=FILE,loop=-1", {}, "loop=-1: the number of rounds"},
+        Mistake{"BadPace", "video=FILE,pace=slow", {}, "pace=slow: it is realtime or fast"}),
+    [](const auto& mistake) { return mistake.param.name; });
+
+TEST(CaptureRegistryTest, ADashStandsForAnyNumberAndUnknownNamesAreToldTheKnownOnes) {
+  auto& registry = CaptureRegistry::Globle();
+  std::string made;
+  registry.Add("test-", [&made](const std::string& name, const base::AttrSet&) {
+    made = name;
+    return std::unique_ptr<CaptureSource>();
+  });
+  registry.Make("test-12", {});
+  EXPECT_EQ(made, "test-12");
+  test::ConsoleCapture console;
+  for (const char* name : {"test-", "test-x", "test"}) EXPECT_FALSE(registry.Make(name, {}));
+  EXPECT_EQ(made, "test-") << "only the name itself";
+  ASSERT_TRUE(console.WaitFor("no capture source \"test\""));
+  EXPECT_EQ(console.Count("; there are: es"), 2U);
+  registry.Add("test-", [](const std::string&, const base::AttrSet&) {
+    return std::unique_ptr<CaptureSource>();
+  });
+}
+
+}  // namespace
+}  // namespace nimbo::capture

@@ -1,0 +1,188 @@
+#include "host/capture/Sps.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "tests/support/Bytes.h"
+
+namespace nimbo::capture {
+namespace {
+
+using test::Bytes;
+
+Bytes FromHex(const std::string& text) {
+  Bytes bytes;
+  for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
+    bytes.push_back(static_cast<unsigned char>(std::stoi(text.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+/// Parses from memory of exactly the right size, so that the address sanitizer sees every step
+/// outside it.
+bool Parse(const Bytes& nal, SpsInfo& info) {
+  const std::unique_ptr<unsigned char[]> exact(new unsigned char[nal.size()]);
+  std::copy(nal.begin(), nal.end(), exact.get());
+  return ParseSps(exact.get(), nal.size(), info);
+}
+
+struct Encoded {
+  const char* name;
+  const char* hex;
+  int width, height;
+  std::uint32_t frames, seconds;
+};
+
+class EncodedSpsTest : public testing::TestWithParam<Encoded> {};
+
+// Made with x264.
+TEST_P(EncodedSpsTest, SizeAndRateAreRead) {
+  SpsInfo info;
+  ASSERT_TRUE(Parse(FromHex(GetParam().hex), info));
+  EXPECT_EQ(info.width, GetParam().width);
+  EXPECT_EQ(info.height, GetParam().height);
+  EXPECT_EQ(info.rate.frames, GetParam().frames);
+  EXPECT_EQ(info.rate.seconds, GetParam().seconds);
+}
+
+/// A piece that was cut off is refused, or, inside the VUI, read without its rate.
+TEST_P(EncodedSpsTest, EveryTruncationIsSurvived) {
+  const Bytes whole = FromHex(GetParam().hex);
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    SpsInfo info{-1, -1, {7, 7}};
+    if (Parse(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)), info)) {
+      EXPECT_EQ(info.width, GetParam().width);
+      EXPECT_EQ(info.height, GetParam().height);
+    } else {
+      EXPECT_EQ(info.width, -1) << "untouched";
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Pictures, EncodedSpsTest,
+    testing::Values(
+        Encoded{"CroppedBaseline", "6742c028d900780227e5c044000003000400000300f03c60c920", 1920,
+                1080, 30, 1},
+        Encoded{"InterlacedNtsc", "6764001facd940d87bcde022000007d20001d4c03e2c5b2c", 854, 480,
+                30000, 1001},
+        Encoded{"FullChroma", "67f4000a919b28e4f1f1f808800000030080000019078912cb", 98, 50, 25, 1},
+        Encoded{"Monochrome",
+                "676400"
+                "0cf36505421e3e3f016c80000003008000000f078a14cb",
+                322, 242, 15, 1},
+        Encoded{"HalfChroma", "677a001fbcd940a02ff89c0440000003004000001e03c60c6580", 640, 360, 60,
+                1},
+        Encoded{"ColoursAndAspect", "6764000cacd94141fb01a701020240000003004000000503c50a6580", 320,
+                240, 10, 1}),
+    [](const auto& encoded) { return encoded.param.name; });
+
+/// Writes the fields of an SPS.
+class SpsWriter {
+ public:
+  explicit SpsWriter(std::uint32_t profile) { Bits(profile, 8).Bits(30, 16).Ue(0); }
+  SpsWriter& Bits(std::uint32_t value, int count) {
+    while (count-- > 0) {
+      if (_used++ % 8 == 0) _bytes.push_back(0);
+      _bytes.back() = static_cast<unsigned char>(_bytes.back() | ((value >> count) & 1)
+                                                                     << (7 - (_used - 1) % 8));
+    }
+    return *this;
+  }
+  SpsWriter& Ue(std::uint32_t value) {
+    int bits = 1;
+    while ((std::uint64_t{value} + 1) >> bits) ++bits;
+    return Bits(0, bits - 1).Bits(value + 1, bits);
+  }
+  /// Size in macroblocks, no cropping, no VUI.
+  Bytes Finish(std::uint32_t columns, std::uint32_t rows) {
+    Ue(0).Ue(2).Ue(1).Bits(0, 1).Ue(columns - 1).Ue(rows - 1).Bits(0b1100, 4).Bits(1, 1);
+    return Escaped();
+  }
+  /// With emulation prevention.
+  Bytes Escaped() const {
+    Bytes nal{0x67};
+    int zeros = 0;
+    for (const unsigned char byte : _bytes) {
+      if (zeros >= 2 && byte <= 3) {
+        nal.push_back(3);
+        zeros = 0;
+      }
+      nal.push_back(byte);
+      zeros = byte == 0 ? zeros + 1 : 0;
+    }
+    return nal;
+  }
+
+ private:
+  Bytes _bytes;
+  unsigned int _used = 0;
+};
+
+TEST(SpsTest, ScalingListsArePassedOver) {
+  SpsWriter writer(100);
+  writer.Ue(1).Ue(0).Ue(0).Bits(0, 1).Bits(1, 1);
+  writer.Bits(1, 1);
+  for (int i = 0; i < 16; ++i) writer.Ue(1);  // se(v) 1 each
+  writer.Bits(0, 5);
+  writer.Bits(1, 1).Ue(16);  // se(v) -8: the list ends at its first entry
+  writer.Bits(0, 1);
+  SpsInfo info;
+  ASSERT_TRUE(Parse(writer.Finish(20, 15), info));
+  EXPECT_EQ(info.width, 320);
+  EXPECT_EQ(info.height, 240);
+  EXPECT_EQ(info.rate.frames, 0U);
+}
+
+TEST(SpsTest, PictureOrderOfTypeOneIsPassedOver) {
+  SpsWriter writer(66);
+  writer.Ue(0).Ue(1).Bits(0, 1).Ue(5).Ue(6).Ue(3).Ue(1).Ue(2).Ue(3);
+  writer.Ue(1).Bits(0, 1).Ue(3).Ue(2).Bits(0b1100, 4).Bits(1, 1);
+  SpsInfo info;
+  ASSERT_TRUE(Parse(writer.Escaped(), info));
+  EXPECT_EQ(info.width, 64);
+  EXPECT_EQ(info.height, 48);
+}
+
+TEST(SpsTest, ValuesThatAreNotAllowedAreRefused) {
+  SpsInfo info;
+  EXPECT_FALSE(Parse(SpsWriter(66).Finish(2000, 10), info)) << "too wide";
+  EXPECT_FALSE(Parse(SpsWriter(66).Finish(10, 0xFFFFFFFF), info)) << "too high";
+  EXPECT_FALSE(Parse(SpsWriter(100).Ue(4).Finish(10, 10), info)) << "no such chroma format";
+  SpsWriter cropped(66);
+  cropped.Ue(0).Ue(2).Ue(1).Bits(0, 1).Ue(0).Ue(0).Bits(0b111, 3).Ue(0).Ue(8).Ue(0).Ue(0);
+  EXPECT_FALSE(Parse(cropped.Bits(0b01, 2).Escaped(), info)) << "nothing left after cropping";
+  EXPECT_FALSE(Parse(FromHex("68ce3c80"), info)) << "a PPS";
+}
+
+TEST(SpsTest, GarbageIsSurvived) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 20000; ++round) {
+    Bytes nal(random() % 40);
+    for (unsigned char& byte : nal) {
+      byte = static_cast<unsigned char>(random() % 3 == 0 ? 0 : random());
+    }
+    if (!nal.empty()) nal[0] = 0x67;
+    SpsInfo info;
+    if (!Parse(nal, info)) continue;
+    EXPECT_GT(info.width, 0);
+    EXPECT_GT(info.height, 0);
+  }
+}
+
+TEST(FrameRateTest, TimesDoNotDriftOverMonths) {
+  const FrameRate ntsc = Reduced(60000, 2002);
+  EXPECT_EQ(ntsc.frames, 30000U);
+  EXPECT_EQ(ntsc.seconds, 1001U);
+  constexpr std::uint64_t Hundredday = 30000ULL * 8640;
+  EXPECT_EQ(TimeOf(Hundredday, ntsc), 1001LL * 8640 * 1000000000);
+  EXPECT_EQ(TimeOf(1, {30, 1}), 33333333);
+  EXPECT_EQ(TimeOf(44100, {44100, 1024}), 1024LL * 1000000000);
+  const FrameRate odd = Reduced(0xFFFFFFFF, 0xFFFFFFFE);
+  EXPECT_GT(TimeOf(0xFFFFFFFF, odd), 0) << "no overflow at extreme terms";
+}
+
+}  // namespace
+}  // namespace nimbo::capture
