@@ -45,8 +45,9 @@ Application::~Application() {
 bool Application::OutputList(std::vector<PacketRing*>& list, bool readyOnly) {
   for (Pipeline* pipeline : _state->pipelines) {
     for (IElement* element : pipeline->HostState().elements) {
-      PacketRing* ring = element->HostState().ring;
-      if (ring && (!readyOnly || !element->StatusIsNull())) list.push_back(ring);
+      if (readyOnly && element->StatusIsNull()) continue;
+      const auto rings = element->HostState().Rings();
+      list.insert(list.end(), rings.begin(), rings.end());
     }
   }
   return true;

@@ -182,7 +182,7 @@ class ApplicationBuilder {
     std::vector<Port*> outputs;
     for (Pipeline* pipeline : _application.HostState().pipelines) {
       for (IElement* element : pipeline->HostState().elements) {
-        element->HostState().FreeOutput();  // makes a ring offer one
+        element->HostState().OfferRings();
         for (const auto& output : element->HostState().outputs) {
           if (!output->Linked()) outputs.push_back(output.get());
         }

@@ -46,7 +46,6 @@ std::string FreeName(const base::IClass& cl, const std::vector<const base::objec
 
 Port& IElement::State::Add(IElement* owner, const char* caps, bool output) {
   auto port = std::make_unique<Port>(owner, caps ? caps : "", output);
-  if (output) port->SetRing(ring);
   auto& ports = output ? outputs : inputs;
   const std::lock_guard<std::mutex> lock(TreeMutex());
   ports.push_back(std::move(port));
@@ -61,14 +60,35 @@ Port* IElement::State::FreeInput(const char* caps) {
 }
 
 Port* IElement::State::FreeOutput() {
+  OfferRings();
   for (const auto& port : outputs) {
     if (!port->Linked()) return port.get();
   }
-  if (!ring || outputs.empty()) return nullptr;
-  const Port& first = *outputs.front();
-  Port& port = Add(first.Owner(), first.Caps(), true);
-  if (!inputs.empty()) port.Follow(*inputs.front());
-  return &port;
+  return nullptr;
+}
+
+void IElement::State::OfferRings() {
+  for (PacketRing* each : Rings()) {
+    const Port* last = nullptr;
+    for (const auto& port : outputs) {
+      if (port->Ring() == each && (!last || last->Linked())) last = port.get();
+    }
+    if (!last->Linked()) continue;
+    Port& added = Add(last->Owner(), "", true);
+    added.SetRing(each);
+    if (last->Followed()) added.Follow(*last->Followed());
+  }
+}
+
+std::vector<PacketRing*> IElement::State::Rings() const {
+  std::vector<PacketRing*> rings;
+  for (const auto& port : outputs) {
+    PacketRing* const behind = port->Ring();
+    if (behind && std::find(rings.begin(), rings.end(), behind) == rings.end()) {
+      rings.push_back(behind);
+    }
+  }
+  return rings;
 }
 
 IElement::IElement() : _state(std::make_unique<State>()) {}

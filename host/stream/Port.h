@@ -42,6 +42,7 @@ class NIMBO_API Port : public IPort {
   void Feed(IElement* receiver) noexcept { _receiver = receiver; }
   /// [control] Lets this output carry what comes in through `input`, a port of the same element.
   void Follow(const Port& input) noexcept { _follows = &input; }
+  const Port* Followed() const noexcept { return _follows; }
 
   /// [control] The ring that stands for this output, from which the other end reads by itself;
   /// nothing is delivered then. Null for an output that delivers, and for inputs.

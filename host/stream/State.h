@@ -22,10 +22,9 @@ struct IElement::State {
   /// The element's ports, which it owns, in the order of their creation.
   std::vector<std::unique_ptr<Port>> inputs;
   std::vector<std::unique_ptr<Port>> outputs;
-  /// The ring that the element fills, for elements that end in a ring. Set it while the element is
-  /// made (constructor or Initialize); it must live as long as the element. The element then always
-  /// offers a free output port: linking that port to a pipeline's port means that the BridgeSource
-  /// behind it reads the ring (Port::Ring).
+  /// The first of Rings(); null for an element that does not end in rings. A ring must live as long
+  /// as the element. It stands behind an output port (Port::SetRing); linking that to a pipeline's
+  /// port means that the BridgeSource behind it reads the ring.
   PacketRing* ring = nullptr;
   /// Until when delivery to this element pauses, in nanoseconds of the steady clock. [any]
   std::atomic<std::int64_t> pauseUntil{0};
@@ -35,9 +34,12 @@ struct IElement::State {
   Port& Add(IElement* owner, const char* caps, bool output);
   /// [control] The first unlinked input that takes `caps`; null when there is none.
   Port* FreeInput(const char* caps);
-  /// [control] The first unlinked output. An element with a ring gets a new one when there is none;
-  /// otherwise null.
+  /// [control] The first unlinked output; null when there is none. A ring never runs out of them.
   Port* FreeOutput();
+  /// [control] Adds an output for every ring whose outputs are all linked.
+  void OfferRings();
+  /// [control] The rings behind the outputs, each once, in their order.
+  std::vector<PacketRing*> Rings() const;
 };
 
 struct Pipeline::State {

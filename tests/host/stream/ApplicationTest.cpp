@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "base/reflect/TClass.h"
@@ -82,6 +83,49 @@ TEST(Application, IsBuiltAnewWhileItIsNotOpen) {
   EXPECT_FALSE(application->Set("serialize", "test-source"));
   EXPECT_EQ(console.Lines().size(), 1u);
   EXPECT_EQ(Paths().size(), 4u);
+}
+
+/// How many bridges lead through the synchroniser to the element at `path`.
+std::size_t Branches(const std::string& path) {
+  auto& sink = ElementAt<IElement>(path);
+  std::size_t branches = 0;
+  for (IElement* element : sink.Owner()->HostState().elements) {
+    for (const auto& output : element->HostState().outputs) {
+      const Port* pipelines = nullptr;
+      if (output->Linked() && output->Peer()->Owner() == &sink) pipelines = output->Followed();
+      if (!pipelines || !pipelines->Linked()) continue;  // the synchroniser's input
+      pipelines = pipelines->Peer()->Followed();         // the pipeline's port, behind the bridge
+      if (pipelines && !pipelines->Owner() && pipelines->Linked()) ++branches;
+    }
+  }
+  return branches;
+}
+
+TEST(ApplicationLinkAll, BridgesEveryOutputBeforeItToTheElement) {
+  const auto application = NewApplication(
+      "app",
+      "test-source+test-ring+type=pipeline,serialize={test-source}+test-sink:link=all,name="
+      "first+type=pipeline,serialize={test-source+test-ring}+test-sink:link=all,name=last");
+  ASSERT_TRUE(application);
+  EXPECT_EQ(Branches("app/first"), 2u);
+  EXPECT_EQ(Branches("app/last"), 2u) << "both rings; the free output is linked already";
+  const auto& first = ElementAt<TestSink>("app/first");
+  EXPECT_EQ(first.Owner()->HostState().elements.size(), 4u);
+  for (const auto& input : first.HostState().inputs) EXPECT_STREQ(input->Caps(), "h264");
+  EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/h264"))) << "a bridge";
+  std::vector<PacketRing*> rings;
+  EXPECT_TRUE(application->OutputList(rings, false));
+  EXPECT_EQ(rings.size(), 2u);
+  Journal::Globle().Take();
+  ASSERT_TRUE(application->StatusSet("play"));
+  EXPECT_EQ(Journal::Globle().Take().front(), "last.Open");
+
+  auto& sink = ElementAt<TestSink>("app/first");
+  ASSERT_TRUE(ElementAt<TestSource>("app/TestSource-2").Output().Deliver(*NewPacket()));
+  ElementAt<TestRing>("app/TestRing").ring.Write(*NewPacket());
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (sink.packets < 2 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_EQ(sink.packets, 2) << "one through the ring and one directly";
 }
 
 struct BadText {

@@ -71,8 +71,9 @@ bool TestSink::SetPort(IPort* value) {
 
 TestRing::TestRing() {
   const Port& input = HostState().Add(this, nullptr, false);
-  HostState().ring = &ring;
-  HostState().Add(this, nullptr, true).Follow(input);
+  Port& output = HostState().Add(this, nullptr, true);
+  output.SetRing(&ring);
+  output.Follow(input);
 }
 
 void RegisterProbes() {
