@@ -86,11 +86,12 @@ TEST_F(PusherWire, LargeMessagesLeaveInChunksOf128Bytes) {
   ASSERT_TRUE(server.WaitForMedia(0, 5));
   const Record record = server.Get(0);
   EXPECT_THAT(record.OfType(SetChunkSizeMessage), IsEmpty());
-  for (const Message& message : record.Media()) {
+  const std::vector<Message> media = record.Media();
+  for (const Message& message : media) {
     ASSERT_EQ(message.formats.size(), (message.body.size() + 127) / 128);
     EXPECT_EQ(message.formats[0], 0);
   }
-  const Message& big = record.Media().back();
+  const Message& big = media.back();
   EXPECT_EQ(big.body.size(), Big + 9);
   EXPECT_EQ(Bytes(big.body.begin() + 9, big.body.end()), Nal(InterSlice, Big));
 }
@@ -181,9 +182,13 @@ struct HostileMedia {
   std::vector<std::string> failures;
 };
 
-/// A media of the tests' samples with one parameter changed.
-Held<stream::Media> With(Held<stream::Media> media, const std::function<void(stream::Media&)>& f) {
-  f(*media);
+/// A media whose parameter sets may be null pointers, with lengths of the test's choice.
+Held<stream::Media> VideoMediaOf(const Bytes* sps, const Bytes* pps, int spsSize) {
+  Held<stream::Media> media(new stream::Media("h264"));
+  media->SetBytes("sps", sps ? sps->data() : nullptr, sps ? sps->size() : 0);
+  media->SetInt("isps", spsSize);
+  media->SetBytes("pps", pps ? pps->data() : nullptr, pps ? pps->size() : 0);
+  media->SetInt("ipps", 4);
   return media;
 }
 
@@ -226,26 +231,15 @@ INSTANTIATE_TEST_SUITE_P(
                                  AccessUnit(true),
                                  {std::string(PpsLine) + "65536"}},
                     HostileMedia{"NullSps",
-                                 [] {
-                                   return With(VideoMedia(), [](auto& media) {
-                                     media.SetTyped("sps", &typeid(unsigned char*), 0);
-                                   });
-                                 },
+                                 [] { return VideoMediaOf(nullptr, &Pps, 9); },
                                  AccessUnit(true),
                                  {std::string(SpsLine) + "9"}},
                     HostileMedia{"NullPps",
-                                 [] {
-                                   return With(VideoMedia(), [](auto& media) {
-                                     media.SetTyped("pps", &typeid(unsigned char*), 0);
-                                   });
-                                 },
+                                 [] { return VideoMediaOf(&Sps, nullptr, 9); },
                                  AccessUnit(true),
                                  {std::string(PpsLine) + "4"}},
                     HostileMedia{"NegativeSpsLength",
-                                 [] {
-                                   return With(VideoMedia(),
-                                               [](auto& media) { media.SetInt("isps", -1); });
-                                 },
+                                 [] { return VideoMediaOf(&Sps, &Pps, -1); },
                                  AccessUnit(true),
                                  {std::string(SpsLine) + "4294967295"}},
                     HostileMedia{"NoVideoParameters",
