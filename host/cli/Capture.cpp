@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "host/base/Pin.h"
-#include "host/stream/RingBuffer.h"
+#include "host/stream/Message.h"
 #include "host/stream/State.h"
 #include "nimbo/stream/factory.h"
 
@@ -92,13 +92,20 @@ bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std:
     if (key) elementary += "," + std::string(key) + "={" + input + "}";
   }
   text = elementary.empty()
-             ? "type=pipeline,serialize={av-source:url={" + options.inputs[0] + "}+RingSink}"
+             ? "type=pipeline,serialize={shm-source:connect={pv:av,url={" + options.inputs[0] +
+                   "}}+RingSink}"
              : "type=pipeline,serialize={shm-source:connect={pv:es" + elementary + "}+RingSink}";
   return true;
 }
 
+CaptureView::CaptureView()
+    : _listener(stream::MessageListeners::Globle().Add([this](const stream::Message& message) {
+        if (message.name == "end_of_stream") ++_ended;
+      })) {}
+
+CaptureView::~CaptureView() { stream::MessageListeners::Globle().Remove(_listener); }
+
 bool CaptureView::Find() {
-  _application = nullptr;
   for (auto& pin : base::Pin::All(stream::Factory::Globle()))
     if (auto* application = dynamic_cast<stream::Application*>(&*pin)) _application = application;
   return _application != nullptr;
@@ -121,17 +128,14 @@ CaptureCount CaptureView::Count() const {
 }
 
 bool CaptureView::Finished() const {
-  bool sources = false;
-  for (auto* element : Elements()) {
-    std::string ended;
-    if (!element->GetStr("ended", ended)) continue;
-    if (ended != "true") return false;
-    sources = true;
-  }
-  const auto rings = Rings();
-  return sources && std::all_of(rings.begin(), rings.end(), [](auto* ring) {
-           auto* buffer = dynamic_cast<stream::RingBuffer*>(ring);
-           return !buffer || buffer->Unread() == 0;
+  const auto elements = Elements();
+  // Sources are the elements that nothing is delivered to.
+  const auto sources = std::count_if(elements.begin(), elements.end(), [](auto* element) {
+    return element->HostState().inputs.empty();
+  });
+  return _ended >= sources && std::all_of(elements.begin(), elements.end(), [](auto* element) {
+           std::string queued;
+           return !element->GetStr("queued", queued) || queued == "0";
          });
 }
 

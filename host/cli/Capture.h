@@ -35,10 +35,16 @@ struct CaptureCount {
 /// It must not be used any more once that pusher was closed. [control]
 class CaptureView {
  public:
+  CaptureView();
+  CaptureView(const CaptureView&) = delete;
+  CaptureView& operator=(const CaptureView&) = delete;
+  ~CaptureView();
+
   /// Looks for the application; false when there is none.
   bool Find();
   CaptureCount Count() const;
-  /// True when every source has come to its end and all its packets were taken out of the rings.
+  /// True when every source has come to its end and all its packets were taken out of the queues
+  /// and rings.
   bool Finished() const;
 
  private:
@@ -46,6 +52,8 @@ class CaptureView {
   std::vector<stream::IElement*> Elements() const;
 
   stream::Application* _application = nullptr;
+  int _listener;
+  std::ptrdiff_t _ended = 0;  ///< sources that have come to their end
 };
 
 }  // namespace nimbo::cli

@@ -41,7 +41,9 @@ class Push {
       return Failed;
     }
     if (!base::Guarded("push", false, [&] { return Start(configuration); })) {
-      Complain("nimbo-host: could not start publishing to " + _options.url);
+      // What stands behind the "?" is not for logs.
+      Complain("nimbo-host: could not start publishing to " +
+               _options.url.substr(0, _options.url.find('?')));
       return Failed;
     }
     Serve();

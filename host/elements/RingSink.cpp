@@ -68,6 +68,7 @@ class RingSink final : public FlowElement {
     if (!stream->mediaKnown) StateMedia(*stream, packet.Media());
     stream->ring.Write(packet);
     ++_packets;
+    _bytes += packet.Size();
     return true;
   }
 
@@ -79,6 +80,7 @@ class RingSink final : public FlowElement {
   }
   int GetSize() const { return _size; }
   unsigned int GetPackets() const { return _packets; }
+  unsigned long long GetBytes() const { return _bytes; }
   /// [any] Packets of all rings that the slowest reader has not taken yet.
   unsigned int GetQueued() const {
     const std::lock_guard<std::mutex> lock(_mutex);
@@ -127,12 +129,14 @@ class RingSink final : public FlowElement {
   std::vector<std::unique_ptr<Stream>> _streams;
   std::atomic<int> _size{DefaultSize};
   std::atomic<unsigned int> _packets{0};
+  std::atomic<unsigned long long> _bytes{0};
 };
 
 [[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<RingSink>(
     "RingSink-ring-sink",
     {Setting("size", &RingSink::SetSize, &RingSink::GetSize, "packets that a ring holds"),
      Figure("packets", &RingSink::GetPackets, "packets written"),
+     Figure("bytes", &RingSink::GetBytes, "bytes written"),
      Figure("queued", &RingSink::GetQueued, "packets that the slowest reader has not taken")});
 
 }  // namespace

@@ -14,7 +14,7 @@ finish() {
   local child
   for child in "${children[@]}"; do kill "$child" 2>/dev/null || true; done
   for child in "${children[@]}"; do wait "$child" 2>/dev/null || true; done
-  rm -rf "$folder"
+  [ -n "${KEEP:-}" ] || rm -rf "$folder"
   exit $status
 }
 trap finish EXIT
@@ -68,7 +68,7 @@ md5() {
   local file=$1 stream=$2
   shift 2
   ffmpeg -nostdin -v error -i "$file" -map "0:$stream" -fps_mode passthrough "$@" -f framemd5 - |
-    sed -n '/^[^#]/s/.*, *//p'
+    awk -F', *' '!/^#/ { print $6 }'
 }
 same_frames() {
   diff <(md5 "$1" v) <(md5 "$2" v) >"$folder/diff" || fail "pictures differ: $(head -n 4 "$folder/diff")"
