@@ -1,6 +1,7 @@
 #include "host/capture/CaptureSource.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/capture/av/LibavSource.h"
+#include "host/capture/av/RtmpServer.h"
 #include "host/capture/av/SimulatedSource.h"
 #include "nimbo/base/api.h"
 
@@ -20,4 +21,5 @@ extern "C" NIMBO_API void RegisterAvModule() {
   registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>);
   registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>);
   registry.Add("av", av::LibavSource::Make);
+  av::RtmpServer::Register();
 }
