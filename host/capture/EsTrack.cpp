@@ -33,6 +33,7 @@ bool EsTrack::Open() {
     Fail(error);
     return false;
   }
+  Reset();
   switch (Peek()) {
     case Result::Frame:
       return true;
@@ -89,6 +90,13 @@ void EsTrack::SetMedia(stream::IMedia* media) {
 EsTrack::Result EsTrack::Fail(const std::string& error) const {
   stream::Refuse("es: ", _path == "-" ? "standard input" : _path, ": ", error);
   return Result::Failed;
+}
+
+void EsVideoTrack::Reset() {
+  _reader.Reset();
+  if (Media()) return;
+  _sps.clear();
+  _pps.clear();
 }
 
 EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {

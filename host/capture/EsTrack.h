@@ -53,6 +53,7 @@ class NIMBO_API EsTrack {
   /// Finds the next frame, states its media with SetMedia, and drops the one before. A failure is
   /// described in `error`.
   virtual Result Find(Frame& frame, std::string& error) = 0;
+  /// The window was taken to the front of the file: of the same one, unless there is no media.
   virtual void Reset() = 0;
 
   const std::string& Path() const { return _path; }
@@ -84,7 +85,7 @@ class NIMBO_API EsVideoTrack final : public EsTrack {
 
  private:
   Result Find(Frame& frame, std::string& error) override;
-  void Reset() override { _reader.Reset(); }
+  void Reset() override;
   bool TakeParameters(const AccessUnit& unit, std::string& error);
 
   FrameRate _asked;

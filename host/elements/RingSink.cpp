@@ -17,7 +17,8 @@ namespace {
 constexpr int DefaultSize = 128;
 
 /// Ends a pipeline in packet rings, one for each input: "RingSink". The media of a ring is known
-/// when the source of its packets has been opened. Property "size": packets that a ring holds.
+/// when the source of its packets has been opened; a closed one has none. Property "size": packets
+/// that a ring holds.
 class RingSink final : public FlowElement {
  public:
   RingSink() { HostState().ring = &AddStream(""); }
@@ -46,7 +47,8 @@ class RingSink final : public FlowElement {
 
   bool Open() override {
     for (const auto& stream : _streams) {
-      Forget(*stream);
+      stream->ring.ForgetMedia();
+      stream->mediaKnown = false;
       // Known already where the source was opened before this element.
       if (IMedia* media = stream->input->Media()) StateMedia(*stream, media);
     }
@@ -55,7 +57,7 @@ class RingSink final : public FlowElement {
 
   bool Close() override {
     for (const auto& stream : _streams) {
-      Forget(*stream);
+      StateMedia(*stream, nullptr);
       stream->ring.Clear();
     }
     return FlowElement::Close();
@@ -102,6 +104,7 @@ class RingSink final : public FlowElement {
     Port& output = HostState().Add(this, "", true);
     output.Follow(*stream->input);
     output.SetRing(&stream->ring);
+    StateMedia(*stream, nullptr);
     const std::lock_guard<std::mutex> lock(_mutex);
     _streams.push_back(std::move(stream));
     return _streams.back()->ring;
@@ -118,11 +121,6 @@ class RingSink final : public FlowElement {
   static void StateMedia(Stream& stream, IMedia* media) {
     stream.ring.SetMedia(media);
     stream.mediaKnown = true;
-  }
-
-  static void Forget(Stream& stream) {
-    stream.ring.ForgetMedia();
-    stream.mediaKnown = false;
   }
 
   mutable std::mutex _mutex;  ///< the list of streams; taken before the mutex of a ring

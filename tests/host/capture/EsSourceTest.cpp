@@ -108,8 +108,11 @@ TEST(EsSourceTest, RoundsFollowEachOtherWithoutAGap) {
   ASSERT_EQ(seen.size(), 6U);
   EXPECT_EQ(seen[3].time, 69) << "three frames of 1,024 samples at 44,100 Hz";
   EXPECT_EQ(seen[5].sequence, 6U);
-  // Reopened it starts anew.
+  // Reopened it starts anew, from the middle of a round as well.
   source->Close();
+  ASSERT_TRUE(source->Open());
+  ASSERT_TRUE(source->Start());
+  EXPECT_TRUE(Held<stream::Packet>(source->Read()));
   ASSERT_TRUE(source->Open());
   ASSERT_TRUE(source->Start());
   EXPECT_EQ(ReadAll(*source).size(), 6U);

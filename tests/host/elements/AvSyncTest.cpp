@@ -1,0 +1,87 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/elements/Collector.h"
+#include "tests/support/TestCapture.h"
+
+namespace nimbo::stream::test {
+namespace {
+
+using nimbo::test::AudioMedia;
+using nimbo::test::Feed;
+using nimbo::test::Millisecond;
+using nimbo::test::VideoMedia;
+using testing::ElementsAre;
+
+/// A camera and a microphone that are fed by the test, merged for a collector.
+class AvSyncTest : public testing::Test {
+ protected:
+  void Play(const std::string& settings = "") {
+    app = Build("type=pipeline,serialize={shm-source:connect={pv:h264-feed}" + settings +
+                "}+type=pipeline,serialize={shm-source:connect={pv:aac-feed}" + settings +
+                "}+collector:link=all");
+    ASSERT_TRUE(app);
+    ASSERT_TRUE(app->StatusSet("play"));
+  }
+  static void Push(Feed& feed, std::initializer_list<int> times) {
+    for (const int time : times) {
+      feed.Push({1}, true, time * Millisecond, static_cast<std::uint32_t>(time + 1));
+    }
+  }
+
+  Feed video{"h264-feed", VideoMedia()};
+  Feed audio{"aac-feed", AudioMedia()};
+  OwnedApplication app;
+};
+
+TEST_F(AvSyncTest, StreamsAreMergedByTimeAndPicturesGoFirstAtEqualTimes) {
+  Push(video, {0, 40, 80, 120});
+  Push(audio, {0, 23, 40, 70, 110, 130});
+  Play();
+  EXPECT_THAT(TheCollector().Wait(10),
+              ElementsAre("h264 0", "aac 0", "aac 23", "h264 40", "aac 40", "aac 70", "h264 80",
+                          "aac 110", "h264 120", "aac 130"));
+}
+
+TEST_F(AvSyncTest, TheFirstPictureGoesBeforeOlderSound) {
+  Push(video, {50, 90});
+  Push(audio, {0, 20, 60});
+  Play();
+  EXPECT_THAT(TheCollector().Wait(5),
+              ElementsAre("h264 50", "aac 0", "aac 20", "aac 60", "h264 90"));
+}
+
+TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForAWhileOnly) {
+  Push(audio, {0, 20});
+  Play();
+  EXPECT_THAT(TheCollector().Wait(2), ElementsAre("aac 0", "aac 20"));
+  Push(video, {30});
+  EXPECT_EQ(TheCollector().Wait(3).back(), "h264 30");
+}
+
+TEST_F(AvSyncTest, RingsFeedItThroughReaders) {
+  Play("+RingSink");
+  // Readers start at what is written from now on.
+  Push(video, {0, 40});
+  Push(audio, {10, 50});
+  EXPECT_THAT(TheCollector().Wait(4), ElementsAre("h264 0", "aac 10", "h264 40", "aac 50"));
+}
+
+TEST_F(AvSyncTest, LiveStreamsLosePacketsWhenItIsFullAndStoppingDropsTheRest) {
+  Play();
+  ASSERT_TRUE(Element("AvSync").SetStr("max", "4")) << "takes effect at the next start";
+  ASSERT_TRUE(app->StatusSet("ready"));
+  TheCollector().HoldUp(true);
+  ASSERT_TRUE(app->StatusSet("play"));
+  Push(video, {0});
+  TheCollector().Wait(1);
+  Push(video, {1, 2, 3, 4, 5, 6});
+  EXPECT_TRUE(Reaches("AvSync", "dropped", "2"));
+  EXPECT_TRUE(Reaches("AvSync", "queued", "4"));
+  ASSERT_TRUE(app->StatusSet("ready"));
+  EXPECT_TRUE(Reaches("AvSync", "queued", "0"));
+  EXPECT_THAT(TheCollector().Sequences(), ElementsAre(1));
+}
+
+}  // namespace
+}  // namespace nimbo::stream::test

@@ -1,0 +1,187 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "base/reflect/Line.h"
+#include "host/stream/ControlQueue.h"
+#include "host/stream/Message.h"
+#include "host/stream/RingBuffer.h"
+#include "host/stream/State.h"
+#include "tests/host/capture/StreamFile.h"
+#include "tests/host/elements/Collector.h"
+#include "tests/support/ConsoleCapture.h"
+#include "tests/support/TestCapture.h"
+
+namespace nimbo::stream::test {
+namespace {
+
+using nimbo::test::Feed;
+using nimbo::test::StreamFile;
+using testing::ElementsAre;
+
+constexpr std::chrono::nanoseconds Patience = std::chrono::minutes(1);
+constexpr std::chrono::nanoseconds NoLimit = std::chrono::nanoseconds::max();
+
+std::vector<PacketRing*> Rings(Application& application) {
+  std::vector<PacketRing*> rings;
+  application.OutputList(rings, false);
+  return rings;
+}
+
+void Push(Feed& feed, std::uint32_t first, std::uint32_t last, bool key = false) {
+  for (std::uint32_t i = first; i <= last; ++i) feed.Push({1}, key, i, i);
+}
+
+TEST(PipelineTest, EveryStreamOfASourceGetsItsRing) {
+  const StreamFile video(nimbo::test::VideoStream(10, 5, 60));
+  const StreamFile audio(nimbo::test::AdtsStream(10, 90));
+  auto app = Build("shm-source:connect={pv:es,video=" + video.Path() + ",audio=" + audio.Path() +
+                   ",pace=fast}+fifofilter:max=30+RingSink:size=300");
+  ASSERT_TRUE(app);
+  ASSERT_TRUE(app->StatusSet("ready"));
+  const auto rings = Rings(*app);
+  ASSERT_EQ(rings.size(), 2U);
+  ASSERT_TRUE(rings[0]->Media(NoLimit));
+  EXPECT_STREQ(rings[0]->Media(NoLimit)->Codec(), "h264");
+  ASSERT_TRUE(rings[1]->Media(NoLimit));
+  EXPECT_STREQ(rings[1]->Media(NoLimit)->Codec(), "aac");
+  EXPECT_EQ(rings[0]->Size(), 300);
+  for (PacketRing* ring : rings) {
+    const std::unique_ptr<IRing<Packet*>::Reader> reader(ring->CreateReader(nullptr));
+    ASSERT_TRUE(app->StatusSet("play"));
+    for (std::uint32_t i = 1; i <= 10; ++i) {
+      Packet* packet = nullptr;
+      ASSERT_TRUE(reader->Pop(packet, Patience));
+      EXPECT_EQ(packet->Sequence(), i);
+      EXPECT_EQ(packet->Media(), ring->Media(NoLimit));
+    }
+    ASSERT_TRUE(app->StatusSet("null"));
+    ASSERT_TRUE(app->StatusSet("ready")) << "it can be played again";
+  }
+}
+
+TEST(PipelineTest, TheRingOfAFailedSourceHasNoMedia) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
+  auto app = Build("shm-source:connect={pv:h264-feed}+RingSink");
+  ASSERT_TRUE(app);
+  feed.FailToOpen();
+  EXPECT_FALSE(app->StatusSet("ready"));
+  EXPECT_EQ(Rings(*app)[0]->Media(NoLimit), nullptr);
+}
+
+TEST(PipelineTest, AFullFifoOfALiveSourceGoesOnAtTheNextKeyFrame) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
+  auto app = Build("shm-source:connect={pv:h264-feed}+fifofilter:max=5+collector");
+  ASSERT_TRUE(app);
+  TheCollector().HoldUp(true);
+  ASSERT_TRUE(app->StatusSet("play"));
+  Push(feed, 1, 1, true);
+  TheCollector().Wait(1);
+  Push(feed, 2, 7);
+  EXPECT_TRUE(Reaches("FifoFilter", "dropped", "6"));
+  Push(feed, 8, 8, true);
+  Push(feed, 9, 9);
+  EXPECT_TRUE(Reaches("FifoFilter", "queued", "2"));
+  TheCollector().HoldUp(false);
+  TheCollector().Wait(3);
+  EXPECT_THAT(TheCollector().Sequences(), ElementsAre(1, 8, 9));
+}
+
+class BackPressureTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
+  constexpr std::uint32_t Pictures = 300;
+  const StreamFile video(nimbo::test::VideoStream(Pictures, 10, 60));
+  auto app = Build("shm-source:connect={pv:es,video=" + video.Path() + ",pace=fast}+" + GetParam());
+  ASSERT_TRUE(app);
+  TheCollector().HoldUp(true);
+  ASSERT_TRUE(app->StatusSet("play"));
+  TheCollector().Wait(1);
+  TheCollector().HoldUp(false);
+  TheCollector().Wait(Pictures);
+  std::vector<std::uint32_t> expected(Pictures);
+  std::iota(expected.begin(), expected.end(), 1);
+  EXPECT_EQ(TheCollector().Sequences(), expected);
+}
+
+TEST_P(BackPressureTest, DoesNotKeepItFromStopping) {
+  const StreamFile video(nimbo::test::VideoStream(300, 10, 60));
+  auto app = Build("shm-source:connect={pv:es,video=" + video.Path() + ",pace=fast}+" + GetParam());
+  ASSERT_TRUE(app);
+  TheCollector().HoldUp(true);
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_TRUE(app->StatusSet("play"));
+    TheCollector().Wait(static_cast<std::size_t>(round) + 1);
+    ASSERT_TRUE(app->StatusSet("null"));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Consumers, BackPressureTest,
+                         testing::Values("fifofilter:max=3+collector", "collector",
+                                         "collector:link=all"));
+
+TEST(PipelineTest, ARingFeedsAnyNumberOfConsumers) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
+  auto app =
+      Build("shm-source:connect={pv:h264-feed}+RingSink+collector:link=all+collector:link=all");
+  ASSERT_TRUE(app);
+  ASSERT_TRUE(app->StatusSet("play"));
+  Push(feed, 1, 20, true);
+  for (const char* name : {"Collector", "Collector-2"}) {
+    EXPECT_EQ(TheCollector(name).Wait(20).size(), 20U) << name;
+  }
+  EXPECT_TRUE(Reaches("RingSink", "packets", "20"));
+  EXPECT_TRUE(Reaches("h264", "packets", "20")) << "the bridge is named by what it carries";
+}
+
+TEST(PipelineTest, TheEndOfAFileIsReportedUpwards) {
+  const StreamFile audio(nimbo::test::AdtsStream(3, 90));
+  ControlQueue::Globle().Run();  // what earlier tests left
+  std::vector<std::string> messages;
+  const int listener = MessageListeners::Globle().Add([&messages](const Message& message) {
+    messages.push_back(message.path + " " + message.name);
+    ControlQueue::Globle().Interrupt();
+  });
+  auto app = Build("shm-source:connect={pv:es,audio=" + audio.Path() + ",pace=fast}+collector");
+  ASSERT_TRUE(app);
+  ASSERT_TRUE(app->StatusSet("play"));
+  ControlQueue::Globle().RunFor(Patience);
+  MessageListeners::Globle().Remove(listener);
+  EXPECT_THAT(messages, ElementsAre("app/ShmSource end_of_stream"));
+}
+
+struct Mistake {
+  const char* name;
+  const char* text;
+  const char* line;
+};
+
+class MistakeTest : public testing::TestWithParam<Mistake> {};
+
+TEST_P(MistakeTest, IsToldInOneRedLine) {
+  nimbo::test::ConsoleCapture console;
+  auto app = Build(GetParam().text);
+  EXPECT_FALSE(app && app->StatusSet("play"));
+  base::cout << "done\n";
+  ASSERT_TRUE(console.WaitFor("done"));
+  const auto lines = console.Lines();
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                          [](const auto& line) { return line.colour == '1'; }),
+            1)
+      << console.Text();
+  EXPECT_THAT(console.Text(), testing::HasSubstr(GetParam().line));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, MistakeTest,
+    testing::Values(Mistake{"NoConnect", "shm-source", "set its \"connect\""},
+                    Mistake{"NotPv", "shm-source:connect=h264-0", "h264-0"},
+                    Mistake{"UnknownSource", "shm-source:connect={pv:nothing-1}",
+                            "no capture source \"nothing-1\""},
+                    Mistake{"BadMax", "fifofilter:max=0", "max=0: a number of packets"},
+                    Mistake{"BadSize", "RingSink:size=big", "size=big: a number of packets"}),
+    [](const auto& mistake) { return mistake.param.name; });
+
+}  // namespace
+}  // namespace nimbo::stream::test
