@@ -6,10 +6,17 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <regex>
+#include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 namespace nimbo::test {
+namespace {
+
+const std::string Colour = "\x1B[3";  // then a digit and an "m"
+const std::string Reset = "\x1B[0m";
+
+}  // namespace
 
 ConsoleCapture::ConsoleCapture() {
   std::fflush(stdout);
@@ -67,22 +74,28 @@ void ConsoleCapture::Clear() {
 }
 
 std::vector<ConsoleLine> ConsoleCapture::Lines() {
-  static const std::regex form(
-      "(?:\x1B\\[0m)?(?:\x1B\\[3(\\d)m)?(?:([^/\\s][^\\s]*)/(\\d+)/([^/:\\s]+):\t)?(.*)");
   std::vector<ConsoleLine> lines;
-  const std::string text = Text();
-  for (std::size_t start = 0, end = 0; start < text.size(); start = end + 1) {
-    end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    const std::string piece = text.substr(start, end - start);
-    std::smatch part;
-    if (piece == "\x1B[0m" || !std::regex_match(piece, part, form)) continue;
+  std::istringstream text(Text());
+  for (std::string piece; std::getline(text, piece);) {
+    if (piece.compare(0, Reset.size(), Reset) == 0) piece.erase(0, Reset.size());
+    if (piece.empty()) continue;
     ConsoleLine line;
-    if (part[1].matched) line.colour = *part[1].first;
-    line.path = part[2];
-    if (part[3].matched) line.line = std::stoi(part[3]);
-    line.function = part[4];
-    line.text = part[5];
+    if (piece.compare(0, Colour.size(), Colour) == 0) {
+      line.colour = piece[Colour.size()];
+      piece.erase(0, Colour.size() + 2);
+    }
+    // path "/" line number "/" function ":\t" text
+    const std::size_t end = piece.find(":\t");
+    const std::size_t function = end == std::string::npos ? end : piece.rfind('/', end);
+    const std::size_t number =
+        function == std::string::npos ? function : piece.rfind('/', function - 1);
+    if (number != std::string::npos) {
+      line.path = piece.substr(0, number);
+      line.line = std::atoi(piece.c_str() + number + 1);
+      line.function = piece.substr(function + 1, end - function - 1);
+      piece.erase(0, end + 2);
+    }
+    line.text = piece;
     lines.push_back(std::move(line));
   }
   return lines;

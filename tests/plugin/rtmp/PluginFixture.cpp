@@ -67,7 +67,7 @@ bool PusherTest::PushUntil(const std::function<bool()>& condition) {
   return Eventually([&] {
     if (condition()) return true;
     clock += Step;
-    PushVideo(true, clock);
+    PushVideo(true, clock, pushSize);
     PushAudio(clock);
     std::this_thread::sleep_for(std::chrono::milliseconds(Step));
     return false;

@@ -61,7 +61,8 @@ class PusherTest : public testing::Test {
   Feed audio{"test-audio", AudioMedia()};
   std::uint32_t videoSequence = 0;
   std::uint32_t audioSequence = 0;
-  std::int64_t clock = 0;  ///< of PushUntil, ms
+  std::int64_t clock = 0;      ///< of PushUntil, ms
+  std::size_t pushSize = 100;  ///< of PushUntil's frames, bytes
 };
 
 }  // namespace nimbo::test

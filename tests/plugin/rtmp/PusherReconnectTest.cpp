@@ -79,6 +79,38 @@ TEST_F(PusherReconnect, CloseEndsWhileTheServerIsDown) {
   EXPECT_EQ(pusher.Get("rtmp_sts"), "false");
 }
 
+TEST_F(PusherReconnect, ServerThatStopsReadingIsLeft) {
+  Script stall{{{Point::Media, Reaction::Stall, 5}}};
+  stall.receiveBuffer = 65536;
+  IngestServer server({stall, {}});
+  Pusher pusher(server.Url(), Configuration());
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  pushSize = 400000;
+  // While the send hangs, the ring runs ahead, and the property tells so without waiting for it.
+  EXPECT_TRUE(PushUntil([&] { return std::stoi(pusher.Get("rtmp_quality")) > 0; }));
+  pushSize = 100;
+  ASSERT_TRUE(PushUntilMedia(server, 1));
+  ExpectHeadersFirst(server.Get(1));
+}
+
+TEST_F(PusherReconnect, WhatTheServerSaysMeanwhileDoesNotDisturb) {
+  IngestServer server;
+  Pusher pusher(server.Url(), Configuration());
+  ASSERT_TRUE(pusher.SetStatus("play"));
+  ASSERT_TRUE(PushUntilMedia(server, 0));
+  for (int i = 0; i < 2000; ++i) {
+    server.Send(0, EncodeMessage(2, UserControlMessage, 0, {0, 6, 0, 0, 0, 1}));  // ping
+    server.Send(0, EncodeMessage(2, AcknowledgementMessage, 0, {0, 0, 0, 1}));
+  }
+  server.Send(0, {0x03, 0, 0, 0, 0xFF});  // the start of a message that never ends
+  const std::size_t sent = server.Get(0).MediaCount();
+  EXPECT_TRUE(PushUntil([&] { return server.Get(0).MediaCount() > sent + 10; }));
+  EXPECT_EQ(server.Connections(), 1u);
+  pusher.Release();
+  ASSERT_TRUE(server.WaitForEnd(0));
+  EXPECT_EQ(server.Get(0).messages.back().type, UserControlMessage);
+}
+
 std::size_t OpenDescriptors() {
   const std::filesystem::directory_iterator list("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(list), end(list)));
