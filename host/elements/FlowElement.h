@@ -11,7 +11,7 @@ namespace nimbo::stream {
 
 /// What the host's own elements have in common: they tell each other what a stream carries and
 /// whether its producer can wait.
-class FlowElement : public IElement {
+class NIMBO_API FlowElement : public IElement {
  public:
   /// [control] Links every free output, so that all streams of a source go the same way.
   bool Link(IElement& sink) override;
@@ -30,7 +30,7 @@ class FlowElement : public IElement {
 };
 
 /// An element that runs a function in a thread of its own while it plays.
-class ThreadElement : public FlowElement {
+class NIMBO_API ThreadElement : public FlowElement {
  public:
   bool Start() override;
   /// Only signals; the thread is joined in afterStatusDown.
