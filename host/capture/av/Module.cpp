@@ -1,4 +1,5 @@
 #include "host/capture/CaptureSource.h"
+#include "host/capture/av/AvSource.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/capture/av/LibavSource.h"
 #include "host/capture/av/RtmpServer.h"
@@ -21,5 +22,6 @@ extern "C" NIMBO_API void RegisterAvModule() {
   registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>);
   registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>);
   registry.Add("av", av::LibavSource::Make);
+  av::AvSource::Register();
   av::RtmpServer::Register();
 }

@@ -1,0 +1,138 @@
+#include "host/capture/av/AvSource.h"
+
+#include "host/capture/av/LibavSource.h"
+#include "host/elements/Properties.h"
+#include "host/stream/Console.h"
+#include "host/stream/State.h"
+#include "host/stream/Tree.h"
+
+namespace nimbo::capture::av {
+
+namespace {
+
+constexpr char ClassName[] = "AvSource-av-source";
+constexpr char EndMessage[] = "end_of_stream";
+
+constexpr char Url[] = "url";
+constexpr char Format[] = "format";
+constexpr char Pace[] = "pace";
+constexpr char Loop[] = "loop";
+constexpr char Streams[] = "streams";
+constexpr char Transcode[] = "transcode";
+constexpr char LibavOptions[] = "options";
+
+/// Outputs for both codecs; streams= takes one of them away.
+constexpr struct {
+  const char* codec;
+  const char* onlyOther;
+} Outputs[] = {{"h264", "audio"}, {"aac", "video"}};
+
+}  // namespace
+
+AvSource::AvSource() : ThreadElement("av-source") {
+  for (const auto& output : Outputs) HostState().Add(this, output.codec, true);
+}
+
+AvSource::~AvSource() { StatusTakeDown(); }
+
+bool AvSource::CanWait(const stream::Port&) const { return _source && _source->Unpaced(); }
+
+bool AvSource::Open() {
+  base::AttrSet options;
+  _source = MakeOptions(options) ? LibavSource::Make(Name(), options) : nullptr;
+  const bool opened = _source && _source->Open();
+  if (opened) {
+    for (stream::IMedia* media : _source->Streams()) {
+      if (stream::Port* output = OutputFor(media)) output->SetMedia(media);
+    }
+  }
+  for (const auto& output : HostState().outputs) TellMedia(*output);
+  return opened && ThreadElement::Open();
+}
+
+bool AvSource::Close() {
+  if (_source) _source->Close();
+  for (const auto& output : HostState().outputs) output->SetMedia(nullptr);
+  return ThreadElement::Close();
+}
+
+bool AvSource::Start() { return _source->Start() && ThreadElement::Start(); }
+
+bool AvSource::SetStreams(const char* text) {
+  auto& outputs = HostState().outputs;
+  for (const auto& output : outputs) {
+    if (output->Linked()) {
+      return stream::Refuse("\"", Name(), "\" is linked: \"streams\" cannot change");
+    }
+  }
+  if (!Keep(Streams, text)) return false;
+  {
+    const std::lock_guard<std::mutex> lock(stream::TreeMutex());
+    outputs.clear();
+  }
+  for (const auto& output : Outputs) {
+    if (base::Hash(text) != base::Hash(output.onlyOther)) HostState().Add(this, output.codec, true);
+  }
+  return true;
+}
+
+bool AvSource::Keep(const char* key, const char* text) {
+  if (!StatusIsNull()) return stream::Refuse("\"", Name(), "\" is open: ", key, " cannot change");
+  const std::lock_guard<std::mutex> lock(stream::TreeMutex());
+  _settings.Set(key, text);
+  return true;
+}
+
+std::string AvSource::Kept(const char* key) const {
+  const std::lock_guard<std::mutex> lock(stream::TreeMutex());
+  const char* text = _settings.Get(key);
+  return text ? text : "";
+}
+
+bool AvSource::MakeOptions(base::AttrSet& options) const {
+  // Changed on this thread alone, so that reading needs no lock.
+  options = _settings;
+  const base::AttrSet forLibav(_settings.Get(LibavOptions));
+  options.Set(LibavOptions, nullptr);
+  for (const auto& [key, value] : forLibav.Entries()) options.Set(key.c_str(), value.c_str());
+  return forLibav.Valid();
+}
+
+stream::Port* AvSource::OutputFor(const stream::IMedia* media) const {
+  for (const auto& output : HostState().outputs) {
+    if (base::Hash(output->Caps()) == base::Hash(media->Codec())) return output.get();
+  }
+  return nullptr;
+}
+
+void AvSource::Run() {
+  while (!Stopping()) {
+    stream::Packet* packet = _source->Read();
+    if (!packet) break;
+    stream::Port* output = OutputFor(packet->Media());
+    if (output && output->Deliver(*packet)) ++_packets;
+    packet->Release();
+  }
+  if (!Stopping()) SendMessageUp(EndMessage, nullptr, nullptr);
+}
+
+void AvSource::Register() {
+  using stream::Setting;
+  base::TClass<>::Register<AvSource>(
+      ClassName,
+      {Setting(Url, &AvSource::SetText<Url>, &AvSource::GetText<Url>,
+               "file, device or URL to read; - is the standard input"),
+       Setting(Format, &AvSource::SetText<Format>, &AvSource::GetText<Format>,
+               "libavformat's name of the format or device"),
+       Setting(Pace, &AvSource::SetText<Pace>, &AvSource::GetText<Pace>, "realtime or fast"),
+       Setting(Loop, &AvSource::SetText<Loop>, &AvSource::GetText<Loop>,
+               "how often it is played: a number, or true for without end"),
+       Setting(Streams, &AvSource::SetStreams, &AvSource::GetText<Streams>, "video, audio or both"),
+       Setting(Transcode, &AvSource::SetText<Transcode>, &AvSource::GetText<Transcode>,
+               "true: never pass packets through"),
+       Setting(LibavOptions, &AvSource::SetText<LibavOptions>, &AvSource::GetText<LibavOptions>,
+               "options for libavformat, as key=value,..."),
+       stream::Figure("packets", &AvSource::GetPackets, "packets delivered")});
+}
+
+}  // namespace nimbo::capture::av
