@@ -100,6 +100,7 @@ tidy
 children=()
 
 step "What arrived"
+trap 'fail "looking at the recording failed"' ERR
 recording=$published/camera.flv
 recorded=("$server_folder"/recordings/*.flv)
 [ -s "${recorded[0]}" ] || fail "nothing was recorded"
@@ -108,10 +109,12 @@ mv "${recorded[0]}" "$recording"
 probe() { ffprobe -v error "$@" "$recording"; }
 complaints=$(ffmpeg -v error -i "$recording" -f null - 2>&1) || true
 [ -z "$complaints" ] || fail "the decoder complains: $(printf '%s' "$complaints" | head -n 1)"
-duration=$(probe -select_streams v:0 -show_entries packet=pts_time -of csv=p=0 | sort -n | tail -n 1)
-video=$(probe -select_streams v:0 -count_frames -of csv=p=0:s=' ' \
+# Time stamps are those of the capture; the sequence headers in front have none.
+duration=$(probe -select_streams v:0 -show_entries packet=pts_time,duration_time -of csv=p=0 |
+  awk -F, 'NR == 1 { first = $1 } { last = $1 + $2 } END { printf "%.1f", last - first }')
+video=$(probe -select_streams v:0 -count_frames -of csv=p=0 \
   -show_entries stream=codec_name,profile,width,height,r_frame_rate,nb_read_frames)
-audio=$(probe -select_streams a:0 -count_frames -of csv=p=0:s=' ' \
+audio=$(probe -select_streams a:0 -count_frames -of csv=p=0 \
   -show_entries stream=codec_name,profile,sample_rate,channels,nb_read_frames)
 [ -n "$video" ] || fail "no video arrived"
 [ -n "$audio" ] || fail "no audio arrived"
@@ -119,12 +122,12 @@ picture=$published/camera.png
 ffmpeg -v error -y -ss "$((seconds / 2))" -i "$recording" -frames:v 1 "$picture" ||
   fail "no picture could be taken from the recording"
 
-read -r vcodec vprofile width height rate frames <<<"$video"
-read -r acodec aprofile samples channels aframes <<<"$audio"
+IFS=, read -r vcodec vprofile width height rate frames <<<"$video"
+IFS=, read -r acodec aprofile samples channels aframes <<<"$audio"
 printf 'video      %s (%s) %sx%s, %s frames, %s fps\n' "$vcodec" "$vprofile" "$width" "$height" \
   "$frames" "$rate"
 printf 'audio      %s (%s) %s Hz, %s channels, %s frames\n' "$acodec" "$aprofile" "$samples" \
   "$channels" "$aframes"
-printf 'duration   %.1f s\n' "$duration"
+printf 'duration   %s s\n' "$duration"
 printf 'size       %s bytes\n' "$(stat -c %s "$recording")"
 printf 'recording  %s\npicture    %s\n' "$recording" "$picture"

@@ -53,7 +53,7 @@ bool CheckInput(const std::string& input, std::string& error) {
     error = "the name \"" + input + "\" has a brace without its other half, which cannot be given";
     return false;
   }
-  if (input.find("://") != std::string::npos) return true;
+  if (input == "-" || input.find("://") != std::string::npos) return true;
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(input.c_str(), "rb"), std::fclose);
   if (!file) error = "cannot open \"" + input + "\": " + std::strerror(errno);
   return file != nullptr;
@@ -67,20 +67,13 @@ std::string CameraText(const std::string& encoder) {
 
 }  // namespace
 
-bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error) {
-  if (!options.configuration.empty()) {
-    text = options.configuration;
-    return true;
-  }
-  if (options.inputs.empty()) {
-    text = CameraText(options.encoder.empty() ? DefaultEncoder : options.encoder);
-    return true;
-  }
+bool InputConnection(const std::vector<std::string>& inputs, std::string& text,
+                     std::string& error) {
   std::string elementary;
-  for (const auto& input : options.inputs) {
+  for (const auto& input : inputs) {
     if (!CheckInput(input, error)) return false;
     const char* key = ElementaryKey(input);
-    if (!key && options.inputs.size() > 1) {
+    if (!key && inputs.size() > 1) {
       error = "several inputs are one elementary video and one elementary audio file, which \"" +
               input + "\" is not";
       return false;
@@ -91,10 +84,22 @@ bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std:
     }
     if (key) elementary += "," + std::string(key) + "={" + input + "}";
   }
-  text = elementary.empty()
-             ? "type=pipeline,serialize={shm-source:connect={pv:av,url={" + options.inputs[0] +
-                   "}}+RingSink}"
-             : "type=pipeline,serialize={shm-source:connect={pv:es" + elementary + "}+RingSink}";
+  text = elementary.empty() ? "av,url={" + inputs.at(0) + "}" : "es" + elementary;
+  return true;
+}
+
+bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error) {
+  if (!options.configuration.empty()) {
+    text = options.configuration;
+    return true;
+  }
+  if (options.inputs.empty()) {
+    text = CameraText(options.encoder.empty() ? DefaultEncoder : options.encoder);
+    return true;
+  }
+  std::string connection;
+  if (!InputConnection(options.inputs, connection, error)) return false;
+  text = "type=pipeline,serialize={shm-source:connect={pv:" + connection + "}+RingSink}";
   return true;
 }
 
@@ -127,16 +132,19 @@ CaptureCount CaptureView::Count() const {
   return count;
 }
 
-bool CaptureView::Finished() const {
+bool CaptureView::Ended() const {
   const auto elements = Elements();
   // Sources are the elements that nothing is delivered to.
-  const auto sources = std::count_if(elements.begin(), elements.end(), [](auto* element) {
-    return element->HostState().inputs.empty();
+  return _ended >= std::count_if(elements.begin(), elements.end(),
+                                 [](auto* element) { return element->HostState().inputs.empty(); });
+}
+
+bool CaptureView::Empty() const {
+  const auto elements = Elements();
+  return std::all_of(elements.begin(), elements.end(), [](auto* element) {
+    std::string queued;
+    return !element->GetStr("queued", queued) || queued == "0";
   });
-  return _ended >= sources && std::all_of(elements.begin(), elements.end(), [](auto* element) {
-           std::string queued;
-           return !element->GetStr("queued", queued) || queued == "0";
-         });
 }
 
 std::vector<stream::PacketRing*> CaptureView::Rings() const {

@@ -24,6 +24,12 @@ extern const char* const DefaultEncoder;
 /// input that cannot be read or named in such a text.
 bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error);
 
+/// The capture source that reads `inputs`, as the text behind "pv:": one file, device or address
+/// for libavformat ("-" is the standard input), or elementary streams, one of video and one of
+/// audio. False, with the reason in `error`, for an input that cannot be read or named in such a
+/// text.
+bool InputConnection(const std::vector<std::string>& inputs, std::string& text, std::string& error);
+
 /// What has arrived in the rings of a capture application.
 struct CaptureCount {
   std::uint64_t videoPackets = 0;
@@ -43,9 +49,10 @@ class CaptureView {
   /// Looks for the application; false when there is none.
   bool Find();
   CaptureCount Count() const;
-  /// True when every source has come to its end and all its packets were taken out of the queues
-  /// and rings.
-  bool Finished() const;
+  /// True when every source has come to its end.
+  bool Ended() const;
+  /// True when all packets were taken out of the queues and rings.
+  bool Empty() const;
 
  private:
   std::vector<stream::PacketRing*> Rings() const;

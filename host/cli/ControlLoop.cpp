@@ -23,13 +23,14 @@ int Remaining(ControlLoop::Clock::time_point until) {
 
 }  // namespace
 
-ControlLoop::Woken ControlLoop::Wait(int input, Clock::time_point until, Screen* screen) {
+ControlLoop::Woken ControlLoop::Wait(int input, Clock::time_point until, Screen* screen,
+                                     bool signals) {
   auto& queue = stream::ControlQueue::Globle();
   enum { Work, Signal, Printed, Input, Count };
   while (true) {
     // poll passes over negative descriptors.
     pollfd watched[Count] = {{queue.Descriptor(), POLLIN, 0},
-                             {_signals.Descriptor(), POLLIN, 0},
+                             {signals ? _signals.Descriptor() : -1, POLLIN, 0},
                              {screen ? screen->Descriptor() : -1, POLLIN, 0},
                              {input, POLLIN, 0}};
     if (poll(watched, Count, Remaining(until)) < 0) continue;

@@ -17,8 +17,9 @@ class ControlLoop {
   explicit ControlLoop(SignalWatch& signals) : _signals(signals) {}
 
   /// Waits until `input` (negative for none) is readable or at its end, the time has come, or a
-  /// signal was told. With a screen, what is printed meanwhile appears above its last line.
-  Woken Wait(int input, Clock::time_point until, Screen* screen = nullptr);
+  /// signal was told, unless those are not waited for. With a screen, what is printed meanwhile
+  /// appears above its last line.
+  Woken Wait(int input, Clock::time_point until, Screen* screen = nullptr, bool signals = true);
 
   SignalWatch& Signals() noexcept { return _signals; }
 

@@ -53,6 +53,7 @@ LineEditor::LineEditor(std::string prompt, ControlLoop& loop, Complete complete)
 LineEditor::Result LineEditor::Read(std::string& line) {
   _signalled = false;
   int length = 0;
+  el_resize(_editor.get());  // the terminal may have got another size
   const char* text = el_gets(_editor.get(), &length);
   _screen.Hide(true);
   if (_signalled) {
@@ -115,6 +116,7 @@ unsigned char LineEditor::CompleteWord(EditLine* editor, int) {
     return CC_REFRESH;
   }
   std::vector<std::vector<std::string>> rows;
+  rows.reserve(candidates.size());
   for (const auto& candidate : candidates) rows.push_back({candidate});
   self._screen.Hide(true);
   std::fputs(("\n" + Columns(rows)).c_str(), self._terminal.get());

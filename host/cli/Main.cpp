@@ -10,12 +10,13 @@ using nimbo::cli::Action;
 using nimbo::cli::ControlLoop;
 
 /// All subcommands. A further one is a file of its own, declared in Subcommand.h and named here.
-constexpr void (*Subcommands[])(CLI::App&, const nimbo::cli::Choose&) = {nimbo::cli::AddShell,
-                                                                         nimbo::cli::AddPush};
+constexpr void (*Subcommands[])(CLI::App&, const nimbo::cli::Choose&) = {
+    nimbo::cli::AddPublish, nimbo::cli::AddPush, nimbo::cli::AddShell};
 
 }  // namespace
 
-int main(int argc, char** argv) {
+// An exception that gets here ends the process with its text, which is all that could be done.
+int main(int argc, char** argv) {   // NOLINT(bugprone-exception-escape)
   nimbo::cli::SignalWatch signals;  // before any other thread is started
 
   CLI::App program("Runs publishing plug-ins on any Linux machine.", "nimbo-host");
@@ -27,7 +28,8 @@ int main(int argc, char** argv) {
       ->type_name("PATH")
       ->allow_extra_args(false);
   Action action;
-  for (const auto add : Subcommands) add(program, [&](Action chosen) { action = chosen; });
+  for (const auto add : Subcommands)
+    add(program, [&](Action chosen) { action = std::move(chosen); });
 
   try {
     program.parse(argc, argv);

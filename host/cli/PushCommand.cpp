@@ -24,9 +24,11 @@ using Clock = ControlLoop::Clock;
 
 /// How long after the last packet was taken out of the rings the pusher may still be sending it: it
 /// waits up to half a second for a packet of the other stream before it sends one.
-constexpr std::chrono::milliseconds Lag{1000};
-/// How often the end of the input is looked for.
-constexpr std::chrono::milliseconds LookPeriod{250};
+constexpr std::chrono::milliseconds Lag{600};
+/// How long what is left in the rings is waited for when publishing was told to stop.
+constexpr std::chrono::seconds StopPatience{2};
+/// How often the rings are looked at.
+constexpr std::chrono::milliseconds LookPeriod{100};
 
 /// Publishes through a pusher service, which is made as the command "rtmp" makes it.
 class Push {
@@ -47,8 +49,10 @@ class Push {
       return Failed;
     }
     Serve();
+    Drain();
     const bool connected = Property("rtmp_sts") == "true";
-    Complete();
+    _pusher->Release();
+    Summarise();
     if (!connected) Complain("nimbo-host: the connection to the server was lost");
     return connected ? Succeeded : Failed;
   }
@@ -61,46 +65,52 @@ class Push {
            _view.Find();
   }
 
-  /// Until a signal, the end of the duration or the end of the input.
+  /// Until a signal, the end of the duration, or the end of an input that was read to its end.
   void Serve() {
     _start = Clock::now();
-    auto next = _start;
-    Clock::time_point finished = Clock::time_point::max();
     auto end = Clock::time_point::max();
     if (_options.duration > 0)
       end = _start + std::chrono::duration_cast<Clock::duration>(
                          std::chrono::duration<double>(_options.duration));
-    while (true) {
-      const auto now = Clock::now();
-      if (!_view.Finished())
-        finished = Clock::time_point::max();
-      else if (finished == Clock::time_point::max())
-        finished = now + Lag;
-      if (now >= end || now >= finished) break;
+    auto next = _start;
+    auto now = _start;
+    for (; now < end && !(_view.Ended() && _view.Empty()); now = Clock::now()) {
       if (now >= next) {
         _meter.Add(now, _view.Count().bytes);
         _line.Show(Status(now));
         next = now + _line.Period();
       }
-      const auto wake = std::min({end, finished, next, now + LookPeriod});
+      const auto wake = std::min({end, next, now + LookPeriod});
       if (_loop.Wait(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
-    _stop = Clock::now();
-    _count = _view.Count();
-    _line.End();
+    _stop = now;
   }
 
-  /// Takes the pusher down, which sends what is left, and says what was published.
-  void Complete() {
-    _pusher->Release();
+  /// Ends the capture and lets the pusher send what it has been given.
+  void Drain() {
+    _pusher->Set("status", "ready");
+    _count = _view.Count();
+    const auto patience = Clock::now() + StopPatience;
+    while (!_view.Empty() && Clock::now() < patience) Wait(LookPeriod);
+    Wait(Lag);
+    _line.End();
+  }
+  /// A signal that came does not shorten this wait; a second one ends the process.
+  void Wait(std::chrono::milliseconds duration) {
+    const auto until = Clock::now() + duration;
+    while (_loop.Wait(-1, until, _line.Terminal(), false) != ControlLoop::Woken::Deadline) continue;
+  }
+
+  void Summarise() const {
     const std::chrono::duration<double> time = _stop - _start;
-    const double rate =
-        time.count() > 0 ? 8.0 * static_cast<double>(_count.bytes) / time.count() : 0;
+    RateMeter meter;
+    meter.Add(_start, 0);
+    meter.Add(_stop, _count.bytes);
     std::array<char, 160> text{};
     std::snprintf(text.data(), text.size(), "Published %.1f s: %llu video and %llu audio packets, ",
                   time.count(), static_cast<unsigned long long>(_count.videoPackets),
                   static_cast<unsigned long long>(_count.audioPackets));
-    std::fprintf(stderr, "%s%s\n", text.data(), BitRateText(rate).c_str());
+    std::fprintf(stderr, "%s%s\n", text.data(), BitRateText(meter.BitsPerSecond()).c_str());
   }
 
   std::string Property(const char* name) const {

@@ -20,6 +20,7 @@ using Action = std::function<int(ControlLoop&)>;
 /// been parsed.
 using Choose = std::function<void(Action)>;
 void AddShell(CLI::App& program, const Choose& chosen);
+void AddPublish(CLI::App& program, const Choose& chosen);
 void AddPush(CLI::App& program, const Choose& chosen);
 
 /// Loads the plug-ins at `paths`; without any, the one that belongs to this program. False with one

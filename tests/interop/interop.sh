@@ -115,7 +115,11 @@ TheCameraArrivesWholeAndDecodesClean() {
   # Time stamps without a hole: no picture was dropped on the way.
   ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv=p=0 "$(newest)" |
     awk -F, 'NR > 1 && $1 - last > 0.060 { exit 1 } { last = $1 }' || fail "pictures are missing"
-  [ "$(frames "$(newest)")" -ge 90 ] || fail "only $(frames "$(newest)") pictures arrived"
+  local published
+  published=$(sed -n 's/^Published .*: \([0-9]*\) video.*/\1/p' "$log")
+  [ "$published" -ge 90 ] || fail "only $published pictures were published"
+  [ "$(frames "$(newest)")" -eq "$published" ] ||
+    fail "$(frames "$(newest)") of $published pictures arrived"
   local level
   level=$(ffmpeg -nostdin -i "$(newest)" -af volumedetect -vn -f null - 2>&1 |
     sed -n 's/.*mean_volume: \(-\{0,1\}[0-9]*\).*/\1/p')

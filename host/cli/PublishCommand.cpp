@@ -1,0 +1,185 @@
+#include <cstdio>
+#include <memory>
+
+#include "host/base/Guard.h"
+#include "host/cli/Console.h"
+#include "host/cli/Publication.h"
+#include "host/cli/StatusLine.h"
+#include "host/cli/StatusText.h"
+#include "host/cli/Subcommand.h"
+
+namespace nimbo::cli {
+
+namespace {
+
+using Clock = ControlLoop::Clock;
+
+/// How often the end of the input is looked for.
+constexpr std::chrono::milliseconds LookPeriod{100};
+/// How long a server that could not be published to is left alone before the next attempt.
+constexpr std::chrono::seconds OpenPause{5};
+constexpr std::chrono::seconds JsonPeriod{1};
+
+struct Options {
+  PublishOptions what;
+  double duration = 0;  ///< seconds; 0 without limit
+  bool json = false;
+};
+
+/// Publishes through the client path: an element for each address.
+class Publish {
+ public:
+  Publish(const Options& options, ControlLoop& loop) : _options(options), _loop(loop) {}
+
+  int Run() {
+    std::string source;
+    std::string error;
+    if (!SourceConfiguration(_options.what, source, error)) {
+      Complain("nimbo-host: " + error);
+      return Failed;
+    }
+    if (!base::Guarded("publish", false, [&] { return Begin(source); })) return Failed;
+    Serve();
+    return Succeed() ? Succeeded : Failed;
+  }
+
+ private:
+  /// The clients come first, so that none misses the start. One that fails holds nobody up.
+  bool Begin(const std::string& source) {
+    if (!_publication.Build(_options.what, source)) {
+      Complain("nimbo-host: cannot publish \"" + _options.what.input + "\"");
+      return false;
+    }
+    bool any = false;
+    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
+      const bool opened = _publication.Open(i);
+      any = any || opened;
+      _failed_once = _failed_once || !opened;
+      if (!opened) Complain("nimbo-host: cannot publish to " + ShownUrl(_options.what.urls[i]));
+      if (_loop.Signals().Number() != 0) return false;
+    }
+    _retry = Clock::now() + OpenPause;
+    return any && _publication.Start();
+  }
+
+  void Serve() {
+    _start = Clock::now();
+    auto next = _start;
+    auto end = Clock::time_point::max();
+    if (_options.duration > 0) {
+      end = _start + std::chrono::duration_cast<Clock::duration>(
+                         std::chrono::duration<double>(_options.duration));
+    }
+    while (true) {
+      const auto now = Clock::now();
+      TellMessages();
+      if (now >= end || _publication.Finished()) break;
+      if (now >= next) {
+        Show(now);
+        next = now + (_options.json ? JsonPeriod : _line.Period());
+      }
+      if (now >= _retry) OpenMissing();
+      const auto wake = std::min({end, next, now + LookPeriod});
+      if (_loop.Wait(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
+    }
+    Show(Clock::now());
+    _line.End();
+  }
+
+  /// Servers that could not be published to at the start may be back.
+  void OpenMissing() {
+    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
+      if (!_publication.Opened(i) && !_options.what.fast) _publication.Open(i);
+    }
+    _retry = Clock::now() + OpenPause;
+  }
+
+  void TellMessages() {
+    for (const auto& [client, message] : _publication.TakeMessages()) {
+      _events.push_back({client, message});
+      if (!_options.json) {
+        std::fprintf(stderr, "%s: %s\n", ShownUrl(_options.what.urls[client]).c_str(),
+                     message.c_str());
+      }
+    }
+  }
+
+  void Show(Clock::time_point now) {
+    std::vector<ClientFigures> figures;
+    std::uint64_t bytes = 0;
+    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
+      figures.push_back(_publication.Figures(i));
+      bytes += figures.back().bytes;
+    }
+    _meter.Add(now, bytes);
+    const Status status = {std::chrono::duration<double>(now - _start).count(),
+                           _meter.BitsPerSecond(), _options.what.urls, figures, _events};
+    if (_options.json) {
+      std::printf("%s\n", StatusJson(status).c_str());
+      std::fflush(stdout);
+    } else {
+      _line.Show(StatusSentence(status));
+    }
+    _events.clear();
+  }
+
+  bool Succeed() {
+    TellMessages();
+    bool complete = !_failed_once && !_publication.Troubled();
+    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
+      const ClientFigures figures = _publication.Figures(i);
+      complete = complete && _publication.Opened(i) && !figures.refused && !figures.gaps;
+    }
+    if (!complete) Complain("nimbo-host: not everything was published");
+    return complete;
+  }
+
+  const Options& _options;
+  ControlLoop& _loop;
+  Publication _publication;
+  RateMeter _meter;
+  StatusLine _line;
+  std::vector<Event> _events;
+  bool _failed_once = false;
+  Clock::time_point _start;
+  Clock::time_point _retry;
+};
+
+}  // namespace
+
+void AddPublish(CLI::App& program, const Choose& chosen) {
+  const auto options = std::make_shared<Options>();
+  auto* publish = program.add_subcommand("publish", "Publish an input to one or several addresses");
+  publish
+      ->add_option("INPUT", options->what.input,
+                   "A file, device, network stream (rtsp://...) or pipe (-), or the simulated\n"
+                   "camera: test: or test:W=1280,H=720,fr=30,br=2000000,gop=30")
+      ->required();
+  publish->add_option("URL", options->what.urls, "rtmp://HOST[:PORT]/APPLICATION/STREAM, or rtmps")
+      ->required();
+  publish->add_option("--duration", options->duration, "Stop after so many seconds")
+      ->check(CLI::PositiveNumber);
+  publish->add_flag(
+      "--loop", [options](std::int64_t) { options->what.loop = "true"; },
+      "Play a file again and again");
+  publish->add_flag("--fast", options->what.fast,
+                    "As fast as the servers take it; nothing is dropped");
+  publish->add_flag(
+      "--no-copy", [options](std::int64_t) { options->what.copy = false; },
+      "Send frames from where they lie, without copying them");
+  publish->add_flag("--json", options->json, "One status object a line, on standard output");
+  publish->footer(
+      "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
+      "signal ends it at once. Each address has a client of its own; a lost connection is made\n"
+      "again, and a server that fails holds up no other.\n"
+      "Exit codes: 0 everything was published, 1 something was not, 2 wrong usage.\n\n"
+      "Examples:\n"
+      "  nimbo-host publish test: rtmp://127.0.0.1/live/camera\n"
+      "  nimbo-host publish film.mp4 rtmp://one/live/film rtmps://two/live/film --loop\n"
+      "  nimbo-host publish rtsp://camera/stream rtmp://server/live/door --no-copy");
+  publish->final_callback([options, chosen] {
+    chosen([options](ControlLoop& loop) { return Publish(*options, loop).Run(); });
+  });
+}
+
+}  // namespace nimbo::cli

@@ -1,0 +1,80 @@
+#include "host/cli/StatusText.h"
+
+#include <array>
+#include <cstdio>
+
+#include "host/cli/StatusLine.h"
+
+namespace nimbo::cli {
+
+namespace {
+
+template <class... Values>
+std::string Format(const char* format, Values... values) {
+  std::array<char, 160> text{};
+  std::snprintf(text.data(), text.size(), format, values...);
+  return text.data();
+}
+
+std::string Number(std::uint64_t value) { return std::to_string(value); }
+
+/// A JSON string (RFC 8259, 7).
+std::string Quote(const std::string& text) {
+  std::string quoted = "\"";
+  for (const char character : text) {
+    const auto code = static_cast<unsigned char>(character);
+    if (character == '"' || character == '\\') {
+      quoted += '\\';
+      quoted += character;
+    } else if (code < 0x20) {
+      quoted += Format("\\u%04x", code);
+    } else {
+      quoted += character;
+    }
+  }
+  return quoted + "\"";
+}
+
+std::string ClientJson(const Status& status, std::size_t index) {
+  const ClientFigures& client = status.clients[index];
+  std::string messages;
+  for (const auto& [from, message] : status.events) {
+    if (from == index) messages += (messages.empty() ? "" : ",") + Quote(message);
+  }
+  return "{\"url\":" + Quote(ShownUrl(status.urls[index])) +
+         ",\"connected\":" + (client.connected ? "true" : "false") +
+         ",\"video\":" + Number(client.videoPackets) + ",\"audio\":" + Number(client.audioPackets) +
+         ",\"bytes\":" + Number(client.bytes) + ",\"quality\":" + std::to_string(client.quality) +
+         ",\"reconnections\":" + Number(client.reconnections) +
+         ",\"refused\":" + Number(client.refused) + ",\"gaps\":" + Number(client.gaps) +
+         ",\"messages\":[" + messages + "]}";
+}
+
+}  // namespace
+
+std::string ShownUrl(const std::string& url) { return url.substr(0, url.find('?')); }
+
+std::string StatusSentence(const Status& status) {
+  std::string text =
+      Format("%7.1f s  %s", status.seconds, BitRateText(status.bitsPerSecond).c_str());
+  for (const ClientFigures& client : status.clients) {
+    text += Format("  [video %llu audio %llu %s quality=%d reconnections=%llu]",
+                   static_cast<unsigned long long>(client.videoPackets),
+                   static_cast<unsigned long long>(client.audioPackets),
+                   client.connected ? "connected" : "not connected", client.quality,
+                   static_cast<unsigned long long>(client.reconnections));
+  }
+  return text;
+}
+
+std::string StatusJson(const Status& status) {
+  std::string clients;
+  for (std::size_t i = 0; i < status.clients.size(); ++i) {
+    clients += (i ? "," : "") + ClientJson(status, i);
+  }
+  return "{\"time\":" + Format("%.3f", status.seconds) +
+         ",\"bit_rate\":" + Format("%.0f", status.bitsPerSecond) + ",\"clients\":[" + clients +
+         "]}";
+}
+
+}  // namespace nimbo::cli
