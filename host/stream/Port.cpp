@@ -115,11 +115,24 @@ bool Port::Deliver(Packet& packet) {
   if (!receiver || !WaitForPause(*receiver)) return false;
   const bool taken =
       Shielded("ReceivePacket", receiver, [&] { return receiver->ReceivePacket(packet, peer); });
+  peer->Count(packet, taken);
   if (!taken) {
     const std::chrono::nanoseconds until = Clock::now().time_since_epoch() + DeliveryPause;
     receiver->HostState().pauseUntil = until.count();
   }
   return taken;
+}
+
+void Port::Count(const Packet& packet, bool taken) noexcept {
+  const std::uint32_t before = _figures.packets + _figures.refused;
+  if (before != 0 && packet.Sequence() != _next_sequence) ++_figures.gaps;
+  _next_sequence = packet.Sequence() + 1;
+  if (taken) {
+    ++_figures.packets;
+    _figures.bytes += packet.Size();
+  } else {
+    ++_figures.refused;
+  }
 }
 
 bool Port::WaitForPause(IElement& receiver) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <string>
 
@@ -12,6 +13,14 @@
 namespace nimbo::stream {
 
 class IElement;
+
+/// What was delivered to an input. [any]
+struct PortFigures {
+  std::atomic<std::uint32_t> packets{0};  ///< taken
+  std::atomic<std::uint64_t> bytes{0};    ///< of these packets
+  std::atomic<std::uint32_t> refused{0};  ///< answered with a false result
+  std::atomic<std::uint32_t> gaps{0};     ///< packets whose number did not follow the one before
+};
 
 /// A port of the reference host. Owned by its element (or, a pipeline's, by the pipeline).
 ///
@@ -55,6 +64,8 @@ class NIMBO_API Port : public IPort {
   /// exception that escapes becomes one console line and a false result. False when the packet was
   /// not taken. The element gets its input as `from`, a Port*.
   bool Deliver(Packet& packet);
+  /// [any] What was delivered to this input since it was made.
+  const PortFigures& Figures() const noexcept { return _figures; }
   /// [any] Ends a pause of Deliver; further pauses end at once until Resume. The status machine
   /// calls both for the outputs of every element: Resume before Start, Interrupt before Stop.
   void Interrupt();
@@ -68,6 +79,8 @@ class NIMBO_API Port : public IPort {
 
  private:
   bool WaitForPause(IElement& receiver);
+  /// [sending] Counts a packet that was offered to this input.
+  void Count(const Packet& packet, bool taken) noexcept;
 
   IElement* const _owner;
   const std::string _caps;
@@ -77,7 +90,9 @@ class NIMBO_API Port : public IPort {
   PacketRing* _ring = nullptr;
   std::atomic<Port*> _peer{nullptr};
   std::atomic<IMedia*> _media{nullptr};
-  std::mutex _mutex;  ///< guards what follows; no other lock is taken under it
+  PortFigures _figures;
+  std::uint32_t _next_sequence = 0;  ///< [sending] of this input
+  std::mutex _mutex;                 ///< guards what follows; no other lock is taken under it
   std::condition_variable _changed;
   bool _interrupted = false;
 };
