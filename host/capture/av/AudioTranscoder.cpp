@@ -13,7 +13,7 @@ namespace nimbo::capture::av {
 
 namespace {
 
-constexpr int BitRatePerChannel = 64'000;
+constexpr std::int64_t BitRatePerChannel = 64'000;
 /// Sound whose time stamps differ less from the count of its samples goes on without a break.
 constexpr std::int64_t Tolerance = 100 * NsPerMillisecond;
 

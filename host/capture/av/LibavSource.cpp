@@ -18,7 +18,7 @@ struct ProbeLimits {
 constexpr ProbeLimits FileLimits = {3, 1000};
 /// What is looked at is late by as much.
 constexpr ProbeLimits LiveLimits = {2, 150};
-constexpr std::int64_t MostProbedBytes = 64 * 1024 * 1024;
+constexpr std::int64_t MostProbedBytes = std::int64_t{64} * 1024 * 1024;
 
 /// A stream may be so much ahead of the other one before it no longer waits for it.
 constexpr std::int64_t FileLead = 2 * NsPerSecond;

@@ -86,8 +86,8 @@ bool SimulatedSource::ReadOptions(const base::AttrSet& options, const std::vecto
       const Range& range = option->range;
       int value = 0;
       if (!ParseInt(text.c_str(), value) || value < range.low || value > range.high) {
-        return Refuse("option " + key + "=" + text + " must be a number from " +
-                      std::to_string(range.low) + " to " + std::to_string(range.high));
+        return stream::Refuse(_name, ": option ", key, "=", text, " must be a number from ",
+                              range.low, " to ", range.high);
       }
       *option->value = value;
     } else if (std::none_of(others.begin(), others.end(), is) &&

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -104,7 +105,7 @@ AVFrame* TestPicture::Draw(std::int64_t dayTime, std::int64_t number) {
 void TestPicture::Fill(int plane, const Area& area, int value) {
   // Chroma has half the lines and half the columns.
   const int shift = plane == 0 ? 0 : 1;
-  const int stride = _frame->linesize[plane];
+  const std::ptrdiff_t stride = _frame->linesize[plane];
   unsigned char* line = _frame->data[plane] + (area.y >> shift) * stride + (area.x >> shift);
   for (int y = 0; y < area.height >> shift; ++y, line += stride) {
     std::memset(line, value, static_cast<std::size_t>(area.width >> shift));
@@ -132,7 +133,7 @@ void TestPicture::DrawText(const std::string& text) {
 }
 
 void TestPicture::DrawNoise() {
-  const int stride = _frame->linesize[0];
+  const std::ptrdiff_t stride = _frame->linesize[0];
   for (int y = 0; y < _noise.height; ++y) {
     unsigned char* line = _frame->data[0] + (_noise.y + y) * stride;
     for (int x = 0; x < _noise.width; x += static_cast<int>(sizeof _random)) {
