@@ -4,6 +4,7 @@
 #include "host/elements/FlowElement.h"
 #include "host/elements/Properties.h"
 #include "host/stream/Console.h"
+#include "host/stream/RingBuffer.h"
 #include "host/stream/State.h"
 
 namespace nimbo::stream {
@@ -30,12 +31,16 @@ class BridgeSource final : public ThreadElement {
     return true;
   }
 
-  bool CanWait(const Port&) const override { return ReadsRing() || SourceCanWait(*_port); }
+  bool CanWait(const Port&) const override { return _reader || SourceCanWait(*_port); }
 
   bool Start() override {
-    if (!ReadsRing()) return FlowElement::Start();
+    const Port* upstream = _port->Peer();
+    PacketRing* ring = upstream ? upstream->Ring() : nullptr;
+    if (!ring) return FlowElement::Start();
+    // The ring's element may be destroyed while this one plays.
+    if (auto* buffer = dynamic_cast<RingBuffer*>(ring)) _ring = buffer->weak_from_this().lock();
     // Packets that were written before are not this element's.
-    _reader.reset(_port->Peer()->Ring()->CreateReader(this));
+    _reader.reset(ring->CreateReader(this));
     return ThreadElement::Start();
   }
 
@@ -49,11 +54,6 @@ class BridgeSource final : public ThreadElement {
   unsigned int GetPackets() const { return _packets; }
 
  private:
-  bool ReadsRing() const {
-    const Port* upstream = _port->Peer();
-    return upstream && upstream->Ring();
-  }
-
   void Pass(Packet& packet) {
     if (HostState().outputs.front()->Deliver(packet)) ++_packets;
   }
@@ -67,9 +67,13 @@ class BridgeSource final : public ThreadElement {
   }
 
   void EndWaits() override { _reader->WaitAbort(); }
-  void Ended() override { _reader.reset(); }
+  void Ended() override {
+    _reader.reset();
+    _ring.reset();
+  }
 
-  Port* _port = nullptr;  ///< the pipeline's
+  Port* _port = nullptr;              ///< the pipeline's
+  std::shared_ptr<RingBuffer> _ring;  ///< behind the reader, where it can be shared
   std::unique_ptr<Reader> _reader;
   std::atomic<unsigned int> _packets{0};
 };

@@ -38,7 +38,7 @@ class RingSink final : public FlowElement {
     if (!stream) return;
     StateMedia(*stream, input.Media());
     for (const auto& output : HostState().outputs) {
-      if (output->Ring() == &stream->ring) TellMedia(*output);
+      if (output->Ring() == stream->ring.get()) TellMedia(*output);
     }
   }
 
@@ -47,7 +47,7 @@ class RingSink final : public FlowElement {
 
   bool Open() override {
     for (const auto& stream : _streams) {
-      stream->ring.ForgetMedia();
+      stream->ring->ForgetMedia();
       stream->mediaKnown = false;
       // Known already where the source was opened before this element.
       if (IMedia* media = stream->input->Media()) StateMedia(*stream, media);
@@ -58,7 +58,7 @@ class RingSink final : public FlowElement {
   bool Close() override {
     for (const auto& stream : _streams) {
       StateMedia(*stream, nullptr);
-      stream->ring.Clear();
+      stream->ring->Clear();
     }
     return FlowElement::Close();
   }
@@ -68,7 +68,7 @@ class RingSink final : public FlowElement {
     if (!stream) return false;
     // A source of another kind does not tell its media beforehand.
     if (!stream->mediaKnown) StateMedia(*stream, packet.Media());
-    stream->ring.Write(packet);
+    stream->ring->Write(packet);
     ++_packets;
     _bytes += packet.Size();
     return true;
@@ -77,7 +77,7 @@ class RingSink final : public FlowElement {
   bool SetSize(const char* text) {
     if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: its size cannot change");
     if (!SetPacketCount(*this, "size", text, _size)) return false;
-    for (const auto& stream : _streams) stream->ring.Resize(_size);
+    for (const auto& stream : _streams) stream->ring->Resize(_size);
     return true;
   }
   int GetSize() const { return _size; }
@@ -87,15 +87,15 @@ class RingSink final : public FlowElement {
   unsigned int GetQueued() const {
     const std::lock_guard<std::mutex> lock(_mutex);
     unsigned int queued = 0;
-    for (const auto& stream : _streams) queued += stream->ring.Unread();
+    for (const auto& stream : _streams) queued += stream->ring->Unread();
     return queued;
   }
 
  private:
   struct Stream {
-    Stream(Port& port, int size) : input(&port), ring(size) {}
+    Stream(Port& port, int size) : input(&port), ring(std::make_shared<RingBuffer>(size)) {}
     Port* input;
-    RingBuffer ring;
+    std::shared_ptr<RingBuffer> ring;  ///< shared with readers of other applications
     std::atomic<bool> mediaKnown{false};
   };
 
@@ -103,11 +103,11 @@ class RingSink final : public FlowElement {
     auto stream = std::make_unique<Stream>(HostState().Add(this, caps, false), _size);
     Port& output = HostState().Add(this, "", true);
     output.Follow(*stream->input);
-    output.SetRing(&stream->ring);
+    output.SetRing(stream->ring.get());
     StateMedia(*stream, nullptr);
     const std::lock_guard<std::mutex> lock(_mutex);
     _streams.push_back(std::move(stream));
-    return _streams.back()->ring;
+    return *_streams.back()->ring;
   }
 
   Stream* Find(const void* input) const {
@@ -119,7 +119,7 @@ class RingSink final : public FlowElement {
   }
 
   static void StateMedia(Stream& stream, IMedia* media) {
-    stream.ring.SetMedia(media);
+    stream.ring->SetMedia(media);
     stream.mediaKnown = true;
   }
 

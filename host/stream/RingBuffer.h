@@ -13,8 +13,10 @@
 namespace nimbo::stream {
 
 /// The packet ring of the reference host. All its memory is made by the constructor and AddReader:
-/// nothing is allocated for a packet.
-class NIMBO_API RingBuffer final : public PacketRing {
+/// nothing is allocated for a packet. Where its end may overtake a reading thread, the reader
+/// shares its ownership.
+class NIMBO_API RingBuffer final : public PacketRing,
+                                   public std::enable_shared_from_this<RingBuffer> {
  public:
   /// A ring of `capacity` packets (at least one) whose first packet gets the position `start`.
   explicit RingBuffer(int capacity, std::uint32_t start = 0);

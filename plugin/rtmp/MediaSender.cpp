@@ -1,6 +1,7 @@
 #include "plugin/rtmp/MediaSender.h"
 
 #include <cstring>
+#include <utility>
 
 #include "nimbo/base/exit_call.h"
 #include "nimbo/base/platform.h"
@@ -96,8 +97,12 @@ bool MediaSender::ConnectSteps() {
 }
 
 void MediaSender::TellRemark() {
-  const std::string remark = _rtmp.TakeRemark();
-  if (!remark.empty()) Line(Colour::Yellow, _profile.At("ConnectServer")) << remark;
+  std::string remark = _rtmp.TakeRemark();
+  // While a server stays away, every attempt fails for the same reason.
+  if (!remark.empty() && remark != _last_remark) {
+    Line(Colour::Yellow, _profile.At("ConnectServer")) << remark;
+  }
+  _last_remark = std::move(remark);
 }
 
 bool MediaSender::DisConnectServer() {

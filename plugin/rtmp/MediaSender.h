@@ -72,7 +72,7 @@ class MediaSender : public SendBuffers {
 
  private:
   bool ConnectSteps();
-  /// One line with what the session has to say about its last step.
+  /// One line with what the session has to say about its last step, unless it said the same before.
   void TellRemark();
   bool AcceptSequence(const stream::Packet& pkt);
   bool SendAvcHeader(const stream::Packet& pkt);
@@ -91,6 +91,7 @@ class MediaSender : public SendBuffers {
                  const stream::Packet& pkt);
 
   SequenceCounters& _counters;
+  std::string _last_remark;  ///< of the last attempt to connect
   std::uint32_t _last_vid_seq = 0;  ///< of the last packet that this instance accepted
   bool _vid_accepted = false;
 };

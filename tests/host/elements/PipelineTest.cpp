@@ -135,6 +135,17 @@ TEST(PipelineTest, ARingFeedsAnyNumberOfConsumers) {
   EXPECT_TRUE(Reaches("h264", "packets", "20")) << "the bridge is named by what it carries";
 }
 
+TEST(PipelineTest, ARingMayGoWhileAnotherApplicationReadsIt) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
+  auto consumer = Build("shm-source:connect={pv:h264-feed}+RingSink+collector:link=all");
+  ASSERT_TRUE(consumer && consumer->StatusSet("play"));
+  Push(feed, 1, 1, true);
+  TheCollector().Wait(1);
+  Element("RingSink").Release();
+  Push(feed, 2, 9);
+  EXPECT_TRUE(consumer->StatusSet("null"));
+}
+
 TEST(PipelineTest, TheEndOfAFileIsReportedUpwards) {
   const StreamFile audio(nimbo::test::AdtsStream(3, 90));
   ControlQueue::Globle().Run();  // what earlier tests left
