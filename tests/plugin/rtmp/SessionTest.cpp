@@ -1,0 +1,269 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "plugin/rtmp/session/Connector.h"
+#include "plugin/rtmp/session/RtmpSession.h"
+#include "tests/support/IngestServer.h"
+#include "tests/support/MediaSamples.h"
+#include "tests/support/TlsServer.h"
+
+namespace nimbo::plugin::rtmp {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using test::IngestServer;
+using test::Point;
+using test::Reaction;
+using test::Record;
+using test::Script;
+using test::TlsServer;
+using Octets = test::Bytes;
+
+/// Far longer than what is bounded in these tests, far shorter than what is not.
+constexpr seconds Soon{20};
+
+class Session : public testing::Test {
+ protected:
+  Session() { RtmpSession::Limits() = SessionLimits(); }
+  ~Session() override {
+    session.Free();
+    unsetenv("RTMP_CA_FILE");
+    unsetenv("RTMP_TLS_VERIFY");
+    RtmpSession::Limits() = SessionLimits();
+  }
+
+  static bool Open(RtmpSession& session, const std::string& url) {
+    if (!session.Allocate() || !session.SetupUrl(url.c_str())) return false;
+    session.EnableWrite();
+    return session.Connect() && session.ConnectStream();
+  }
+  /// Sends a video message as the copying mode does.
+  static bool Send(RtmpSession& session, const Octets& body, std::uint32_t time) {
+    Octets room(RTMP_MAX_HEADER_SIZE);
+    test::Append(room, body);
+    RTMPPacket packet = {};
+    packet.m_headerType = RTMP_PACKET_SIZE_LARGE;
+    packet.m_packetType = RTMP_PACKET_TYPE_VIDEO;
+    packet.m_nChannel = 4;
+    packet.m_nTimeStamp = time;
+    packet.m_nInfoField2 = session.StreamId();
+    packet.m_nBodySize = static_cast<std::uint32_t>(body.size());
+    packet.m_body = reinterpret_cast<char*>(room.data()) + RTMP_MAX_HEADER_SIZE;
+    return session.Send(packet, false);
+  }
+  static IngestServer::Options Secured(TlsServer& tls) {
+    IngestServer::Options options;
+    options.secure = tls.Securer();
+    return options;
+  }
+
+  RtmpSession session;
+};
+
+TEST_F(Session, AttemptEndsByItsDeadlineWhateverTheServerDoes) {
+  RtmpSession::Limits().attempt = milliseconds(1000);
+  RtmpSession::Limits().answer = seconds(60);
+  const auto expectEnd = [this](const std::string& url) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(Open(session, url));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, Soon);
+    EXPECT_NE(session.TakeRemark(), "");
+    EXPECT_FALSE(session.Connected());
+    session.Free();
+  };
+  const test::FullListener swallowing;
+  expectEnd(swallowing.Url());
+  for (const Point point : {Point::Accepted, Point::C0C1, Point::Connect, Point::CreateStream}) {
+    IngestServer server({Script{{{point, Reaction::Stall}}}});
+    expectEnd(server.Url());
+  }
+  Script slow;
+  slow.trickle = milliseconds(10);
+  IngestServer server({slow, Script{{{Point::Publish, Reaction::Mute}}}});
+  expectEnd(server.Url());
+  expectEnd(server.Url());
+  TlsServer tls;
+  IngestServer silent({Script{{{Point::Accepted, Reaction::Stall}}}}, Secured(tls));
+  expectEnd(silent.Url());
+}
+
+TEST_F(Session, CancelEndsAnAttemptAndSticksUntilResume) {
+  RtmpSession::Limits() = {seconds(60), seconds(60), seconds(60), seconds(60), seconds(60)};
+  IngestServer server({Script{{{Point::C0C1, Reaction::Mute}}}, Script{}});
+  const auto start = std::chrono::steady_clock::now();
+  std::thread attempt([&] { EXPECT_FALSE(Open(session, server.Url())); });
+  server.WaitFor(0, [](const Record& record) { return record.bytes > 1536; });
+  session.Cancel();
+  attempt.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, Soon);
+  EXPECT_FALSE(Open(session, server.Url()));
+  EXPECT_EQ(server.Connections(), 1u);
+  session.Resume();
+  EXPECT_TRUE(Open(session, server.Url()));
+  session.Disconnect();
+}
+
+TEST_F(Session, StalledSendEndsAfterItsLimitOrWhenCancelled) {
+  Script stall{{{Point::Published, Reaction::Stall}}};
+  stall.receiveBuffer = 65536;
+  IngestServer server({stall});
+  const Octets frame(1000000);
+  for (const bool cancel : {false, true}) {
+    RtmpSession::Limits().stalledSend = cancel ? seconds(60) : seconds(1);
+    RtmpSession::Limits().cancelledSend = milliseconds(200);
+    ASSERT_TRUE(Open(session, server.Url()));
+    const auto start = std::chrono::steady_clock::now();
+    std::thread sending([&] {
+      while (Send(session, frame, 0)) {
+      }
+    });
+    if (cancel) session.Cancel();
+    sending.join();
+    EXPECT_FALSE(session.Connected());
+    session.Disconnect();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, Soon);
+  }
+}
+
+TEST_F(Session, EndOfStreamIsNoticedWithoutSending) {
+  IngestServer server;
+  ASSERT_TRUE(Open(session, server.Url()));
+  session.DiscardInbound();
+  EXPECT_TRUE(session.Connected());
+  server.Close(0);
+  const auto end = std::chrono::steady_clock::now() + test::LongTime;
+  while (session.IsConnected() && std::chrono::steady_clock::now() < end) session.DiscardInbound();
+  EXPECT_FALSE(session.IsConnected());
+  EXPECT_FALSE(session.Connected());
+  EXPECT_FALSE(Send(session, {1}, 0));
+}
+
+volatile sig_atomic_t brokenPipes = 0;
+
+TEST_F(Session, BrokenConnectionRaisesNoSignal) {
+  struct sigaction counting = {};
+  struct sigaction before = {};
+  counting.sa_handler = [](int) { brokenPipes = brokenPipes + 1; };
+  sigaction(SIGPIPE, &counting, &before);
+  IngestServer server;
+  ASSERT_TRUE(Open(session, server.Url()));
+  server.Reset(0);
+  ASSERT_TRUE(server.WaitForEnd(0));
+  while (Send(session, Octets(1000), 0)) {
+  }
+  session.Disconnect();
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  sigset_t mask;
+  pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
+  EXPECT_EQ(brokenPipes, 0);
+  sigaction(SIGPIPE, &before, nullptr);
+}
+
+TEST_F(Session, ConnectorReachesBothAddressFamilies) {
+  for (const bool ipv6 : {false, true}) {
+    IngestServer::Options options;
+    options.ipv6 = ipv6;
+    IngestServer server({Script{}}, options);
+    const Connector::Result result = Connector::Connect(
+        ipv6 ? "::1" : "127.0.0.1", static_cast<unsigned>(server.Port()), test::LongTime,
+        test::LongTime, [] {}, [](int) { return true; });
+    EXPECT_GE(result.socket, 0) << result.problem;
+    EXPECT_TRUE(server.WaitForConnections(1));
+    close(result.socket);
+  }
+}
+
+TEST_F(Session, MessagesSentFromWhereTheyLieLookTheSameOnTheWire) {
+  TlsServer tls;
+  setenv("RTMP_CA_FILE", tls.TrustFile().c_str(), 1);
+  for (const bool secured : {false, true}) {
+    IngestServer server({Script{}}, secured ? Secured(tls) : IngestServer::Options{});
+    ASSERT_TRUE(Open(session, server.Url()));
+    if (!session.CanSendInPlace()) GTEST_SKIP() << "this build makes every step with librtmp";
+    std::size_t expected = 0;
+    for (const std::size_t size : {1u, 9u, 127u, 128u, 129u, 256u, 1000u, 70000u}) {
+      for (const std::uint32_t time : {5u, 0xFFFFFFu, 0x1000005u}) {
+        const Octets body = test::Nal(0x17, size);
+        const std::size_t split = std::min<std::size_t>(size, 9);
+        EXPECT_TRUE(Send(session, body, time));
+        EXPECT_TRUE(session.SendInPlace(4, MessageType::Video, time, {body.data(), split},
+                                        {body.data() + split, size - split}));
+        EXPECT_EQ(body, test::Nal(0x17, size));
+        expected += 2;
+      }
+    }
+    ASSERT_TRUE(server.WaitForMedia(0, expected));
+    const std::vector<test::Message> media = server.Get(0).Media();
+    for (std::size_t i = 0; i < expected; i += 2) {
+      EXPECT_EQ(media[i].header, media[i + 1].header);
+      EXPECT_EQ(media[i].formats, media[i + 1].formats);
+      EXPECT_EQ(media[i].body, media[i + 1].body);
+    }
+    session.Disconnect();
+  }
+}
+
+struct Trust {
+  const char* what;
+  const char* certificate;  ///< the DNS name in it
+  bool addresses;           ///< and whether 127.0.0.1 is
+  const char* versions;
+  const char* host;  ///< that is connected to
+  bool trusted;      ///< by the file that RTMP_CA_FILE names
+  bool verify;
+  bool accepted;
+};
+
+class SessionTrust : public Session, public testing::WithParamInterface<Trust> {};
+
+TEST_P(SessionTrust, DecidesWhetherTheStreamNameIsSent) {
+  const Trust& trust = GetParam();
+  TlsServer tls(trust.certificate, trust.addresses, trust.versions);
+  TlsServer other;
+  setenv("RTMP_CA_FILE", (trust.trusted ? tls : other).TrustFile().c_str(), 1);
+  if (!trust.verify) setenv("RTMP_TLS_VERIFY", "0", 1);
+  IngestServer server({Script{}}, Secured(tls));
+  const std::string url = "rtmps://" + std::string(trust.host) + ":" +
+                          std::to_string(server.Port()) + "/live/secret-name";
+  EXPECT_EQ(Open(session, url), trust.accepted);
+  const std::string remark = session.TakeRemark();
+  EXPECT_EQ(remark.find("secret-name"), std::string::npos);
+  session.Disconnect();
+  ASSERT_TRUE(server.WaitForEnd(0));
+  if (trust.accepted) {
+    EXPECT_THAT(tls.Versions(), testing::ElementsAre("TLS1.2"));
+    const bool named = std::string(trust.host) == "localhost";
+    EXPECT_THAT(tls.Names(), testing::ElementsAre(named ? "localhost" : ""));
+    EXPECT_EQ(server.Get(0).commands.size(), 7u);
+  } else {
+    EXPECT_NE(remark, "");
+    EXPECT_EQ(server.Get(0).bytes, 0u);
+  }
+}
+
+constexpr char Normal[] = "NORMAL";
+constexpr char Only13[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3";
+
+INSTANTIATE_TEST_SUITE_P(
+    Servers, SessionTrust,
+    testing::Values(
+        Trust{"KnownName", "localhost", false, Normal, "localhost", true, true, true},
+        Trust{"KnownAddress", "other.example", true, Normal, "127.0.0.1", true, true, true},
+        Trust{"UnknownAuthority", "localhost", true, Normal, "localhost", false, true, false},
+        Trust{"WrongName", "other.example", false, Normal, "localhost", true, true, false},
+        Trust{"WrongAddress", "localhost", false, Normal, "127.0.0.1", true, true, false},
+        Trust{"CheckTurnedOff", "other.example", false, Normal, "localhost", false, false, true},
+        Trust{"TooNew", "localhost", true, Only13, "localhost", true, true, false}),
+    [](const auto& server) { return std::string(server.param.what); });
+
+}  // namespace
+}  // namespace nimbo::plugin::rtmp
