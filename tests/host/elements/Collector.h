@@ -35,10 +35,10 @@ class Collector : public ISink {
   bool _stopped = false;
 };
 
-struct ApplicationRelease {
-  void operator()(Application* application) const { application->Release(); }
+struct ObjectRelease {
+  void operator()(base::object* object) const { object->Release(); }
 };
-using OwnedApplication = std::unique_ptr<Application, ApplicationRelease>;
+using OwnedApplication = std::unique_ptr<Application, ObjectRelease>;
 
 /// The application "app" from a configuration text; null when it cannot be built.
 OwnedApplication Build(const std::string& text);

@@ -3,7 +3,7 @@
 
 #include <numeric>
 
-#include "base/reflect/Line.h"
+#include "base/reflect/Class.h"
 #include "host/stream/ControlQueue.h"
 #include "host/stream/Message.h"
 #include "host/stream/RingBuffer.h"
@@ -135,15 +135,22 @@ TEST(PipelineTest, ARingFeedsAnyNumberOfConsumers) {
   EXPECT_TRUE(Reaches("h264", "packets", "20")) << "the bridge is named by what it carries";
 }
 
-TEST(PipelineTest, ARingMayGoWhileAnotherApplicationReadsIt) {
+TEST(PipelineTest, ARingMayGoWhileAnotherPipelineReadsIt) {
   Feed feed("h264-feed", nimbo::test::VideoMedia());
-  auto consumer = Build("shm-source:connect={pv:h264-feed}+RingSink+collector:link=all");
-  ASSERT_TRUE(consumer && consumer->StatusSet("play"));
+  auto producer = Build("shm-source:connect={pv:h264-feed}+RingSink");
+  auto attrs = Object::AttrSetInit({{"type", "Pipeline"}, {"name", "reader"}});
+  const std::unique_ptr<Pipeline, ObjectRelease> pipeline(base::IClass::New<Pipeline>(attrs));
+  ASSERT_TRUE(producer && pipeline);
+  IElement* bridge = IElement::New("BridgeSource", "h264", pipeline.get(), "h264");
+  auto* collector =
+      dynamic_cast<Collector*>(IElement::New("collector", nullptr, pipeline.get(), nullptr));
+  ASSERT_TRUE(bridge && collector && bridge->Link(*collector));
+  ASSERT_TRUE(pipeline->LinkFrom(Element("RingSink").HostState().FreeOutput()));
+  ASSERT_TRUE(pipeline->StatusSet("play") && producer->StatusSet("play"));
   Push(feed, 1, 1, true);
-  TheCollector().Wait(1);
-  Element("RingSink").Release();
-  Push(feed, 2, 9);
-  EXPECT_TRUE(consumer->StatusSet("null"));
+  EXPECT_EQ(collector->Wait(1).size(), 1U);
+  producer.reset();
+  EXPECT_TRUE(pipeline->StatusSet("null"));
 }
 
 TEST(PipelineTest, TheEndOfAFileIsReportedUpwards) {
