@@ -26,6 +26,14 @@ IClass* ClassRegistry::Find(const char* name, bool exact, const std::type_info* 
   Arr32 keywords;
   keywords.Add(name, '-');
   if (keywords.Size() == 0) return nullptr;
+  IClass* found = FindRegistered(id, keywords, exact, kind);
+  // A registration asks whether its own name is in use; that must load nothing.
+  if (found || exact || !LoadOffered(id, keywords)) return found;
+  return FindRegistered(id, keywords, exact, kind);
+}
+
+IClass* ClassRegistry::FindRegistered(std::uint32_t id, const Arr32& keywords, bool exact,
+                                      const std::type_info* kind) {
   const auto isKind = [kind](const IClass* cl) {
     return !kind || (cl->Type() && DerivesFrom(*cl->Type(), *kind));
   };
@@ -38,6 +46,24 @@ IClass* ClassRegistry::Find(const char* name, bool exact, const std::type_info* 
     if (cl->Keywords().ContainsAll(keywords) && isKind(cl)) return cl;
   }
   return nullptr;
+}
+
+bool ClassRegistry::LoadOffered(std::uint32_t id, const Arr32& keywords) {
+  bool (*load)() = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const Offered& offered : _offered) {
+      if (offered.id == id || offered.keywords.ContainsAll(keywords)) load = offered.load;
+    }
+  }
+  return load && load();
+}
+
+void ClassRegistry::Offer(const char* name, bool (*load)()) {
+  Offered offered = {Hash(name), {}, load};
+  offered.keywords.Add(name, '-');
+  const std::lock_guard<std::mutex> lock(_mutex);
+  _offered.push_back(std::move(offered));
 }
 
 void ClassRegistry::Add(IClass& cl) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <typeinfo>
@@ -14,9 +15,13 @@ namespace nimbo::base {
 class NIMBO_API ClassRegistry {
  public:
   /// [any] See IClass::Find. With `kind`, only classes that derive from that type are looked at.
+  /// Where nothing is found, a module that offers a class by this name is loaded first. [control]
   IClass* Find(const char* name, bool exact, const std::type_info* kind = nullptr);
   /// [control]
   void Add(IClass& cl);
+  /// [loading] Says that `load` registers a class called `name`, once it is called. It tells in one
+  /// console line when it cannot.
+  void Offer(const char* name, bool (*load)());
   /// [any] A copy of the list.
   std::vector<IClass*> Classes();
 
@@ -26,7 +31,19 @@ class NIMBO_API ClassRegistry {
                         object* owner);
 
  private:
-  std::mutex _mutex;
+  /// A class that a module registers when it is loaded.
+  struct Offered {
+    std::uint32_t id;
+    Arr32 keywords;
+    bool (*load)();
+  };
+  IClass* FindRegistered(std::uint32_t id, const Arr32& keywords, bool exact,
+                         const std::type_info* kind);
+  /// Loads a module that offers such a class. False when there is none or it cannot be loaded.
+  bool LoadOffered(std::uint32_t id, const Arr32& keywords);
+
+  std::mutex _mutex;  ///< not held while a module is loaded
+  std::vector<Offered> _offered;
   std::vector<IClass*> _classes;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "host/base/ClassRegistry.h"
 #include "host/base/PluginLoader.h"
 #include "host/capture/CaptureSource.h"
 #include "host/capture/EsSource.h"
@@ -45,6 +46,18 @@ bool Serves(const std::string& entry, const std::string& name) {
 }  // namespace
 
 CaptureSource::~CaptureSource() = default;
+
+namespace {
+
+/// The classes that the libav* module registers are found before it is loaded.
+[[maybe_unused]] const bool Offered = [] {
+  for (const char* name : {"AvSource-av-source", "RtmpServer-rtmp-server"}) {
+    base::IClass::Globle().Offer(name, LoadAvModule);
+  }
+  return true;
+}();
+
+}  // namespace
 
 CaptureRegistry& CaptureRegistry::Globle() {
   static auto& registry = *[] {
