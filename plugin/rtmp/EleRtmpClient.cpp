@@ -65,9 +65,9 @@ int EleRtmpClient::RtmpConnectQuality() { return _vid_lost ? 1 : 0; }
 bool EleRtmpClient::Open() {
   const std::string url = _url.Get();
   if (url.empty()) return Failure(Site::Here(), "_url.empty()");
-  _rtmp.Resume();
   {
     const std::lock_guard<std::mutex> lock(_mutex);
+    BeginSession();
     if (!ConnectServer(url.c_str())) {
       Report("rtmp_disconnected");
       return Failure(Site::Here(), "!ConnectServer(_url.c_str())",

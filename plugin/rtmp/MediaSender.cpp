@@ -51,9 +51,18 @@ Bytes PayloadOf(const Packet& pkt) { return {pkt.Data(), pkt.Size()}; }
 
 // ---- session ------------------------------------------------------------------------------------
 
+void MediaSender::BeginSession() {
+  RepeatHeaders();
+  _last_remark.clear();
+  _rtmp.Resume();
+}
+
 bool MediaSender::ConnectServer(const char* url) {
   constexpr const char* Function = "ConnectServer";
-  if (!_rtmp.Allocate()) return Failure(_profile.At(Function), "!_rtmp");
+  {
+    const VfpBracket bracket(_profile.bracketsEachCall);
+    if (!_rtmp.Allocate()) return Failure(_profile.At(Function), "!_rtmp");
+  }
   ExitCall freeSession([this] { _rtmp.Free(); });
   if (!_rtmp.SetupUrl(url)) {
     TellRemark();
@@ -155,7 +164,10 @@ bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* d
 
 bool MediaSender::ReadyToSend(std::size_t size) {
   const Site site = _profile.At(_profile.sendName);
-  _rtmp.DiscardInbound();
+  {
+    const VfpBracket bracket(_profile.bracketsEachCall);
+    _rtmp.DiscardInbound();
+  }
   if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
   return size <= MaxMessageBody || Failure(site, "size > 0xFFFFFF");
 }

@@ -59,6 +59,8 @@ class MediaSender : public SendBuffers {
   /// Tells the pipeline of an event, for classes that live in one.
   virtual void Report(const char* /*message*/) {}
 
+  /// To be called by Open: nothing was sent or said before, and connecting is allowed again.
+  void BeginSession();
   /// Both sequence headers go out again before the next frames.
   void RepeatHeaders() { _vid_header_sent = _aud_header_sent = false; }
 
@@ -91,7 +93,7 @@ class MediaSender : public SendBuffers {
                  const stream::Packet& pkt);
 
   SequenceCounters& _counters;
-  std::string _last_remark;  ///< of the last attempt to connect
+  std::string _last_remark;         ///< of the last attempt to connect
   std::uint32_t _last_vid_seq = 0;  ///< of the last packet that this instance accepted
   bool _vid_accepted = false;
 };

@@ -124,8 +124,7 @@ bool RtmpStreamPusher::Open() {
   if (!_vid_buffer) return Failure(Site::Here(), "!_vid_buffer");
   _aud_buffer = SendBufferCreate(AudioSize);
   if (!_aud_buffer) return Failure(Site::Here(), "!_aud_buffer");
-  RepeatHeaders();
-  _rtmp.Resume();
+  BeginSession();
   const std::string url = _url.Get();
   std::printf("connect server:%s,%s\n", url.c_str(), _cfg.c_str());
   std::fflush(stdout);

@@ -56,8 +56,6 @@ class RtmpStreamPusher : public stream::Service, private MediaSender {
   bool StartAVSource();
   /// [control] Takes the capture application down. The readers stay, detached. True always.
   bool StopAVSource();
-  /// [control] Makes a reader on `ring` in place of an earlier one.
-  void Attach(std::unique_ptr<Reader>& reader, stream::PacketRing& ring);
 
   bool SendRtmpPcaket(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
                       unsigned int timestamp) {

@@ -13,7 +13,7 @@ using base::Colour;
 using base::Failure;
 using base::Line;
 
-send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
+SendBuffers::send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
   if (size == 0) {
     Failure(_profile.At("SendBufferCreate"), "size <= 0");
     return nullptr;

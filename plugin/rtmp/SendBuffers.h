@@ -15,20 +15,20 @@ namespace nimbo::plugin::rtmp {
 constexpr std::size_t RtmpHeaderSize = sizeof(RTMPPacket) + RTMP_MAX_HEADER_SIZE;
 static_assert(sizeof(void*) != 4 || RtmpHeaderSize == 50, "layout of the 32-bit target");
 
-/// A growable buffer in which one message is put together and sent without being copied: the
-/// message record at its start, room for the chunk header, the body at RtmpHeaderSize.
-struct send_buffer_t : base::object_base {
-  unsigned char* data = nullptr;  ///< `capacity` bytes, owned
-  unsigned int capacity = 0;      ///< a multiple of 4
-
-  RTMPPacket* Record() const { return reinterpret_cast<RTMPPacket*>(data); }
-  unsigned char* Body() const { return data + RtmpHeaderSize; }
-};
-
 /// The two send buffers of a publishing object and the operations on them. Used by the thread that
 /// sends only; created and destroyed on the control thread while nothing is sent.
 class SendBuffers {
  public:
+  /// A growable buffer in which one message is put together and sent without being copied: the
+  /// message record at its start, room for the chunk header, the body at RtmpHeaderSize.
+  struct send_buffer_t : base::object_base {
+    unsigned char* data = nullptr;  ///< `capacity` bytes, owned
+    unsigned int capacity = 0;      ///< a multiple of 4
+
+    RTMPPacket* Record() const { return reinterpret_cast<RTMPPacket*>(data); }
+    unsigned char* Body() const { return data + RtmpHeaderSize; }
+  };
+
   static constexpr unsigned int VideoSize = 0x100000;
   static constexpr unsigned int AudioSize = 0x1000;
 

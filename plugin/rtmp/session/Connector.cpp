@@ -30,9 +30,13 @@ void SetOption(int socket, int level, int option, const V& value) {
   setsockopt(socket, level, option, &value, sizeof value);
 }
 
-/// A server that stops taking data is given up by the kernel, so that whatever is sent afterwards
-/// fails at once; the send time-out stands behind it.
-void SetOptions(int socket, milliseconds answer, milliseconds stalledSend) {
+std::string ErrorText(int error) { return std::generic_category().message(error); }
+
+}  // namespace
+
+void Connector::SetOptions(int socket, milliseconds answer, milliseconds stalledSend) {
+  // What is sent after the kernel has given the server up fails at once; after the send time-out,
+  // which stands behind it, it would wait again.
   const int on = 1;
   const auto userTimeout = static_cast<unsigned int>(stalledSend.count());
   SetOption(socket, IPPROTO_TCP, TCP_NODELAY, on);
@@ -40,10 +44,6 @@ void SetOptions(int socket, milliseconds answer, milliseconds stalledSend) {
   SetOption(socket, SOL_SOCKET, SO_RCVTIMEO, ToTimeval(answer));
   SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, ToTimeval(stalledSend));
 }
-
-std::string ErrorText(int error) { return std::generic_category().message(error); }
-
-}  // namespace
 
 Connector::Result Connector::Connect(const std::string& host, unsigned port, milliseconds answer,
                                      milliseconds stalledSend, const std::function<void()>& started,

@@ -24,6 +24,10 @@ class Connector {
   static Result Connect(const std::string& host, unsigned port, std::chrono::milliseconds answer,
                         std::chrono::milliseconds stalledSend, const std::function<void()>& started,
                         const Watch& watch);
+  /// The socket options of a publisher: no delay, `answer` for a read, and a server that takes
+  /// nothing for `stalledSend` is given up by the kernel.
+  static void SetOptions(int socket, std::chrono::milliseconds answer,
+                         std::chrono::milliseconds stalledSend);
 };
 
 }  // namespace nimbo::plugin::rtmp

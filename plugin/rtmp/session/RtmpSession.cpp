@@ -144,8 +144,14 @@ bool RtmpSession::ConnectByLibrtmp() {
         "check; set RTMP_TLS_VERIFY=0 to accept that");
   }
   if (!RTMP_Connect(_rtmp, nullptr)) return false;
+  {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _attempt_ends = Watcher::Clock::now() + Limits().attempt;
+  }
   Adopt(_rtmp->m_sb.sb_socket);
-  return true;
+  if (WatchAttempt(_rtmp->m_sb.sb_socket)) return true;
+  RTMP_Close(_rtmp);
+  return false;
 }
 
 bool RtmpSession::ConnectOwn() {
@@ -201,7 +207,11 @@ bool RtmpSession::WatchAttempt(int socket) {
 }
 
 void RtmpSession::Adopt(int socket) {
+#ifndef RTMP_STOCK_TRANSPORT
+  Connector::SetOptions(socket, Limits().answer, Limits().stalledSend);
+#endif
   const std::lock_guard<std::mutex> lock(_mutex);
+  if (_control >= 0) close(_control);
   _control = fcntl(socket, F_DUPFD_CLOEXEC, 0);
 }
 
@@ -212,7 +222,10 @@ bool RtmpSession::ConnectStream() {
   // librtmp does not take a refused publish for an answer and goes on waiting.
   log.OnRefusal([this] { shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR); });
   const Operation operation(*this, Activity::Opening);
+  const int before = _rtmp->m_sb.sb_socket;
   const bool streaming = operation.Allowed() && RTMP_ConnectStream(_rtmp, 0) != 0;
+  // With credentials librtmp dials once more meanwhile.
+  if (streaming && _rtmp->m_sb.sb_socket != before) Adopt(_rtmp->m_sb.sb_socket);
   if (streaming) {
     const std::lock_guard<std::mutex> lock(_mutex);
     EndWatch();

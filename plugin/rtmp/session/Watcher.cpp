@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <system_error>
 #include <thread>
 
 namespace nimbo::plugin::rtmp {
@@ -21,8 +22,11 @@ Watcher::Id Watcher::Add(int socket, Clock::time_point deadline) {
   const int duplicate = fcntl(socket, F_DUPFD_CLOEXEC, 0);
   if (duplicate < 0) return 0;
   const std::lock_guard<std::mutex> lock(_mutex);
+  if (!_running && !StartThread()) {
+    close(duplicate);
+    return 0;
+  }
   _watches[++_last] = {duplicate, deadline, false};
-  if (!_running) StartThread();
   _changed.notify_one();
   return _last;
 }
@@ -44,15 +48,20 @@ void Watcher::Remove(Id id) {
   if (_watches.empty()) _changed.notify_one();
 }
 
-void Watcher::StartThread() {
+bool Watcher::StartThread() {
   // The host's signals are not for this thread.
   sigset_t all;
   sigset_t previous;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &previous);
-  _running = true;
-  std::thread([this] { Run(); }).detach();
+  try {
+    std::thread([this] { Run(); }).detach();
+    _running = true;
+  } catch (const std::system_error&) {
+    // No thread is to be had: what should be watched then ends by the socket's own time-outs.
+  }
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  return _running;
 }
 
 void Watcher::Run() {

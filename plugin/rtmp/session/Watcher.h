@@ -38,7 +38,8 @@ class Watcher {
 
   Watcher() = default;
   ~Watcher() = default;
-  void StartThread();
+  /// Starts Run, which waits for the lock that the caller holds. False when there is no thread.
+  bool StartThread();
   void Run();
   /// Shuts down what is due and gives the next deadline; that of "never" when there is none.
   Clock::time_point FireDue();

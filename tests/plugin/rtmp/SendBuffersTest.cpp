@@ -17,6 +17,8 @@ constexpr Profile Terse = {"plugin/rtmp/Terse", "Send", false, true, false, fals
 constexpr Profile Detailed = {"plugin/rtmp/Detailed", "Send", true, false, true, true, true};
 
 /// Send buffers outside a publishing object; frees the one that a test holds.
+using send_buffer_t = SendBuffers::send_buffer_t;
+
 class Buffers : public SendBuffers {
  public:
   explicit Buffers(const Profile& profile) : SendBuffers(profile) {}
