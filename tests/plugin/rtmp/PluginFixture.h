@@ -13,6 +13,14 @@
 
 namespace nimbo::test {
 
+/// Whether the plug-in was built to make every step with librtmp's own calls, which know no limit
+/// for an attempt as a whole nor for a send.
+#ifdef RTMP_STOCK_TRANSPORT
+constexpr bool StockTransport = true;
+#else
+constexpr bool StockTransport = false;
+#endif
+
 /// Loads the plug-in, once, as hosts do.
 void LoadPlugin();
 
