@@ -59,7 +59,7 @@ void WriteWhole(int file, const char* text, std::size_t size) {
 
 class Console final : public ostream {
  public:
-  constexpr Console() noexcept {}
+  constexpr Console() noexcept = default;
 
   void Write(const char* text, std::size_t size) override {
     const std::lock_guard<std::mutex> lock(_mutex);
@@ -76,7 +76,7 @@ class Console final : public ostream {
 /// main and while the process ends.
 union EternalConsole {
   constexpr EternalConsole() : console() {}
-  ~EternalConsole() {}
+  ~EternalConsole() {}  // NOLINT(modernize-use-equals-default): that would be a deleted one
   Console console;
 };
 EternalConsole eternal;

@@ -26,9 +26,9 @@ namespace {
 /// The stack sizes that plug-ins ask for fit the device's C library. Larger frames, name look-up
 /// and TLS need more elsewhere, and instrumented code needs much more.
 #ifdef NIMBO_SANITIZED
-constexpr std::size_t LeastStack = 8 * 1024 * 1024;
+constexpr std::size_t LeastStack = std::size_t{8} * 1024 * 1024;
 #else
-constexpr std::size_t LeastStack = 256 * 1024;
+constexpr std::size_t LeastStack = std::size_t{256} * 1024;
 #endif
 constexpr std::size_t NameLimit = 15;  ///< bytes of a thread's name that Linux keeps
 

@@ -96,7 +96,7 @@ class Publish {
 
   void TellMessages() {
     for (const auto& [client, message] : _publication.TakeMessages()) {
-      _events.push_back({client, message});
+      _events.emplace_back(client, message);
       if (!_options.json) {
         std::fprintf(stderr, "%s: %s\n", ShownUrl(_options.what.urls[client]).c_str(),
                      message.c_str());

@@ -45,7 +45,7 @@ template <class T>
 bool ReadWide(base::IProperty& property, base::object& instance, long long& wide) {
   T value{};
   if (!property.get(instance, &value)) return false;
-  wide = static_cast<long long>(value);
+  wide = static_cast<long long>(value);  // NOLINT(bugprone-signed-char-misuse): a number
   return true;
 }
 

@@ -92,7 +92,7 @@ std::mutex& TreeMutex() {
 std::string PathOf(const Object& object) {
   const std::lock_guard<std::mutex> lock(TreeMutex());
   const base::object* owner = nullptr;
-  const Pipeline* pipeline = dynamic_cast<const Pipeline*>(&object);
+  const auto* pipeline = dynamic_cast<const Pipeline*>(&object);
   if (const auto* element = dynamic_cast<const IElement*>(&object)) {
     owner = pipeline = element->Owner();
   }

@@ -15,7 +15,6 @@ using base::Site;
 using base::TClass;
 using base::TProperty;
 using stream::IMedia;
-using stream::IStatus;
 using stream::Packet;
 
 namespace {

@@ -17,7 +17,6 @@ using base::TProperty;
 using stream::Factory;
 using stream::IElement;
 using stream::IPort;
-using stream::Pipeline;
 
 namespace {
 
