@@ -54,6 +54,8 @@ Bytes PayloadOf(const Packet& pkt) { return {pkt.Data(), pkt.Size()}; }
 void MediaSender::BeginSession() {
   RepeatHeaders();
   _last_remark.clear();
+  // Another instance may have published since.
+  _vid_accepted = false;
   _rtmp.Resume();
 }
 

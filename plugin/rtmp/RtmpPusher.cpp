@@ -19,8 +19,6 @@ using base::TClass;
 using base::TProperty;
 using stream::Application;
 using stream::IMedia;
-using stream::IStatus;
-using stream::Object;
 using stream::Packet;
 using stream::PacketRing;
 
@@ -69,9 +67,10 @@ bool RtmpStreamPusher::RtmpConnectStatus() { return _rtmp.Connected(); }
 int RtmpStreamPusher::RtmpConnectQuality() {
   constexpr int Lost = 100;
   constexpr int Percent = 100;
-  if (_vid_lost) return Lost;
   const std::lock_guard<std::mutex> lock(_quality_mutex);
-  if (!_quality_ring || !_vid_reader || !_vid_reader->ring || _vid_ring_size == 0) return 0;
+  if (!_quality_ring || !_vid_reader || !_vid_reader->ring) return 0;
+  if (_vid_lost) return Lost;
+  if (_vid_ring_size == 0) return 0;
   const auto lag =
       static_cast<std::int32_t>(_quality_ring->WritePosition() - _vid_reader->position.load());
   return static_cast<int>(std::int64_t{lag} * Percent / _vid_ring_size);
@@ -131,7 +130,8 @@ bool RtmpStreamPusher::Open() {
   if (!ConnectServer(url.c_str())) return Failure(Site::Here(), "!ConnectServer(_url.c_str())");
   if (!StartAVSource()) return Failure(Site::Here(), "!StartAVSource()");
   _running = true;
-  _thread.Once([this] { SendLoop(); });
+  if (!_thread.Once([this] { SendLoop(); }))
+    return Failure(Site::Here(), "!_thread.Once(SendLoop)");
   vfp_disable();
   return true;
 }

@@ -57,6 +57,7 @@ class RtmpStreamPusher : public stream::Service, private MediaSender {
   /// [control] Takes the capture application down. The readers stay, detached. True always.
   bool StopAVSource();
 
+  /// The sending of one message under the name that this class's users and log lines know.
   bool SendRtmpPcaket(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
                       unsigned int timestamp) {
     return SendRtmpPacket(packet, type, data, size, timestamp);

@@ -1,6 +1,7 @@
 #include "plugin/rtmp/session/LibrtmpLog.h"
 
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 
 #include <librtmp/log.h>
@@ -10,6 +11,10 @@ namespace nimbo::plugin::rtmp {
 namespace {
 
 thread_local LibrtmpLog* current = nullptr;
+
+/// What librtmp writes in front of the server's own words.
+constexpr char StatusMark[] = "onStatus: ";
+constexpr char ErrorMark[] = "error description: ";
 
 /// What follows `marker` in `line`; empty when it is not there.
 std::string Behind(const std::string& line, const char* marker) {
@@ -51,14 +56,17 @@ LibrtmpLog::LibrtmpLog() : _outer(current) {
 LibrtmpLog::~LibrtmpLog() { current = _outer; }
 
 void LibrtmpLog::Receive(int level, const char* format, va_list arguments) {
+  // Only what is used is formatted: other lines may hold texts without an end.
   if (!current) return;
+  const bool told = std::strstr(format, StatusMark) || std::strstr(format, ErrorMark);
+  if (!told && level > RTMP_LOGERROR) return;
   char text[512];
   std::vsnprintf(text, sizeof text, format, arguments);
   const std::string line = text;
-  if (const std::string status = Behind(line, "onStatus: "); !status.empty()) {
+  if (const std::string status = Behind(line, StatusMark); !status.empty()) {
     current->_answer = "the server answered " + status;
     if (IsRefusal(status) && current->_on_refusal) current->_on_refusal();
-  } else if (const std::string words = Behind(line, "error description: "); !words.empty()) {
+  } else if (const std::string words = Behind(line, ErrorMark); !words.empty()) {
     current->_answer = "the server said: " + words;
   } else if (level <= RTMP_LOGERROR) {
     current->_error = line;
@@ -67,15 +75,17 @@ void LibrtmpLog::Receive(int level, const char* format, va_list arguments) {
 
 std::string LibrtmpLog::Reason() const { return _answer.empty() ? _error : _answer; }
 
-std::string HideSecrets(std::string text, const std::string& url) {
+std::string HideSecrets(std::string text, const std::string& url, const std::string& name) {
+  const auto shortenBoth = [&text](const std::string& secret) {
+    Shorten(text, secret);
+    Shorten(text, secret.substr(0, secret.find('?')));
+  };
   // Everything behind the application: stream name and token, with and without the query.
-  const std::size_t host = url.find("://");
-  const std::size_t app = host == std::string::npos ? host : url.find('/', host + 3);
-  const std::size_t name = app == std::string::npos ? app : url.find('/', app + 1);
-  if (name == std::string::npos) return text;
-  const std::string secret = url.substr(name + 1);
-  Shorten(text, secret);
-  Shorten(text, secret.substr(0, secret.find('?')));
+  const std::size_t scheme = url.find("://");
+  const std::size_t app = url.find('/', scheme == std::string::npos ? 0 : scheme + 3);
+  const std::size_t rest = app == std::string::npos ? app : url.find('/', app + 1);
+  if (rest != std::string::npos) shortenBoth(url.substr(rest + 1));
+  shortenBoth(name);
   return text;
 }
 

@@ -32,7 +32,7 @@ class LibrtmpLog {
 };
 
 /// `text` with the stream name and the token of `url` shortened to their first characters, so that
-/// it can be shown.
-std::string HideSecrets(std::string text, const std::string& url);
+/// it can be shown. `name` is the stream name as librtmp reads it; may be empty.
+std::string HideSecrets(std::string text, const std::string& url, const std::string& name);
 
 }  // namespace nimbo::plugin::rtmp

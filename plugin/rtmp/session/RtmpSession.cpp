@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <utility>
 
 #include "plugin/rtmp/session/ChunkWriter.h"
@@ -26,6 +27,22 @@ std::string ToString(const AVal& value) {
   return {value.av_val, static_cast<std::size_t>(value.av_len)};
 }
 
+constexpr char NoDescriptor[] = "there is no descriptor or thread left";
+
+/// Host and port of an address whose host is an IPv6 address in brackets (RFC 3986, 3.2.2), which
+/// librtmp does not read; left alone for every other address.
+void ReadBracketedHost(const std::string& url, std::string& host, unsigned& port) {
+  const std::size_t scheme = url.find("://[");
+  const std::size_t end = scheme == std::string::npos ? scheme : url.find(']', scheme);
+  if (end == std::string::npos) return;
+  const std::size_t start = scheme + 4;
+  host = url.substr(start, end - start);
+  constexpr unsigned long MostPorts = 65535;
+  const bool hasPort = end + 1 < url.size() && url[end + 1] == ':';
+  const unsigned long given = hasPort ? std::strtoul(url.c_str() + end + 2, nullptr, 10) : 0;
+  if (given > 0 && given <= MostPorts) port = static_cast<unsigned>(given);
+}
+
 std::string Seconds(std::chrono::milliseconds time) {
   constexpr int Tenths = 100;
   const long long tenths = time.count() / Tenths;
@@ -38,6 +55,8 @@ std::string Seconds(std::chrono::milliseconds time) {
 class RtmpSession::Operation {
  public:
   Operation(RtmpSession& session, Activity activity) : _session(session) {
+    // librtmp repeats a TLS write that failed while it finds an old EINTR here.
+    errno = 0;
     const std::lock_guard<std::mutex> lock(session._mutex);
     _allowed = activity != Activity::Opening || !session._cancelled;
     session._activity = activity;
@@ -80,6 +99,7 @@ SessionLimits& RtmpSession::Limits() {
 bool RtmpSession::Allocate() {
   Free();
   _remark.clear();
+  _warning.clear();
   _rtmp = RTMP_Alloc();
   if (!_rtmp) return false;
   {
@@ -143,31 +163,35 @@ bool RtmpSession::ConnectByLibrtmp() {
         "credentials on rtmps go over a connection whose certificate librtmp does not "
         "check; set RTMP_TLS_VERIFY=0 to accept that");
   }
+  if ((link.protocol & ProtocolTls) && TlsTrust::FromEnvironment().verify) {
+    _warning = "the server's certificate is not checked: librtmp makes this connection itself";
+  }
   if (!RTMP_Connect(_rtmp, nullptr)) return false;
   {
     const std::lock_guard<std::mutex> lock(_mutex);
     _attempt_ends = Watcher::Clock::now() + Limits().attempt;
   }
-  Adopt(_rtmp->m_sb.sb_socket);
-  if (WatchAttempt(_rtmp->m_sb.sb_socket)) return true;
+  if (Adopt(_rtmp->m_sb.sb_socket) && WatchAttempt(_rtmp->m_sb.sb_socket)) return true;
   RTMP_Close(_rtmp);
-  return false;
+  return Fail(NoDescriptor);
 }
 
 bool RtmpSession::ConnectOwn() {
   std::string host = ToString(_rtmp->Link.hostname);
-  if (host.size() > 1 && host.front() == '[' && host.back() == ']') {
-    host = host.substr(1, host.size() - 2);
-  }
+  unsigned port = _rtmp->Link.port;
+  ReadBracketedHost(_shown, host, port);
   const auto started = [this] {
     const std::lock_guard<std::mutex> lock(_mutex);
     _attempt_ends = Watcher::Clock::now() + Limits().attempt;
   };
   const Connector::Result result =
-      Connector::Connect(host, _rtmp->Link.port, Limits().answer, Limits().stalledSend, started,
+      Connector::Connect(host, port, Limits().answer, Limits().stalledSend, started,
                          [this](int socket) { return WatchAttempt(socket); });
   if (result.socket < 0) return Fail(result.problem);
-  Adopt(result.socket);
+  if (!Adopt(result.socket)) {
+    close(result.socket);
+    return Fail(NoDescriptor);
+  }
 
   // From here on the socket is librtmp's, which closes it when a step fails.
   _rtmp->m_sb.sb_socket = result.socket;
@@ -192,7 +216,7 @@ bool RtmpSession::MakeTls(const std::string& host, int socket) {
   if (!_tls.Connect(host, socket, TlsTrust::FromEnvironment(), problem, warning)) {
     return Fail(problem);
   }
-  _remark = warning;
+  _warning = warning;
   _rtmp->m_sb.sb_ssl = _tls.Lend();
   _own_tls = true;
   return true;
@@ -201,18 +225,19 @@ bool RtmpSession::MakeTls(const std::string& host, int socket) {
 bool RtmpSession::WatchAttempt(int socket) {
   const std::lock_guard<std::mutex> lock(_mutex);
   EndWatch();
-  if (_cancelled) return false;
+  if (_cancelled || Watcher::Clock::now() >= _attempt_ends) return false;
   _watch = Watcher::Globle().Add(socket, _attempt_ends);
-  return true;
+  return _watch != 0;
 }
 
-void RtmpSession::Adopt(int socket) {
+bool RtmpSession::Adopt(int socket) {
 #ifndef RTMP_STOCK_TRANSPORT
   Connector::SetOptions(socket, Limits().answer, Limits().stalledSend);
 #endif
   const std::lock_guard<std::mutex> lock(_mutex);
   if (_control >= 0) close(_control);
   _control = fcntl(socket, F_DUPFD_CLOEXEC, 0);
+  return _control >= 0;
 }
 
 bool RtmpSession::ConnectStream() {
@@ -223,16 +248,19 @@ bool RtmpSession::ConnectStream() {
   log.OnRefusal([this] { shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR); });
   const Operation operation(*this, Activity::Opening);
   const int before = _rtmp->m_sb.sb_socket;
-  const bool streaming = operation.Allowed() && RTMP_ConnectStream(_rtmp, 0) != 0;
+  bool streaming = operation.Allowed() && RTMP_ConnectStream(_rtmp, 0) != 0;
   // With credentials librtmp dials once more meanwhile.
-  if (streaming && _rtmp->m_sb.sb_socket != before) Adopt(_rtmp->m_sb.sb_socket);
+  if (streaming && _rtmp->m_sb.sb_socket != before) streaming = Adopt(_rtmp->m_sb.sb_socket);
   if (streaming) {
     const std::lock_guard<std::mutex> lock(_mutex);
     EndWatch();
   } else {
     Explain(log.Reason());
   }
-  return Note(streaming);
+  Note(streaming);
+  // A connection without a stream is only good for the goodbye.
+  if (!streaming) _connected.store(false, std::memory_order_relaxed);
+  return streaming;
 }
 
 bool RtmpSession::Explain(const std::string& reason) {
@@ -279,6 +307,9 @@ void RtmpSession::Free() {
   if (!_rtmp) return;
   // Frees what the session holds besides itself, which RTMP_Free leaves behind.
   Close();
+  // What options in the address have added is left to whoever frees the session.
+  AMF_Reset(&_rtmp->Link.extras);
+  if (_rtmp->Link.sockshost.av_len) std::free(_rtmp->Link.sockshost.av_val);
   RTMP_Free(_rtmp);
   _rtmp = nullptr;
   _url.clear();
@@ -330,6 +361,7 @@ void RtmpSession::DiscardInbound() {
     if (size == EndOfStream) {
       const SigPipeGuard guard;
       const LibrtmpLog log;
+      const Operation operation(*this, Activity::Closing);
       RTMP_Close(_rtmp);
       Note(false);
       return;
@@ -389,6 +421,8 @@ bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t times
   if (!sent) {
     const LibrtmpLog log;
     SigPipeGuard::Suspect();
+    // Nothing more can be said on a connection that takes nothing, so the goodbye must not wait.
+    shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR);
     RTMP_Close(_rtmp);
   }
   return Note(sent);
@@ -421,10 +455,15 @@ bool RtmpSession::Note(bool result) {
 }
 
 bool RtmpSession::Fail(const std::string& reason) {
-  _remark = HideSecrets(reason, _shown);
+  const std::string name = _rtmp ? ToString(_rtmp->Link.playpath) : std::string();
+  _remark = HideSecrets(reason, _shown, name);
   return false;
 }
 
-std::string RtmpSession::TakeRemark() { return std::exchange(_remark, {}); }
+std::string RtmpSession::TakeRemark() {
+  const std::string warning = std::exchange(_warning, {});
+  const std::string remark = std::exchange(_remark, {});
+  return remark.empty() ? warning : remark;
+}
 
 }  // namespace nimbo::plugin::rtmp

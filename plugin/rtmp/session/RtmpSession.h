@@ -103,7 +103,8 @@ class RtmpSession {
   /// Watches a socket of the attempt under way. False when it was cancelled.
   bool WatchAttempt(int socket);
   /// Keeps a duplicate of the connection's socket for Cancel and for the goodbye.
-  void Adopt(int socket);
+  /// False when there is no descriptor left.
+  bool Adopt(int socket);
   void EndWatch();
   /// Reads until the server closes its side; the watch ends a wait that takes too long.
   void AwaitEnd();
@@ -119,9 +120,10 @@ class RtmpSession {
   bool Fail(const std::string& reason);
 
   RTMP* _rtmp = nullptr;
-  std::string _url;    ///< what the session's pointers point into
-  std::string _shown;  ///< the address as it was given
-  std::string _remark;
+  std::string _url;      ///< what the session's pointers point into
+  std::string _shown;    ///< the address as it was given
+  std::string _remark;   ///< why the last step failed
+  std::string _warning;  ///< what should be known although nothing failed
   TlsClient _tls;
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
   std::atomic<bool> _connected{false};

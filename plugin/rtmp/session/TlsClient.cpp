@@ -4,6 +4,7 @@
 #include <gnutls/x509.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -88,17 +89,21 @@ bool TlsClient::Connect(const std::string& host, int socket, const TlsTrust& tru
                         std::string& problem, std::string& warning) {
   Reset();
   _transport.socket = socket;
-  gnutls_certificate_allocate_credentials(&_credentials);
+  _host = host;
+  if (gnutls_certificate_allocate_credentials(&_credentials) < 0 ||
+      gnutls_init(&_session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL) < 0 ||
+      gnutls_priority_set_direct(_session, Priority, nullptr) < 0) {
+    problem = "TLS cannot be set up";
+    return false;
+  }
   if (!LoadTrust(trust, problem, warning)) return false;
   const bool check = trust.verify && warning.empty();
 
-  gnutls_init(&_session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL);
-  gnutls_priority_set_direct(_session, Priority, nullptr);
   gnutls_credentials_set(_session, GNUTLS_CRD_CERTIFICATE, _credentials);
   if (!IsAddress(host)) {
     gnutls_server_name_set(_session, GNUTLS_NAME_DNS, host.c_str(), host.size());
   }
-  if (check) gnutls_session_set_verify_cert(_session, host.c_str(), 0);
+  if (check) gnutls_session_set_verify_cert(_session, _host.c_str(), 0);
   gnutls_transport_set_int(_session, socket);
   // Only reads need to know whether they may wait; writes stay GnuTLS's own.
   gnutls_transport_set_ptr2(_session, &_transport,
@@ -108,7 +113,7 @@ bool TlsClient::Connect(const std::string& host, int socket, const TlsTrust& tru
   int result;
   do {
     result = gnutls_handshake(_session);
-  } while (result == GNUTLS_E_INTERRUPTED);
+  } while (result < 0 && result != GNUTLS_E_AGAIN && !gnutls_error_is_fatal(result));
   if (result == GNUTLS_E_SUCCESS) return true;
   problem = result == GNUTLS_E_CERTIFICATE_VERIFICATION_ERROR
                 ? VerificationText(gnutls_session_get_verify_cert_status(_session))
@@ -125,7 +130,13 @@ gnutls_session_t TlsClient::Lend() {
 
 ssize_t TlsClient::Pull(gnutls_transport_ptr_t transport, void* data, std::size_t size) {
   const auto* from = static_cast<const Transport*>(transport);
-  return recv(from->socket, data, size, from->nonBlocking ? MSG_DONTWAIT : 0);
+  const int flags = from->nonBlocking ? MSG_DONTWAIT : 0;
+  ssize_t result;
+  do {
+    // librtmp takes the end of a wait by a signal for the end of the connection.
+    result = recv(from->socket, data, size, flags);
+  } while (result < 0 && errno == EINTR);
+  return result;
 }
 
 }  // namespace nimbo::plugin::rtmp

@@ -52,6 +52,7 @@ class TlsClient {
   bool LoadTrust(const TlsTrust& trust, std::string& problem, std::string& warning);
 
   Transport _transport;
+  std::string _host;                    ///< the session points to it
   gnutls_session_t _session = nullptr;  ///< until it is lent
   gnutls_certificate_credentials_t _credentials = nullptr;
 };

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 #include <thread>
 
@@ -84,8 +85,10 @@ Watcher::Clock::time_point Watcher::FireDue() {
   for (auto& [id, watch] : _watches) {
     if (watch.fired) continue;
     if (watch.deadline <= now) {
-      shutdown(watch.socket, SHUT_RDWR);
-      watch.fired = true;
+      // A socket whose connect is about to begin cannot be shut down yet.
+      constexpr std::chrono::milliseconds TryAgain{20};
+      watch.fired = shutdown(watch.socket, SHUT_RDWR) == 0 || errno != ENOTCONN;
+      if (!watch.fired) next = std::min(next, watch.deadline = now + TryAgain);
     } else {
       next = std::min(next, watch.deadline);
     }
