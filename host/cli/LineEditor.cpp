@@ -42,7 +42,7 @@ LineEditor::LineEditor(std::string prompt, ControlLoop& loop, Complete complete)
   el_set(editor, EL_EDITOR, "emacs");
   el_set(editor, EL_SIGNAL, 0);
   el_set(editor, EL_GETCFN, &LineEditor::GetCharacter);
-  el_set(editor, EL_ADDFN, "complete", "Complete the word", &LineEditor::CompleteWord);
+  el_wset(editor, EL_ADDFN, L"complete", L"Complete the word", &LineEditor::CompleteWord);
   el_set(editor, EL_BIND, "^I", "complete", nullptr);
   HistEvent event;
   history(_history.get(), &event, H_SETSIZE, HistorySize);

@@ -51,7 +51,7 @@ TEST_F(Terminal, AnInterruptDropsTheLineAndEndsASleep) {
   host.Write(Interrupt);
   EXPECT_TRUE(host.WaitFor("sleep was interrupted")) << host.Output();
   host.Write("quit\n");
-  EXPECT_EQ(host.Wait(), 0);
+  EXPECT_EQ(host.Wait(), 0) << host.Output();
   EXPECT_EQ(host.Output().find("[dropped]"), std::string::npos);
 }
 
