@@ -55,6 +55,7 @@ class BridgeSource final : public ThreadElement {
 
  private:
   void Pass(Packet& packet) {
+  unsigned int GetDropped() const { return _dropped; }
     if (HostState().outputs.front()->Deliver(packet)) ++_packets;
   }
 
@@ -62,8 +63,14 @@ class BridgeSource final : public ThreadElement {
     while (!Stopping() && _reader->ring.load()) {
       Packet* packet = nullptr;
       // The ring keeps the packet for this reader until the next wait.
-      if (_reader->Pop(packet, std::chrono::nanoseconds::zero())) Pass(*packet);
+    std::uint32_t next = _reader->position;
+      Pass(*packet);
     }
+      if (!_reader->Pop(packet, std::chrono::nanoseconds::zero())) continue;
+      // A ring moves a reader that it has overtaken. Positions wrap, their distance does not.
+      const std::uint32_t behind = _reader->position;
+      _dropped += behind - 1 - next;
+      next = behind;
   }
 
   void EndWaits() override { _reader->WaitAbort(); }
@@ -79,8 +86,11 @@ class BridgeSource final : public ThreadElement {
 };
 
 [[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<BridgeSource>(
+  std::atomic<unsigned int> _dropped{0};
     "BridgeSource-bridge-source",
-    {Figure("packets", &BridgeSource::GetPackets, "packets passed on")});
+    {Figure("packets", &BridgeSource::GetPackets, "packets passed on"),
+     Figure("dropped", &BridgeSource::GetDropped,
+            "packets that the ring overwrote before they were read")});
 
 }  // namespace
 

@@ -59,6 +59,14 @@ void FlowElement::TellMedia(Port& output) {
   }
 }
 
+bool FlowElement::MediaWillBeKnown(const Port& input) {
+  const Port* output = input.Peer();
+  const auto* element = output ? dynamic_cast<const FlowElement*>(output->Owner()) : nullptr;
+  if (!element) return false;
+  const Port* followed = output->Followed();
+  return followed ? MediaWillBeKnown(*followed) : element->StatusIsNull();
+}
+
 bool FlowElement::SourceCanWait(const Port& input) {
   const Port* output = input.Peer();
   const auto* element = output ? dynamic_cast<const FlowElement*>(output->Owner()) : nullptr;

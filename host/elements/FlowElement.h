@@ -25,6 +25,9 @@ class NIMBO_API FlowElement : public IElement {
  protected:
   /// [control] Tells the element behind `output` that its media is known.
   static void TellMedia(Port& output);
+  /// [control] True when MediaKnown will still be called for `input`: it is linked, through the
+  /// host's own elements alone, to a source of the host that has not been opened yet.
+  static bool MediaWillBeKnown(const Port& input);
   /// [any] CanWait of what feeds `input`.
   static bool SourceCanWait(const Port& input);
 };

@@ -17,8 +17,9 @@ namespace {
 constexpr int DefaultSize = 128;
 
 /// Ends a pipeline in packet rings, one for each input: "RingSink". The media of a ring is known
-/// when the source of its packets has been opened; a closed one has none. Property "size": packets
-/// that a ring holds.
+/// when the source of its packets has been opened; a closed one has none. Where no source will tell
+/// it (an unlinked input, an element that is not the host's) there is none either, until the first
+/// packet states it. Property "size": packets that a ring holds.
 class RingSink final : public FlowElement {
  public:
   RingSink() { HostState().ring = &AddStream(""); }
@@ -47,10 +48,15 @@ class RingSink final : public FlowElement {
 
   bool Open() override {
     for (const auto& stream : _streams) {
-      stream->ring->ForgetMedia();
       stream->mediaKnown = false;
       // Known already where the source was opened before this element.
-      if (IMedia* media = stream->input->Media()) StateMedia(*stream, media);
+      if (IMedia* media = stream->input->Media()) {
+        StateMedia(*stream, media);
+      } else if (MediaWillBeKnown(*stream->input)) {
+        stream->ring->ForgetMedia();
+      } else {
+        stream->ring->SetMedia(nullptr);  // nobody may wait for what nobody will tell
+      }
     }
     return FlowElement::Open();
   }
@@ -67,7 +73,7 @@ class RingSink final : public FlowElement {
     Stream* stream = Find(from);
     if (!stream) return false;
     // A source of another kind does not tell its media beforehand.
-    if (!stream->mediaKnown) StateMedia(*stream, packet.Media());
+    if (!stream->mediaKnown && packet.Media()) StateMedia(*stream, packet.Media());
     stream->ring->Write(packet);
     ++_packets;
     _bytes += packet.Size();
@@ -95,8 +101,8 @@ class RingSink final : public FlowElement {
   struct Stream {
     Stream(Port& port, int size) : input(&port), ring(std::make_shared<RingBuffer>(size)) {}
     Port* input;
-    std::shared_ptr<RingBuffer> ring;  ///< shared with readers of other applications
-    std::atomic<bool> mediaKnown{false};
+    std::shared_ptr<RingBuffer> ring;     ///< shared with readers of other applications
+    std::atomic<bool> mediaKnown{false};  ///< stated by its source, or by a packet
   };
 
   RingBuffer& AddStream(const char* caps) {
@@ -104,7 +110,7 @@ class RingSink final : public FlowElement {
     Port& output = HostState().Add(this, "", true);
     output.Follow(*stream->input);
     output.SetRing(stream->ring.get());
-    StateMedia(*stream, nullptr);
+    stream->ring->SetMedia(nullptr);
     const std::lock_guard<std::mutex> lock(_mutex);
     _streams.push_back(std::move(stream));
     return *_streams.back()->ring;

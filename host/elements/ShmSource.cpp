@@ -81,6 +81,7 @@ class ShmSource final : public ThreadElement {
   }
   unsigned int GetPackets() const { return _packets; }
 
+  unsigned long long GetBytes() const { return _bytes; }
  private:
   struct Stream {
     IMedia* media;
@@ -143,7 +144,10 @@ class ShmSource final : public ThreadElement {
       Packet* packet = _source->Read();
       if (!packet) break;
       Port* output = OutputFor(*packet);
-      if (output && output->Deliver(*packet)) ++_packets;
+      if (output && output->Deliver(*packet)) {
+        ++_packets;
+        _bytes += packet->Size();
+      }
       packet->Release();
     }
     if (!Stopping()) SendMessageUp("end_of_stream", nullptr, nullptr);
@@ -157,11 +161,13 @@ class ShmSource final : public ThreadElement {
   std::string _connect;  ///< under TreeMutex()
   std::atomic<unsigned int> _packets{0};
 };
+  std::atomic<unsigned long long> _bytes{0};
 
 [[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<ShmSource>(
     "ShmSource-shm-source", {Setting("connect", &ShmSource::SetConnect, &ShmSource::GetConnect,
                                      "the capture source, as pv:NAME[,key=value]..."),
-                             Figure("packets", &ShmSource::GetPackets, "packets delivered")});
+                             Figure("packets", &ShmSource::GetPackets, "packets delivered"),
+                             Figure("bytes", &ShmSource::GetBytes, "bytes delivered")});
 
 }  // namespace
 

@@ -110,7 +110,10 @@ void AvSource::Run() {
     stream::Packet* packet = _source->Read();
     if (!packet) break;
     stream::Port* output = OutputFor(packet->Media());
-    if (output && output->Deliver(*packet)) ++_packets;
+    if (output && output->Deliver(*packet)) {
+      ++_packets;
+      _bytes += packet->Size();
+    }
     packet->Release();
   }
   if (!Stopping()) SendMessageUp(EndMessage, nullptr, nullptr);
@@ -132,7 +135,8 @@ void AvSource::Register() {
                "true: never pass packets through"),
        Setting(LibavOptions, &AvSource::SetText<LibavOptions>, &AvSource::GetText<LibavOptions>,
                "options for libavformat, as key=value,..."),
-       stream::Figure("packets", &AvSource::GetPackets, "packets delivered")});
+       stream::Figure("packets", &AvSource::GetPackets, "packets delivered"),
+       stream::Figure("bytes", &AvSource::GetBytes, "bytes delivered")});
 }
 
 }  // namespace nimbo::capture::av

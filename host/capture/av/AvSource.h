@@ -12,8 +12,8 @@ namespace nimbo::capture::av {
 
 /// The element "av-source": brings what LibavSource reads into a pipeline, with one output for each
 /// stream asked for. Its properties are that source's options (those for libavformat as one text
-/// "options"), and "packets", delivered so far. At the end of the source it sends the message
-/// "end_of_stream" up.
+/// "options"), and "packets" and "bytes", delivered so far. At the end of the source it sends the
+/// message "end_of_stream" up.
 class AvSource final : public stream::ThreadElement {
  public:
   AvSource();
@@ -36,6 +36,7 @@ class AvSource final : public stream::ThreadElement {
   /// False, with one line, once an output is linked.
   bool SetStreams(const char* text);
   unsigned int GetPackets() const { return _packets; }
+  unsigned long long GetBytes() const { return _bytes; }
 
   /// [control] Registers the class.
   static void Register();
@@ -53,6 +54,7 @@ class AvSource final : public stream::ThreadElement {
   base::AttrSet _settings;  ///< under TreeMutex()
   std::unique_ptr<CaptureSource> _source;
   std::atomic<unsigned int> _packets{0};
+  std::atomic<unsigned long long> _bytes{0};
 };
 
 }  // namespace nimbo::capture::av

@@ -26,7 +26,6 @@ class NIMBO_API Reference {
   int References() const noexcept { return _references.load(std::memory_order_acquire); }
 
  private:
-  friend class ReferenceReset;
   std::atomic<int> _references{1};
 };
 

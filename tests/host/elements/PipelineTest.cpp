@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "base/reflect/Class.h"
+#include "base/reflect/TClass.h"
 #include "host/stream/ControlQueue.h"
 #include "host/stream/Message.h"
 #include "host/stream/RingBuffer.h"
@@ -70,6 +71,33 @@ TEST(PipelineTest, TheRingOfAFailedSourceHasNoMedia) {
   EXPECT_EQ(Rings(*app)[0]->Media(NoLimit), nullptr);
 }
 
+/// Stands for the source of a plug-in, which knows nothing of how the host's elements tell media.
+class ForeignSource : public IElement {
+ public:
+  ForeignSource() { HostState().Add(this, "", true); }
+  ~ForeignSource() override { StatusTakeDown(); }
+};
+[[maybe_unused]] base::IClass* const ForeignClass =
+    base::TClass<>::Register<ForeignSource>("ForeignSource-foreign-source", {});
+
+TEST(PipelineTest, ARingWhoseMediaNobodyTellsHasNoneUntilAPacketStatesIt) {
+  for (const char* text :
+       {"RingSink", "foreign-source+RingSink", "foreign-source+fifofilter+RingSink"}) {
+    auto app = Build(text);
+    ASSERT_TRUE(app) << text;
+    ASSERT_TRUE(app->StatusSet("ready")) << text;
+    EXPECT_EQ(Rings(*app)[0]->Media(NoLimit), nullptr) << text;
+  }
+  auto app = Build("foreign-source+RingSink");
+  ASSERT_TRUE(app && app->StatusSet("play"));
+  const auto media = nimbo::test::VideoMedia();
+  nimbo::test::PacketForm form;
+  form.media = media.get();
+  Port& output = *Element("ForeignSource").HostState().outputs.front();
+  EXPECT_TRUE(output.Deliver(*nimbo::test::NewPacket(form)));
+  EXPECT_EQ(Rings(*app)[0]->Media(NoLimit), media.get());
+}
+
 TEST(PipelineTest, AFullFifoOfALiveSourceGoesOnAtTheNextKeyFrame) {
   Feed feed("h264-feed", nimbo::test::VideoMedia());
   auto app = Build("shm-source:connect={pv:h264-feed}+fifofilter:max=5+collector");
@@ -132,7 +160,33 @@ TEST(PipelineTest, ARingFeedsAnyNumberOfConsumers) {
     EXPECT_EQ(TheCollector(name).Wait(20).size(), 20U) << name;
   }
   EXPECT_TRUE(Reaches("RingSink", "packets", "20"));
+  EXPECT_TRUE(Reaches("ShmSource", "bytes", "20"));
   EXPECT_TRUE(Reaches("h264", "packets", "20")) << "the bridge is named by what it carries";
+}
+
+TEST(PipelineTest, ABridgeCountsWhatTheRingOverwroteBeforeItReadIt) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
+  auto producer = Build("shm-source:connect={pv:h264-feed}+RingSink:size=4");
+  auto attrs = Object::AttrSetInit({{"type", "Pipeline"}, {"name", "reader"}});
+  const std::unique_ptr<Pipeline, ObjectRelease> pipeline(base::IClass::New<Pipeline>(attrs));
+  ASSERT_TRUE(producer && pipeline);
+  IElement* bridge = IElement::New("BridgeSource", "h264", pipeline.get(), "h264");
+  auto* collector =
+      dynamic_cast<Collector*>(IElement::New("collector", nullptr, pipeline.get(), nullptr));
+  ASSERT_TRUE(bridge && collector && bridge->Link(*collector));
+  ASSERT_TRUE(pipeline->LinkFrom(Element("RingSink").HostState().FreeOutput()));
+  collector->HoldUp(true);
+  ASSERT_TRUE(pipeline->StatusSet("play") && producer->StatusSet("play"));
+  Push(feed, 1, 1, true);
+  collector->Wait(1);
+  Push(feed, 2, 20);
+  ASSERT_TRUE(Reaches("RingSink", "packets", "20"));
+  collector->HoldUp(false);
+  EXPECT_EQ(collector->Wait(5).size(), 5U);
+  EXPECT_THAT(collector->Sequences(), ElementsAre(1, 17, 18, 19, 20));
+  std::string dropped;
+  EXPECT_TRUE(bridge->GetStr("dropped", dropped));
+  EXPECT_EQ(dropped, "15");
 }
 
 TEST(PipelineTest, ARingMayGoWhileAnotherPipelineReadsIt) {
