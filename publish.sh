@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Shows the plug-in at work: installs what is missing, builds, publishes, and reports.
 #
-#   ./publish.sh             publishes the simulated camera for 10 s to a private RTMP server on
-#                            loopback and reports what arrived there
+#   ./publish.sh             publishes the simulated camera to a private RTMP server on loopback,
+#                            10 s with the stand-alone pusher and 10 s with the client element,
+#                            and reports what arrived there
 #   ./publish.sh URL         publishes the simulated camera for 10 s to URL
 #   ./publish.sh URL INPUT   publishes a media file (anything that libavformat opens) to URL
 #
 # The private server takes a free port, or the one that the environment variable PORT names. What
-# arrived, and a picture from it, is left in build/published/.
+# arrived, and a picture from each, is left in build/published/.
 set -euo pipefail
 cd_from=$PWD
 cd "$(dirname "$0")"
@@ -76,11 +77,9 @@ build
 
 if [ -n "$url" ]; then
   step "Publishing ${input:-the simulated camera} to $url"
-  if [ -n "$input" ]; then
-    run "$host" push --url "$url" --input "$input" || fail "publishing to $url failed"
-  else
-    run "$host" push --url "$url" --duration $seconds || fail "publishing to $url failed"
-  fi
+  duration=()
+  [ -n "$input" ] || duration=(--duration $seconds)
+  run "$host" publish "${input:-test:}" "$url" "${duration[@]}" || fail "publishing to $url failed"
   exit 0
 fi
 
@@ -94,40 +93,51 @@ trap 'tidy; rm -rf "$server_folder"' EXIT
 read -r address <&"$said" || fail "the server did not start"
 printf 'listening at %s\n' "$address"
 
-step "Publishing the simulated camera for $seconds s to $address/camera"
-run "$host" push --url "$address/camera" --duration $seconds || fail "publishing failed"
+step "Publishing the simulated camera for $seconds s with the pusher"
+run "$host" push --url "$address/pusher" --duration $seconds || fail "publishing failed"
+step "Publishing the simulated camera for $seconds s with the client"
+run "$host" publish test: "$address/client" --duration $seconds || fail "publishing failed"
 tidy
 children=()
 
-step "What arrived"
-trap 'fail "looking at the recording failed"' ERR
-recording=$published/camera.flv
-recorded=("$server_folder"/recordings/*.flv)
-[ -s "${recorded[0]}" ] || fail "nothing was recorded"
-mv "${recorded[0]}" "$recording"
+# report NAME: what a recording holds.
+report() {
+  local name=$1 recording=$published/$1.flv picture=$published/$1.png
+  local recorded=("$server_folder"/recordings/"$name"-*.flv)
+  [ -s "${recorded[0]}" ] || fail "nothing was recorded"
+  mv "${recorded[0]}" "$recording"
 
-probe() { ffprobe -v error "$@" "$recording"; }
-complaints=$(ffmpeg -v error -i "$recording" -f null - 2>&1) || true
-[ -z "$complaints" ] || fail "the decoder complains: $(printf '%s' "$complaints" | head -n 1)"
-# Time stamps are those of the capture; the sequence headers in front have none.
-duration=$(probe -select_streams v:0 -show_entries packet=pts_time,duration_time -of csv=p=0 |
-  awk -F, 'NR == 1 { first = $1 } { last = $1 + $2 } END { printf "%.1f", last - first }')
-video=$(probe -select_streams v:0 -count_frames -of csv=p=0 \
-  -show_entries stream=codec_name,profile,width,height,r_frame_rate,nb_read_frames)
-audio=$(probe -select_streams a:0 -count_frames -of csv=p=0 \
-  -show_entries stream=codec_name,profile,sample_rate,channels,nb_read_frames)
-[ -n "$video" ] || fail "no video arrived"
-[ -n "$audio" ] || fail "no audio arrived"
-picture=$published/camera.png
-ffmpeg -v error -y -ss "$((seconds / 2))" -i "$recording" -frames:v 1 "$picture" ||
-  fail "no picture could be taken from the recording"
+  probe() { ffprobe -v error "$@" "$recording"; }
+  local complaints
+  complaints=$(ffmpeg -v error -i "$recording" -f null - 2>&1) || true
+  [ -z "$complaints" ] || fail "the decoder complains: $(printf '%s' "$complaints" | head -n 1)"
+  # Time stamps are those of the capture; the sequence headers in front have none.
+  local duration video audio
+  duration=$(probe -select_streams v:0 -show_entries packet=pts_time,duration_time -of csv=p=0 |
+    awk -F, 'NR == 1 { first = $1 } { last = $1 + $2 } END { printf "%.1f", last - first }')
+  video=$(probe -select_streams v:0 -count_frames -of csv=p=0 \
+    -show_entries stream=codec_name,profile,width,height,r_frame_rate,nb_read_frames)
+  audio=$(probe -select_streams a:0 -count_frames -of csv=p=0 \
+    -show_entries stream=codec_name,profile,sample_rate,channels,nb_read_frames)
+  [ -n "$video" ] || fail "no video arrived"
+  [ -n "$audio" ] || fail "no audio arrived"
+  ffmpeg -v error -y -ss "$((seconds / 2))" -i "$recording" -frames:v 1 "$picture" ||
+    fail "no picture could be taken from the recording"
 
-IFS=, read -r vcodec vprofile width height rate frames <<<"$video"
-IFS=, read -r acodec aprofile samples channels aframes <<<"$audio"
-printf 'video      %s (%s) %sx%s, %s frames, %s fps\n' "$vcodec" "$vprofile" "$width" "$height" \
-  "$frames" "$rate"
-printf 'audio      %s (%s) %s Hz, %s channels, %s frames\n' "$acodec" "$aprofile" "$samples" \
-  "$channels" "$aframes"
-printf 'duration   %s s\n' "$duration"
-printf 'size       %s bytes\n' "$(stat -c %s "$recording")"
-printf 'recording  %s\npicture    %s\n' "$recording" "$picture"
+  local vcodec vprofile width height rate frames acodec aprofile samples channels aframes
+  IFS=, read -r vcodec vprofile width height rate frames <<<"$video"
+  IFS=, read -r acodec aprofile samples channels aframes <<<"$audio"
+  printf 'video      %s (%s) %sx%s, %s frames, %s fps\n' "$vcodec" "$vprofile" "$width" "$height" \
+    "$frames" "$rate"
+  printf 'audio      %s (%s) %s Hz, %s channels, %s frames\n' "$acodec" "$aprofile" "$samples" \
+    "$channels" "$aframes"
+  printf 'duration   %s s\n' "$duration"
+  printf 'size       %s bytes\n' "$(stat -c %s "$recording")"
+  printf 'recording  %s\npicture    %s\n' "$recording" "$picture"
+}
+
+trap 'fail "looking at the recordings failed"' ERR
+for name in pusher client; do
+  step "What arrived from the $name"
+  report $name
+done
