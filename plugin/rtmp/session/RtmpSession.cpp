@@ -117,7 +117,9 @@ bool RtmpSession::SetupUrl(const char* url) {
   const LibrtmpLog log;
   _url = url;
   _shown = url;
-  if (!RTMP_SetupURL(_rtmp, _url.data())) {
+  const bool usable = RTMP_SetupURL(_rtmp, _url.data()) != 0;
+  _stream_name = ToString(_rtmp->Link.playpath);
+  if (!usable) {
     const std::string reason = log.Reason();
     return Fail("cannot use the address \"" + _shown + "\"" +
                 (reason.empty() ? std::string() : ": " + reason));
@@ -455,8 +457,7 @@ bool RtmpSession::Note(bool result) {
 }
 
 bool RtmpSession::Fail(const std::string& reason) {
-  const std::string name = _rtmp ? ToString(_rtmp->Link.playpath) : std::string();
-  _remark = HideSecrets(reason, _shown, name);
+  _remark = HideSecrets(reason, _shown, _stream_name);
   return false;
 }
 

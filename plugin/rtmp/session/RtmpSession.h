@@ -120,10 +120,11 @@ class RtmpSession {
   bool Fail(const std::string& reason);
 
   RTMP* _rtmp = nullptr;
-  std::string _url;      ///< what the session's pointers point into
-  std::string _shown;    ///< the address as it was given
-  std::string _remark;   ///< why the last step failed
-  std::string _warning;  ///< what should be known although nothing failed
+  std::string _url;          ///< what the session's pointers point into
+  std::string _shown;        ///< the address as it was given
+  std::string _stream_name;  ///< a copy: librtmp frees its own when it closes the connection
+  std::string _remark;       ///< why the last step failed
+  std::string _warning;      ///< what should be known although nothing failed
   TlsClient _tls;
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
   std::atomic<bool> _connected{false};
