@@ -136,6 +136,7 @@ report() {
   printf 'recording  %s\npicture    %s\n' "$recording" "$picture"
 }
 
+set -E  # inside the function, too
 trap 'fail "looking at the recordings failed"' ERR
 for name in pusher client; do
   step "What arrived from the $name"
