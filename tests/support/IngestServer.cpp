@@ -244,7 +244,7 @@ class IngestServer::Connection {
     std::size_t media = 0;
     Update([&](Record& to) {
       if (message.type == SetChunkSizeMessage) to.chunkSize = ReadBig(message.body.data(), 4);
-      if (message.type != CommandMessage) to.messages.push_back(message);
+      to.messages.push_back(message);
       media = to.MediaCount();
     });
     if (message.IsMedia()) Reach(Point::Media, media);

@@ -4,8 +4,8 @@ namespace nimbo::test {
 namespace {
 
 constexpr unsigned char StartCode[] = {0, 0, 0, 1};
-constexpr int Width = 64;
-constexpr int Height = 48;
+constexpr int Width = 1280;
+constexpr int Height = 720;
 
 class TestPacket final : public stream::Packet {
  public:

@@ -117,9 +117,8 @@ class FakePusher : public stream::Service {
   }
 };
 
-class Commands : public testing::Test {
+class Commands : public PluginTest {
  protected:
-  Commands() { LoadPlugin(); }
   ~Commands() override {
     for (const char* name : {"rtmp-pusher-service", "rtmp-server"}) Remove(name);
   }
@@ -130,19 +129,6 @@ class Commands : public testing::Test {
   int Run(const char* function, const char* p0) {
     return PluginFunction<CommandFunction>(function)(p0, "ignored", "ignored");
   }
-  /// The commands' lines, with their numbers.
-  std::vector<std::string> Told() {
-    std::vector<std::string> told;
-    for (const ConsoleLine& line : console.Lines()) {
-      if (line.path == "plugin/rtmp/_test.cpp") {
-        told.push_back(std::to_string(line.line) + "/" + line.function + ": " + line.text);
-      }
-    }
-    console.Clear();
-    return told;
-  }
-
-  ConsoleCapture console;
 };
 
 constexpr char DefaultSelection[] = "h264-0,W=1920,H=1080,fr=30,br=6000000,gopTypeStr=ibbp,gop=30";

@@ -52,17 +52,30 @@ void Pusher::Release() {
   _service = nullptr;
 }
 
-PusherTest::PusherTest() { LoadPlugin(); }
+PluginTest::PluginTest() {
+  LoadPlugin();
+  console.Clear();
+}
 
-void PusherTest::PushVideo(bool key, std::int64_t time, std::size_t sliceSize) {
+std::vector<std::string> PluginTest::Told(const std::string& path, char colour) {
+  std::vector<std::string> told;
+  for (const ConsoleLine& line : console.Lines()) {
+    if (line.path != path || line.colour != colour) continue;
+    told.push_back(std::to_string(line.line) + "/" + line.function + ": " + line.text);
+  }
+  console.Clear();
+  return told;
+}
+
+void FeedTest::PushVideo(bool key, std::int64_t time, std::size_t sliceSize) {
   video.Push(AccessUnit(key, sliceSize), key, time * Millisecond, ++videoSequence);
 }
 
-void PusherTest::PushAudio(std::int64_t time, std::size_t size) {
+void FeedTest::PushAudio(std::int64_t time, std::size_t size) {
   audio.Push(AdtsFrame(size), true, time * Millisecond, ++audioSequence);
 }
 
-bool PusherTest::PushUntil(const std::function<bool()>& condition) {
+bool FeedTest::PushUntil(const std::function<bool()>& condition) {
   constexpr std::int64_t Step = 20;
   return Eventually([&] {
     if (condition()) return true;
@@ -72,6 +85,16 @@ bool PusherTest::PushUntil(const std::function<bool()>& condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(Step));
     return false;
   });
+}
+
+std::vector<std::string> Summary(const Record& record) {
+  std::vector<std::string> summary;
+  for (const Message& message : record.Media()) {
+    const bool header = message.body.at(1) == 0;
+    const char kind = message.type == VideoMessage ? (header ? 'v' : 'V') : (header ? 'a' : 'A');
+    summary.push_back(kind + std::to_string(message.time));
+  }
+  return summary;
 }
 
 }  // namespace nimbo::test

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 
+#include "base/reflect/Class.h"
 #include "nimbo/stream/service.h"
 #include "tests/support/ConsoleCapture.h"
 #include "tests/support/IngestServer.h"
@@ -31,6 +33,19 @@ T PluginFunction(const char* name) {
   return reinterpret_cast<T>(PluginSymbol(name));
 }
 
+struct Destroyer {
+  void operator()(base::object* owned) const { owned->Release(); }
+};
+template <class T>
+using Owned = std::unique_ptr<T, Destroyer>;
+
+/// An object of a registered class; null when it cannot be made.
+template <class T>
+Owned<T> New(const char* type, const char* name) {
+  auto attrs = stream::Object::AttrSetInit({{"type", type}, {"name", name}});
+  return Owned<T>(base::IClass::New<T>(attrs));
+}
+
 /// Asks until `condition` holds; false when it has not for LongTime.
 bool Eventually(const std::function<bool()>& condition);
 
@@ -52,11 +67,21 @@ class Pusher {
   stream::Service* _service;
 };
 
-/// A test with a captured console and one video and one audio source.
-class PusherTest : public testing::Test {
+/// A test with a captured console and the plug-in loaded.
+class PluginTest : public testing::Test {
  protected:
-  PusherTest();
-  std::string Configuration() const { return RingConfiguration({"test-video", "test-audio"}); }
+  PluginTest();
+  /// The lines of one of the plug-in's sources, with their numbers; the console is cleared.
+  std::vector<std::string> Told(const std::string& path = "plugin/rtmp/_test.cpp",
+                                char colour = '1');
+
+  ConsoleCapture console;
+};
+
+/// A test with one video and one audio source as well.
+class FeedTest : public PluginTest {
+ protected:
+  std::string Configuration() const { return RingConfiguration({"h264-test", "aac-test"}); }
 
   /// The next packet of a stream without gaps. Times in milliseconds.
   void PushVideo(bool key, std::int64_t time, std::size_t sliceSize = 100);
@@ -64,13 +89,15 @@ class PusherTest : public testing::Test {
   /// Pushes key frames and sound until `condition` holds.
   bool PushUntil(const std::function<bool()>& condition);
 
-  ConsoleCapture console;
-  Feed video{"test-video", VideoMedia()};
-  Feed audio{"test-audio", AudioMedia()};
+  Feed video{"h264-test", VideoMedia()};
+  Feed audio{"aac-test", AudioMedia()};
   std::uint32_t videoSequence = 0;
   std::uint32_t audioSequence = 0;
   std::int64_t clock = 0;      ///< of PushUntil, ms
   std::size_t pushSize = 100;  ///< of PushUntil's frames, bytes
 };
+
+/// "V" or "A" for each media message, "v" and "a" for a sequence header, with its time stamp.
+std::vector<std::string> Summary(const Record& record);
 
 }  // namespace nimbo::test

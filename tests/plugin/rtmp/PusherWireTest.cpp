@@ -7,18 +7,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-using PusherWire = PusherTest;
-
-/// "V" or "A" for each media message, "v" and "a" for a sequence header, with its time stamp.
-std::vector<std::string> Summary(const Record& record) {
-  std::vector<std::string> summary;
-  for (const Message& message : record.Media()) {
-    const bool header = message.body.at(1) == 0;
-    const char kind = message.type == VideoMessage ? (header ? 'v' : 'V') : (header ? 'a' : 'A');
-    summary.push_back(kind + std::to_string(message.time));
-  }
-  return summary;
-}
+using PusherWire = FeedTest;
 
 TEST_F(PusherWire, SessionOpensAndClosesWithItsCommands) {
   IngestServer server;
@@ -168,8 +157,8 @@ TEST_F(PusherWire, CloseEndsTheStreamWithAUserControlMessage) {
   ASSERT_TRUE(server.WaitForMedia(0, 2));
   pusher.Release();
   ASSERT_TRUE(server.WaitForEnd(0));
-  const std::vector<Message> messages = server.Get(0).messages;
-  ASSERT_EQ(messages.back().type, UserControlMessage);
+  const std::vector<Message> messages = server.Get(0).OfType(UserControlMessage);
+  ASSERT_FALSE(messages.empty());
   EXPECT_EQ(messages.back().chunkStream, 2u);
   EXPECT_EQ(messages.back().body, (Bytes{0, 1,            // stream end
                                          0, 0, 0, 20}));  // the object's fixed number
@@ -192,7 +181,7 @@ Held<stream::Media> VideoMediaOf(const Bytes* sps, const Bytes* pps, int spsSize
   return media;
 }
 
-class PusherMedia : public PusherTest, public testing::WithParamInterface<HostileMedia> {};
+class PusherMedia : public FeedTest, public testing::WithParamInterface<HostileMedia> {};
 
 TEST_P(PusherMedia, IsRefusedWithOneLineAndTheConnectionStays) {
   IngestServer server;

@@ -1,0 +1,49 @@
+#include "tests/plugin/rtmp/ClientFixture.h"
+
+#include <utility>
+
+namespace nimbo::test {
+
+using stream::ControlQueue;
+using stream::MessageListeners;
+
+ClientTest::ClientTest() {
+  ControlQueue::Globle().Run();  // what earlier tests left
+  _listener = MessageListeners::Globle().Add(
+      [this](const stream::Message& message) { _messages.push_back(message.name); });
+}
+
+ClientTest::~ClientTest() { MessageListeners::Globle().Remove(_listener); }
+
+void ClientTest::Make(const std::string& url) {
+  client.reset(stream::IElement::New("EleRtmpClient-ele-rtmp-client-muxer-sink", "client", nullptr,
+                                     nullptr));
+  client->Set("url", url.c_str());
+}
+
+bool ClientTest::Open(const std::string& url, const char* status) {
+  Make(url);
+  console.Clear();
+  return client->StatusSet(status);
+}
+
+std::string ClientTest::Get(const char* property) {
+  std::string value;
+  return client->GetStr(property, value) ? value : "unreadable";
+}
+
+bool ClientTest::Receive(Bytes bytes, stream::IMedia* media, std::int64_t time, bool key) {
+  const auto packet = NewPacket({std::move(bytes), key, time * Millisecond, ++sequence, media});
+  return client->ReceivePacket(*packet, nullptr);
+}
+
+bool ClientTest::ReceiveBoth() {
+  return Receive(AccessUnit(true), video.get()) && Receive(AdtsFrame(20), audio.get());
+}
+
+std::vector<std::string> ClientTest::Messages() {
+  ControlQueue::Globle().Run();
+  return std::exchange(_messages, {});
+}
+
+}  // namespace nimbo::test
