@@ -68,7 +68,7 @@ build() {
       else
         cmake --build --preset release --target nimbo-host pluginrtmp nimbo-av >>"$log" 2>&1
       fi
-  } || { grep -E 'error|Error' "$log" | head -n 5 >&2; fail "the build failed ($log)"; }
+  } || { grep -E ': error|: undefined|CMake Error' "$log" | head -n 5 >&2; fail "the build failed ($log)"; }
 }
 
 tools/install-deps || fail "what is needed could not be installed"

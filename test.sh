@@ -39,7 +39,7 @@ build() {
       cmake --build --preset "$preset" "$@"
   else
     { cmake --preset "$preset" && cmake --build --preset "$preset" "$@"; } >"$log" 2>&1 ||
-      { grep -E -A 5 'error|Error' "$log" | head -n 40 >&2; false; }
+      { grep -E -A 3 ': error|: undefined|CMake Error' "$log" | head -n 40 >&2; false; }
   fi || fail "building $preset failed"
 }
 
