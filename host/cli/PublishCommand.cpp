@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <memory>
 
@@ -32,6 +34,7 @@ class Publish {
   Publish(const Options& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
   int Run() {
+    if (_options.json) TakeOutput();
     std::string source;
     std::string error;
     if (!SourceConfiguration(_options.what, source, error)) {
@@ -44,6 +47,13 @@ class Publish {
   }
 
  private:
+  /// Keeps standard output for the status objects; what else is printed goes to standard error.
+  void TakeOutput() {
+    std::fflush(stdout);
+    _json.reset(fdopen(dup(STDOUT_FILENO), "w"));
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+  }
+
   /// The clients come first, so that none misses the start. One that fails holds nobody up.
   bool Begin(const std::string& source) {
     if (!_publication.Build(_options.what, source)) {
@@ -97,7 +107,7 @@ class Publish {
   void TellMessages() {
     for (const auto& [client, message] : _publication.TakeMessages()) {
       _events.emplace_back(client, message);
-      if (!_options.json) {
+      if (!_json) {
         std::fprintf(stderr, "%s: %s\n", ShownUrl(_options.what.urls[client]).c_str(),
                      message.c_str());
       }
@@ -114,9 +124,9 @@ class Publish {
     _meter.Add(now, bytes);
     const Status status = {std::chrono::duration<double>(now - _start).count(),
                            _meter.BitsPerSecond(), _options.what.urls, figures, _events};
-    if (_options.json) {
-      std::printf("%s\n", StatusJson(status).c_str());
-      std::fflush(stdout);
+    if (_json) {
+      std::fprintf(_json.get(), "%s\n", StatusJson(status).c_str());
+      std::fflush(_json.get());
     } else {
       _line.Show(StatusSentence(status));
     }
@@ -140,6 +150,7 @@ class Publish {
   RateMeter _meter;
   StatusLine _line;
   std::vector<Event> _events;
+  std::unique_ptr<FILE, int (*)(FILE*)> _json{nullptr, std::fclose};
   bool _failed_once = false;
   Clock::time_point _start;
   Clock::time_point _retry;

@@ -200,6 +200,76 @@ ARefusedPublishIsAFailure() {
   grep -qF 'RTMP_ConnectStream(_rtmp, 0) == 0' "$log" || fail "no failure line"
 }
 
+# publish OPTION...: to its end. Its output is left in `log`.
+publish() { "$host" publish "$@" </dev/null >"$log" 2>&1; }
+
+AFileIsPublishedToTwoServersFrameByFrame() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server
+  publish "$folder/source.mp4" "$address" "${address}2" || fail "publish ended with $?"
+  local recording count=0
+  for recording in $(recordings); do
+    decodes_clean "$recording"
+    same_frames "$folder/source.mp4" "$recording"
+    count=$((count + 1))
+  done
+  [ $count -eq 2 ] || fail "$count recordings"
+}
+
+AFileIsPublishedFastAndInPlaceFrameByFrame() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server
+  "$host" publish "$folder/source.mp4" "$address" --fast --no-copy --json </dev/null >"$log" ||
+    fail "publish ended with $?"
+  decodes_clean "$(newest)"
+  same_frames "$folder/source.mp4" "$(newest)"
+  tail -n 1 "$log" | python3 -c '
+import json, sys
+client = json.loads(sys.stdin.read())["clients"][0]
+assert client["video"] == 90 and client["gaps"] == client["refused"] == 0, client' ||
+    fail "the last status is wrong: $(tail -n 1 "$log")"
+}
+
+ALargePictureIsCompleteFromTheSwitchOn() {
+  source_file "$folder/source.mp4" "${one_slice[@]}" -s 1920x1080
+  start_server
+  publish "$folder/source.mp4" "$address" || fail "publish ended with $?"
+  # The session is made anew for the first picture; nothing was recorded before.
+  decodes_clean "$(newest)"
+  diff <(md5 "$folder/source.mp4" v) <(md5 "$(newest)" v) >"$folder/diff" || fail "pictures differ"
+  grep -q '1920/1080' "$log" || fail "no line tells of the switch"
+}
+
+AServerThatFailsHoldsUpNoOther() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server
+  local status=0
+  publish "$folder/source.mp4" rtmp://127.0.0.1:1/live/nowhere "$address" || status=$?
+  [ $status -eq 1 ] || fail "publish ended with $status"
+  same_frames "$folder/source.mp4" "$(newest)"
+}
+
+AClientFindsAKilledServerAgain() {
+  start_server
+  "$host" publish "test:W=640,H=360,fr=30" "$address" </dev/null >"$log" 2>&1 &
+  pusher=$!
+  children+=("$pusher")
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  kill -KILL "$(cat "$folder/server/nginx.pid")"
+  until_true grep -q rtmp_reconnect_fail "$log" || fail "the loss was not told"
+  start_server
+  until_true recorded 2 200000 || fail "nothing was recorded after the restart"
+  kill -TERM "$pusher"
+  wait "$pusher" && fail "what was lost counts as published"
+  [ "$(first_tags "$(newest)")" = "audio:header video:header" ] ||
+    fail "the new recording starts with $(first_tags "$(newest)")"
+  decodes_clean "$(newest)"
+  local order
+  order=$(grep -o 'rtmp_send_data_fail\|rtmp_reconnect_[a-z]*' "$log" | uniq | sed -n '1p;2p;$p' | xargs)
+  [ "$order" = "rtmp_send_data_fail rtmp_reconnect_fail rtmp_reconnect_success" ] ||
+    fail "the messages came as $order"
+}
+
 # shell LINE...: its output, both streams.
 shell() { printf '%s\n' "$@" | "$host" shell 2>&1 || true; }
 # The failure line of the command unit's LINE in FUNCTION.
@@ -225,6 +295,17 @@ TheShellPrintsFailureLinesWithTheirPlaces() {
     'the command "rtmp" failed' "rtmp-pusher-service"; do
     [[ $said == *"$line"* ]] || fail "\"$line\" is missing: $said"
   done
+}
+
+TheShellStartsAndStopsAClient() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server
+  local said
+  said=$(shell "call fwRtmpClientStart cam $address {shm-source:connect={pv:av,url={$folder/source.mp4}}+RingSink}" \
+    "sleep 5" "get cam/EleRtmpClient rtmp_sts" "call fwRtmpClientStop cam" "call fwRtmpClientStop cam")
+  same_frames "$folder/source.mp4" "$(newest)"
+  [[ $said == *"= 1"*true*"= 1"*"Did not find the rtmp client named cam"*"= 0"* ]] ||
+    fail "the shell said: $said"
 }
 
 [ "$(type -t "${2:-}")" = function ] && [[ $2 == [A-Z]* ]] || fail "there is no case \"${2:-}\""
