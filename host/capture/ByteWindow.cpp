@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <sstream>
 #include <system_error>
 
 namespace nimbo::capture {
@@ -21,7 +24,30 @@ constexpr std::size_t ReadSize = std::size_t{32} * 1024;
 constexpr std::size_t LargestPiece = std::size_t{16} * 1024 * 1024;
 constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
 
+timespec Until(std::int64_t due) {
+  const std::int64_t left = std::max<std::int64_t>(due - MonotonicNow(), 0);
+  timespec timeout{};
+  timeout.tv_sec = static_cast<time_t>(left / NanosecondsPerSecond);
+  timeout.tv_nsec = static_cast<long>(left % NanosecondsPerSecond);
+  return timeout;
+}
+
 }  // namespace
+
+bool ParsePatience(const std::string& text, std::int64_t& patience) {
+  constexpr double MostSeconds = 24 * 60 * 60;
+  char* end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  if (end == text.c_str() || *end != '\0' || !(seconds > 0 && seconds <= MostSeconds)) return false;
+  patience = std::llround(seconds * static_cast<double>(NanosecondsPerSecond));
+  return true;
+}
+
+std::string InSeconds(std::int64_t time) {
+  std::ostringstream text;
+  text << static_cast<double>(time) / static_cast<double>(NanosecondsPerSecond) << " s";
+  return text.str();
+}
 
 std::int64_t MonotonicNow() {
   timespec now{};
@@ -50,21 +76,21 @@ bool AbortEvent::IsSet() const {
 bool AbortEvent::WaitUntil(std::int64_t due) const {
   pollfd wait{_event, POLLIN, 0};
   for (;;) {
-    const std::int64_t left = std::max<std::int64_t>(due - MonotonicNow(), 0);
-    timespec timeout{};
-    timeout.tv_sec = static_cast<time_t>(left / NanosecondsPerSecond);
-    timeout.tv_nsec = static_cast<long>(left % NanosecondsPerSecond);
+    const timespec timeout = Until(due);
     if (ppoll(&wait, 1, &timeout, nullptr) > 0) return false;
     if (MonotonicNow() >= due) return true;
   }
 }
 
-bool AbortEvent::WaitReadable(int descriptor) const {
+bool AbortEvent::WaitReadable(int descriptor, std::int64_t due) const {
   pollfd waits[] = {{_event, POLLIN, 0}, {descriptor, POLLIN, 0}};
   for (;;) {
-    if (poll(waits, std::size(waits), -1) < 0) continue;  // a signal
+    const timespec timeout = Until(due);
+    const int ready = ppoll(waits, std::size(waits), due == Never ? nullptr : &timeout, nullptr);
+    if (ready < 0) continue;  // a signal
     if (waits[0].revents != 0) return false;
     if (waits[1].revents != 0) return true;
+    if (MonotonicNow() >= due) return false;
   }
 }
 
@@ -126,7 +152,7 @@ ByteWindow::Result ByteWindow::More() {
   if (!MakeRoom()) return Result::TooLarge;
   for (;;) {
     // A regular file can always be read; waiting for it only serves to see an abort.
-    if (!_abort.WaitReadable(_descriptor)) return Result::Aborted;
+    if (!_abort.WaitReadable(_descriptor, _deadline)) return Result::Aborted;
     const ssize_t got = read(_descriptor, _memory.get() + _end, ReadSize);
     if (got > 0) {
       _end += static_cast<std::size_t>(got);

@@ -2,12 +2,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 
 #include "nimbo/base/api.h"
 
 namespace nimbo::capture {
+
+/// A time of CLOCK_MONOTONIC that does not come.
+constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 
 /// A switch that ends waits: those under way and all later ones until it is cleared. [any]
 class NIMBO_API AbortEvent {
@@ -22,8 +26,9 @@ class NIMBO_API AbortEvent {
   bool IsSet() const;
   /// Waits until the CLOCK_MONOTONIC time `due` (ns). False when the switch ended the wait.
   bool WaitUntil(std::int64_t due) const;
-  /// Waits until `descriptor` can be read. False when the switch ended the wait.
-  bool WaitReadable(int descriptor) const;
+  /// Waits until `descriptor` can be read. False when the switch, or the CLOCK_MONOTONIC time `due`
+  /// (ns), ended the wait.
+  bool WaitReadable(int descriptor, std::int64_t due = Never) const;
 
  private:
   int _event;
@@ -31,6 +36,15 @@ class NIMBO_API AbortEvent {
 
 /// [any] CLOCK_MONOTONIC in nanoseconds.
 NIMBO_API std::int64_t MonotonicNow();
+
+/// How long (ns) an input may take to its first frame, unless its option `wait` says otherwise: one
+/// that stays silent must not hold up the control thread for ever.
+constexpr std::int64_t FirstFramePatience = 10'000'000'000;
+/// [any] Reads such a time from a text in seconds, such as "2.5". False when it is none, or more
+/// than a day.
+NIMBO_API bool ParsePatience(const std::string& text, std::int64_t& patience);
+/// [any] A time in nanoseconds as a text such as "2.5 s".
+NIMBO_API std::string InSeconds(std::int64_t time);
 
 /// A file or pipe that is read from front to back, of which a piece lies in memory. The piece grows
 /// by what is read and shrinks by what was used; its memory grows with the largest piece.
@@ -49,6 +63,8 @@ class NIMBO_API ByteWindow {
   void Close();
   /// Goes back to the front. False for what is no regular file.
   bool Rewind();
+  /// More waits up to this CLOCK_MONOTONIC time (ns) only, and then says that it was aborted.
+  void SetDeadline(std::int64_t due) { _deadline = due; }
   /// Reads on behind the piece. The position of everything in the piece may change.
   Result More();
   /// Lets go of the first `size` bytes of the piece.
@@ -67,6 +83,7 @@ class NIMBO_API ByteWindow {
   const AbortEvent& _abort;
   int _descriptor = -1;
   bool _seekable = false;
+  std::int64_t _deadline = Never;
   std::unique_ptr<unsigned char[]> _memory;
   std::size_t _capacity = 0;
   std::size_t _begin = 0;

@@ -78,6 +78,10 @@ std::unique_ptr<CaptureSource> EsSource::Make(const std::string&, const base::At
       return refuse("pace", pace, "it is realtime or fast");
     }
   }
+  std::int64_t patience = FirstFramePatience;
+  if (const char* wait = options.Get("wait"); wait && !ParsePatience(wait, patience)) {
+    return refuse("wait", wait, "the seconds that the first frame may take are needed, such as 30");
+  }
   if (video && *video) {
     source->_tracks.push_back(std::make_unique<EsVideoTrack>(video, source->_abort, rate));
     source->_codecs.emplace_back("h264");
@@ -86,6 +90,7 @@ std::unique_ptr<CaptureSource> EsSource::Make(const std::string&, const base::At
     source->_tracks.push_back(std::make_unique<EsAudioTrack>(audio, source->_abort));
     source->_codecs.emplace_back("aac");
   }
+  for (const auto& track : source->_tracks) track->SetPatience(patience);
   return source;
 }
 
@@ -96,8 +101,12 @@ std::vector<std::string> EsSource::Outputs() const { return _codecs; }
 bool EsSource::Open() {
   Close();
   _abort.Clear();
+  // A program that writes into two named pipes may wait until both are being read.
   for (const auto& track : _tracks) {
     if (!track->Open()) return false;
+  }
+  for (const auto& track : _tracks) {
+    if (!track->Begin()) return false;
     track->Media()->Hold();
     _streams.push_back(track->Media());
   }

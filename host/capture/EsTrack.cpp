@@ -33,16 +33,22 @@ bool EsTrack::Open() {
     Fail(error);
     return false;
   }
+  return true;
+}
+
+bool EsTrack::Begin() {
   Reset();
-  switch (Peek()) {
-    case Result::Frame:
-      return true;
-    case Result::End:
-      Fail("the file is empty");
-      return false;
-    default:
-      return false;
+  const std::int64_t due = MonotonicNow() + _patience;
+  _window.SetDeadline(due);
+  const Result result = Peek();
+  _window.SetDeadline(Never);
+  if (result == Result::End) {
+    Fail("the file is empty");
+  } else if (result == Result::Aborted && MonotonicNow() >= due) {
+    Fail("no frame came within " + InSeconds(_patience) +
+         ": start what writes it, or give it longer with wait=SECONDS");
   }
+  return result == Result::Frame;
 }
 
 void EsTrack::Close() {

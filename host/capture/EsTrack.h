@@ -24,9 +24,14 @@ class NIMBO_API EsTrack {
   EsTrack(const EsTrack&) = delete;
   EsTrack& operator=(const EsTrack&) = delete;
 
-  /// [control] Opens the file and reads up to its first frame, which tells the media. False with
-  /// one console line.
+  /// [control] How long (ns) Begin waits for the first frame.
+  void SetPatience(std::int64_t patience) { _patience = patience; }
+  /// [control] Opens the file; a named pipe without waiting for its writer. False with one console
+  /// line.
   bool Open();
+  /// [control] Reads up to the first frame, which tells the media. False with one console line,
+  /// also when it does not come in time.
+  bool Begin();
   /// [control]
   void Close();
   /// What the frame that Peek found belongs to. It changes when the stream's parameters do.
@@ -67,6 +72,7 @@ class NIMBO_API EsTrack {
 
   std::string _path;
   ByteWindow _window;
+  std::int64_t _patience = FirstFramePatience;
   stream::PacketPool _pool;
   stream::IMedia* _media = nullptr;  ///< one reference
   FrameRate _rate{1, 1};

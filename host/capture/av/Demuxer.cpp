@@ -16,8 +16,8 @@ namespace nimbo::capture::av {
 
 namespace {
 
-/// A server that is silent for so long is given up.
-constexpr std::int64_t NetworkPatience = 10 * NsPerSecond;
+/// How long a device that has nothing yet is left alone.
+constexpr std::int64_t DevicePause = 5 * NsPerMillisecond;
 /// Time stamps that jump further than this are taken for a break in the input.
 constexpr std::int64_t LargestStep = 10 * NsPerSecond;
 /// Pictures a second where nothing is known.
@@ -40,7 +40,11 @@ bool Demuxer::Open() {
   _round_start = 0;
   _round_end = 0;
   struct stat status = {};
-  _regular_file = stat(_options.url.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  _beginning = true;
+  _device = _options.Device();
+  const bool file = stat(_options.url.c_str(), &status) == 0;
+  _regular_file = file && S_ISREG(status.st_mode);
+  _named_pipe = file && S_ISFIFO(status.st_mode);
   return OpenInput();
 }
 
@@ -61,9 +65,11 @@ bool Demuxer::OpenInput() {
   AVFormatContext* input = avformat_alloc_context();
   if (!input) return Fail("cannot be opened", AVERROR(ENOMEM), "");
   input->interrupt_callback = {Interrupted, this};
-  if (_options.Pipe() >= 0) {
+  // A device that waits does not ask whether it is to go on.
+  if (_device) input->flags |= AVFMT_FLAG_NONBLOCK;
+  if (_options.Pipe() >= 0 || _named_pipe) {
     std::string error;
-    if (!_pipe.Open(_options.Pipe(), error)) {
+    if (!_pipe.Open(_options.Pipe(), _options.url, error)) {
       avformat_free_context(input);
       return stream::Refuse("av: \"", _options.Shown(), "\" cannot be opened: ", error);
     }
@@ -83,6 +89,7 @@ bool Demuxer::OpenInput() {
   }
   Expect();
   result = avformat_find_stream_info(_input.get(), nullptr);
+  if (Late()) result = AVERROR_EXIT;  // which it may have taken for the end
   if (result < 0) return Fail("cannot be read", result, log.Detail());
   for (unsigned i = 0; i < _input->nb_streams; ++i) _input->streams[i]->discard = AVDISCARD_ALL;
   if (!SelectTrack(Kind::Video, AVMEDIA_TYPE_VIDEO, _options.video) ||
@@ -151,10 +158,13 @@ Demuxer::Event Demuxer::ReadInput() {
   while (true) {
     Event event = {Result::Packet, Kind::Video, PacketPtr(av_packet_alloc())};
     Expect();
-    const int result = av_read_frame(_input.get(), event.packet.get());
-    if (result == AVERROR(EAGAIN)) continue;
+    int result = 0;
+    do {
+      result = av_read_frame(_input.get(), event.packet.get());
+    } while (result == AVERROR(EAGAIN) && !Interrupted(this));
     if (result < 0) {
       event.packet.reset();
+      if (Late()) result = AVERROR_EXIT;
       if (_abort.IsSet()) {
         event.result = Result::Aborted;
       } else if (result == AVERROR_EOF) {
@@ -221,29 +231,35 @@ void Demuxer::SetTimes(Track& track, AVPacket& packet) {
 }
 
 void Demuxer::Resume() {
+  _beginning = false;
   if (!_input || !_input->pb) return;
   _input->pb->error = 0;
   _input->pb->eof_reached = 0;
 }
 
 bool Demuxer::Fail(const char* what, int code, const std::string& detail) const {
-  const bool silent = code == AVERROR_EXIT && !_abort.IsSet() && _deadline != 0;
+  const bool silent = code == AVERROR_EXIT && Late() && !_abort.IsSet();
   return stream::Refuse(
       "av: \"", _options.Shown(), "\" ", what, ": ",
-      silent ? "nothing was received for " + std::to_string(NetworkPatience / NsPerSecond) + " s"
-             : ErrorText(code),
+      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code),
       detail);
 }
 
 void Demuxer::Expect() {
-  if (_options.Network()) _deadline = MonotonicNow() + NetworkPatience;
+  const bool limited = (_beginning && !_regular_file) || _options.Network();
+  _deadline = limited ? MonotonicNow() + _options.patience : Never;
+  _pipe.SetDeadline(_deadline);
 }
+
+bool Demuxer::Late() const { return MonotonicNow() >= _deadline; }
 
 int Demuxer::Interrupted(void* self) {
   const auto& demuxer = *static_cast<const Demuxer*>(self);
   // Files answer soon, and a read that was cut short there could not go on where it was.
   if (demuxer._regular_file) return 0;
-  return demuxer._abort.IsSet() || (demuxer._deadline != 0 && MonotonicNow() > demuxer._deadline);
+  // Asked in a loop while a device has nothing.
+  if (demuxer._device) demuxer._abort.WaitUntil(MonotonicNow() + DevicePause);
+  return demuxer._abort.IsSet() || demuxer.Late();
 }
 
 }  // namespace nimbo::capture::av

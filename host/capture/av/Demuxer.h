@@ -40,7 +40,8 @@ class Demuxer {
   /// [capturing] What comes next: a packet, the start of a repetition, or the end. A failure has
   /// been told in one line.
   Event Read();
-  /// [control] Goes on after an aborted Read.
+  /// [control] Opening is over: from now on only the network may not be silent. Goes on after an
+  /// aborted Read.
   void Resume();
 
  private:
@@ -63,6 +64,7 @@ class Demuxer {
   void SetTimes(Track& track, AVPacket& packet);
   bool Fail(const char* what, int code, const std::string& detail) const;
   void Expect();
+  bool Late() const;
   static int Interrupted(void* self);
 
   const InputOptions& _options;
@@ -72,7 +74,10 @@ class Demuxer {
   std::array<Track, KindCount> _tracks;
   AVRational _frame_rate = {0, 1};
   bool _regular_file = false;
-  std::int64_t _deadline = 0;  ///< until when the network must have delivered something; 0: never
+  bool _named_pipe = false;
+  bool _device = false;
+  bool _beginning = false;         ///< the control thread waits
+  std::int64_t _deadline = Never;  ///< until when something must have come
   std::uint64_t _played = 0;
   bool _origin_known = false;
   std::int64_t _origin = 0;       ///< the input's time at which this repetition starts

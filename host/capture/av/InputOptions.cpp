@@ -64,6 +64,10 @@ bool SetTranscode(InputOptions& options, const std::string& text) {
   return base::ConvertToImpl(text.c_str(), options.transcode);
 }
 
+bool SetWait(InputOptions& options, const std::string& text) {
+  return ParsePatience(text, options.patience);
+}
+
 constexpr struct {
   const char* key;
   bool (*set)(InputOptions& options, const std::string& text);
@@ -74,6 +78,7 @@ constexpr struct {
     {"loop", SetLoop, "the number of rounds is needed, or true for without end"},
     {"streams", SetStreams, "it is video, audio or both"},
     {"transcode", SetTranscode, "it is true or false"},
+    {"wait", SetWait, "the seconds that the input may be silent at first are needed, such as 30"},
 };
 
 }  // namespace
@@ -86,11 +91,14 @@ int InputOptions::Pipe() const {
   return number;
 }
 
+bool InputOptions::Device() const {
+  if (format.empty() || Is(format, FilterDevice) || Network()) return false;
+  const AVInputFormat* known = av_find_input_format(format.c_str());
+  return known && (known->flags & AVFMT_NOFILE) != 0;
+}
+
 bool InputOptions::Live() const {
-  if (!format.empty()) {
-    const AVInputFormat* known = av_find_input_format(format.c_str());
-    if (known && (known->flags & AVFMT_NOFILE) != 0 && !Is(format, FilterDevice)) return true;
-  }
+  if (Device()) return true;
   const std::string scheme = Scheme(url);
   return std::any_of(std::begin(LiveSchemes), std::end(LiveSchemes),
                      [&](const char* live) { return Is(scheme, live); });

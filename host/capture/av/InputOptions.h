@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/capture/ByteWindow.h"
 #include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture::av {
@@ -16,11 +17,14 @@ struct InputOptions {
   std::uint64_t plays = 1;  ///< 0: without end
   bool video = true;
   bool audio = true;
-  bool transcode = false;                  ///< also what could be passed through
-  std::vector<base::AttrSet::Entry> rest;  ///< for libavformat
+  bool transcode = false;                      ///< also what could be passed through
+  std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
+  std::vector<base::AttrSet::Entry> rest;      ///< for libavformat
 
   /// The descriptor that `url` stands for; -1 when it is none.
   int Pipe() const;
+  /// True for a camera, a microphone and the like.
+  bool Device() const;
   /// True for what goes on whether it is read or not: a device or a stream from the network.
   bool Live() const;
   /// True for what comes from another machine.
@@ -29,7 +33,7 @@ struct InputOptions {
   std::string Shown() const;
 };
 
-/// Reads the options url, format, pace, loop, streams and transcode; all others are meant for
+/// Reads the options url, format, pace, loop, streams, transcode and wait; all others are meant for
 /// libavformat. False, with one line, when a value is wrong or there is no url.
 bool ReadInputOptions(const base::AttrSet& from, InputOptions& options);
 

@@ -20,7 +20,11 @@ namespace nimbo::capture::av {
 /// Options: `url`; `format`, where libavformat does not find it out (v4l2, alsa, ...); `pace`:
 /// `realtime` (as usual) or `fast`; `loop`, how often it is played: a number, or `true` for without
 /// end; `streams`: `video`, `audio` or `both` (as usual); `transcode`: `true` for never passing
-/// through. All others go to libavformat.
+/// through; `wait`: how many seconds the input may be silent while it is opened (10 as usual; what
+/// comes from the network also later). All others go to libavformat.
+///
+/// Devices are read without blocking and asked again every few milliseconds, so that a silent one
+/// can be stopped: those that know libavformat's flag for it (v4l2, alsa and most others).
 ///
 /// Time stamps: in real time those of a file start at the time of CLOCK_MONOTONIC at which Start
 /// was called, and a stop holds them up; those of a live source start at the time at which its

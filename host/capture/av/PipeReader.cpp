@@ -14,9 +14,10 @@ constexpr int BufferSize = 32 * 1024;
 
 }  // namespace
 
-bool PipeReader::Open(int descriptor, std::string& error) {
+bool PipeReader::Open(int descriptor, const std::string& path, std::string& error) {
   Close();
-  _descriptor = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+  _descriptor = descriptor >= 0 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0)
+                                : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (_descriptor < 0) {
     error = std::strerror(errno);
     return false;
@@ -41,7 +42,7 @@ void PipeReader::Close() {
 int PipeReader::Read(void* self, unsigned char* buffer, int size) {
   auto& reader = *static_cast<PipeReader*>(self);
   while (true) {
-    if (!reader._abort.WaitReadable(reader._descriptor)) return AVERROR_EXIT;
+    if (!reader._abort.WaitReadable(reader._descriptor, reader._deadline)) return AVERROR_EXIT;
     const ssize_t got = read(reader._descriptor, buffer, static_cast<std::size_t>(size));
     if (got > 0) return static_cast<int>(got);
     if (got == 0) return AVERROR_EOF;

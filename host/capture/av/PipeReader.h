@@ -16,9 +16,12 @@ class PipeReader {
   PipeReader& operator=(const PipeReader&) = delete;
   ~PipeReader() { Close(); }
 
-  /// [control] Reads from a copy of `descriptor`. False with the reason in `error`.
-  bool Open(int descriptor, std::string& error);
+  /// [control] Reads from a copy of `descriptor`, or, where that is negative, from the named pipe at
+  /// `path`, without waiting for its writer. False with the reason in `error`.
+  bool Open(int descriptor, const std::string& path, std::string& error);
   void Close();
+  /// A read waits up to this CLOCK_MONOTONIC time (ns) only.
+  void SetDeadline(std::int64_t due) { _deadline = due; }
   /// Null unless open.
   AVIOContext* Context() const noexcept { return _context; }
 
@@ -27,6 +30,7 @@ class PipeReader {
 
   const AbortEvent& _abort;
   int _descriptor = -1;
+  std::int64_t _deadline = Never;
   AVIOContext* _context = nullptr;
 };
 

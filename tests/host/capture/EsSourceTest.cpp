@@ -179,6 +179,35 @@ TEST(EsSourceTest, AnAbortEndsAWaitOnASilentPipe) {
   unlink(path.c_str());
 }
 
+TEST(EsSourceTest, APipeThatStaysSilentIsGivenUpInOneLine) {
+  const test::StreamFile place({});
+  const std::string path = place.Path() + ".pipe";
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  auto source = Make("audio=" + path + ",wait=0.1");
+  ASSERT_TRUE(source);
+  const auto fails = [&source](const char* line) {
+    test::ConsoleCapture console;
+    EXPECT_FALSE(source->Open());
+    source->Close();
+    EXPECT_EQ(console.Lines().size(), 1U) << console.Text();
+    EXPECT_THAT(console.Text(), HasSubstr(line));
+  };
+  fails("no frame came within 0.1 s");
+  const int writer = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  const Bytes stream = test::AdtsStream(1, 64);
+  ASSERT_EQ(write(writer, stream.data(), 20), 20);
+  fails("no frame came within 0.1 s");
+  // It may be silent later on.
+  ASSERT_EQ(write(writer, stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
+  ASSERT_TRUE(source->Open() && source->Start());
+  EXPECT_TRUE(Held<stream::Packet>(source->Read()));
+  std::thread late([&] { source->Abort(); });
+  EXPECT_EQ(source->Read(), nullptr);
+  late.join();
+  close(writer);
+  unlink(path.c_str());
+}
+
 struct Mistake {
   const char* name;
   std::string options;  ///< FILE stands for the path of a file with these bytes
@@ -241,6 +270,7 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"BadRate", "video=FILE,fr=fast", {}, "fr=fast: frames per second"},
         Mistake{"ZeroRate", "video=FILE,fr=0", {}, "fr=0: frames per second"},
         Mistake{"BadLoop", "video=FILE,loop=-1", {}, "loop=-1: the number of rounds"},
+        Mistake{"BadWait", "video=FILE,wait=0", {}, "wait=0: the seconds that the first frame"},
         Mistake{"BadPace", "video=FILE,pace=slow", {}, "pace=slow: it is realtime or fast"}),
     [](const auto& mistake) { return mistake.param.name; });
 

@@ -1,6 +1,7 @@
 #include "host/capture/av/LibavSource.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <thread>
@@ -184,6 +185,53 @@ TEST(LibavSource, TellsInOneLineWhatCannotBeOpened) {
     EXPECT_EQ(console.Lines()[0].colour, '1');
     EXPECT_EQ(console.Count(told), 1U) << console.Text();
   }
+}
+
+TEST(LibavSource, GivesAPipeUpThatStaysSilent) {
+  const TemporaryFile file("silent.ts");
+  MediaForm form;
+  form.format = "mpegts";
+  form.pictures = 5;
+  ASSERT_TRUE(WriteMedia(file.Path(), form).written);
+  Bytes beginning(4096);
+  FILE* from = fopen(file.Path().c_str(), "r");
+  beginning.resize(fread(beginning.data(), 1, beginning.size(), from));
+  fclose(from);
+  const TemporaryFile place("silent.pipe");
+  ASSERT_EQ(mkfifo(place.Path().c_str(), 0600), 0);
+  {
+    ConsoleCapture console;
+    EXPECT_FALSE(NewSource(place.Path(), "wait=0.2")->Open()) << "nobody writes";
+    EXPECT_EQ(console.Count("nothing was received for 0.2 s"), 1U) << console.Text();
+  }
+  for (const std::size_t sent : {std::size_t{0}, beginning.size()}) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], beginning.data(), sent), static_cast<ssize_t>(sent));
+    ConsoleCapture console;
+    const auto source = NewSource("pipe:" + std::to_string(ends[0]), "wait=0.2");
+    EXPECT_FALSE(source->Open());
+    EXPECT_EQ(console.Lines().size(), 1U) << console.Text();
+    EXPECT_EQ(console.Count("nothing was received for 0.2 s"), 1U) << console.Text();
+    source->Close();
+    close(ends[0]);
+    close(ends[1]);
+  }
+}
+
+TEST(LibavSource, ReadsADeviceWithoutBlocking) {
+  const auto source = NewSource("null", "format=alsa");
+  ASSERT_TRUE(source);
+  {
+    ConsoleCapture console;
+    if (!source->Open()) GTEST_SKIP() << "no ALSA here: " << console.Text();
+  }
+  EXPECT_FALSE(source->Unpaced());
+  ASSERT_TRUE(source->Start());
+  EXPECT_TRUE(Held<stream::Packet>(source->Read()));
+  source->Abort();
+  EXPECT_EQ(source->Read(), nullptr);
+  source->Close();
 }
 
 TEST(LibavSource, EndsAReadFromASilentPipeWhenAborted) {
