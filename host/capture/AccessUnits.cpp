@@ -14,6 +14,7 @@ constexpr unsigned char FirstMacroblockIsZero = 0x80;  ///< ue(v) 0 is a single 
 enum NalType : unsigned int {
   Slice = 1,
   PartitionA = 2,
+  PartitionC = 4,
   IdrSlice = 5,
   Sei = 6,
   Sps = 7,
@@ -30,16 +31,25 @@ bool StandsInFront(unsigned int type) {
 
 bool IsSlice(unsigned int type) { return type >= Slice && type <= IdrSlice; }
 
+bool IsPartition(unsigned int type) { return type >= PartitionA && type <= PartitionC; }
+
 /// Whether the first byte behind the header of this type tells where the slice starts.
 bool TellsMacroblock(unsigned int type) {
   return type == Slice || type == PartitionA || type == IdrSlice;
+}
+
+/// Whether the first byte of a header tells that a slice, which starts its picture, is a B slice.
+bool IsBidirectional(unsigned char first) {
+  // first_mb_in_slice is the bit 1, and slice_type 010 or 00111: 1 or 6 in table 7-6.
+  return (first & 0xF0) == 0xA0 || (first & 0xFC) == 0x9C;
 }
 
 }  // namespace
 
 void AccessUnitReader::Reset() {
   _used = _scan = 0;
-  _in_unit = _has_slice = _key = _open = false;
+  _in_unit = _has_slice = _open = false;
+  _unit = AccessUnit();
   _nal = _sps = _pps = NalUnit();
 }
 
@@ -129,7 +139,10 @@ bool AccessUnitReader::Take(std::size_t startCode) {
   EndNal(startCode);
   if (_has_slice && (StandsInFront(type) || starts_picture)) return false;
   _has_slice = _has_slice || IsSlice(type);
-  _key = _key || type == IdrSlice;
+  _unit.key = _unit.key || type == IdrSlice;
+  _unit.slices += IsSlice(type) ? 1 : 0;
+  _unit.partitioned = _unit.partitioned || IsPartition(type);
+  if (starts_picture) _unit.bidirectional = IsBidirectional(data[header + 1]);
   _nal = {type, header, header};
   _open = true;
   _scan = header;
@@ -143,16 +156,25 @@ void AccessUnitReader::EndNal(std::size_t position) {
   while (position > _nal.start && data[position - 1] == 0) --position;
   _nal.end = position;
   _open = false;
-  if (_nal.type == Sps) _sps = _nal;
-  if (_nal.type == Pps) _pps = _nal;
+  if (_nal.type == Sps) Keep(_sps);
+  if (_nal.type == Pps) Keep(_pps);
+}
+
+void AccessUnitReader::Keep(NalUnit& set) {
+  const unsigned char* data = _window.Data();
+  const std::size_t size = _nal.end - _nal.start;
+  const bool same =
+      set.end - set.start == size && std::memcmp(data + set.start, data + _nal.start, size) == 0;
+  if (set.end != 0 && !same) _unit.severalSets = true;
+  set = _nal;
 }
 
 void AccessUnitReader::Fill(AccessUnit& unit, std::size_t end) {
   const unsigned char* data = _window.Data();
+  unit = _unit;
   unit.data = data;
   unit.size = _nal.end;
   unit.offset = _window.Offset();
-  unit.key = _key;
   unit.sps = _sps.end != 0 ? data + _sps.start : nullptr;
   unit.spsSize = _sps.end - _sps.start;
   unit.pps = _pps.end != 0 ? data + _pps.start : nullptr;

@@ -21,6 +21,11 @@ struct AccessUnit {
   std::size_t spsSize = 0;
   const unsigned char* pps = nullptr;
   std::size_t ppsSize = 0;
+  // What is in the way of describing it on the wire.
+  int slices = 0;
+  bool partitioned = false;    ///< its slices are cut into data partitions
+  bool bidirectional = false;  ///< it is a B picture
+  bool severalSets = false;    ///< different SPS, or different PPS
 };
 
 /// Cuts an H.264 byte stream (ISO/IEC 14496-10, Annex B) into access units after 7.4.1.2.3: a unit
@@ -48,6 +53,7 @@ class NIMBO_API AccessUnitReader {
   bool FindStartCode(bool atEnd, std::size_t& position);
   bool Take(std::size_t startCode);
   void EndNal(std::size_t position);
+  void Keep(NalUnit& set);
   void Fill(AccessUnit& unit, std::size_t end);
 
   ByteWindow& _window;
@@ -55,8 +61,8 @@ class NIMBO_API AccessUnitReader {
   std::size_t _scan = 0;  ///< where the search for the next start code goes on
   bool _in_unit = false;  ///< a start code was found
   bool _has_slice = false;
-  bool _key = false;
   bool _open = false;  ///< _nal has started and not ended
+  AccessUnit _unit;    ///< what is known of it so far, without views
   NalUnit _nal, _sps, _pps;
 };
 

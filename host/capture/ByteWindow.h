@@ -61,6 +61,8 @@ class NIMBO_API ByteWindow {
   /// Opens the file at `path`; "-" is the standard input. False with the reason in `error`.
   bool Open(const std::string& path, std::string& error);
   void Close();
+  /// True for a regular file.
+  bool Seekable() const { return _seekable; }
   /// Goes back to the front. False for what is no regular file.
   bool Rewind();
   /// More waits up to this CLOCK_MONOTONIC time (ns) only, and then says that it was aborted.

@@ -1,6 +1,7 @@
 #include "host/capture/EsTrack.h"
 
 #include <cstring>
+#include <utility>
 
 #include "host/stream/Console.h"
 #include "host/stream/Media.h"
@@ -12,6 +13,11 @@ namespace {
 constexpr FrameRate UsualRate{30, 1};
 constexpr int LowComplexity = 1;
 constexpr int MostChannels = 2;
+/// Lower rates (8,000 and 7,350 Hz) are published under the index 0, which stands for another one.
+constexpr int LowestRate = 11025;
+constexpr int RateOfIndexZero = 96000;
+/// How much of a file is looked at when it is opened.
+constexpr std::uint64_t SurveyedBytes = std::uint64_t{2} * 1024 * 1024;
 /// How far the first start code, or the first parameter sets, may stand from the front.
 constexpr std::uint64_t SearchLimit = std::uint64_t{4} * 1024 * 1024;
 
@@ -22,6 +28,8 @@ void Assign(std::vector<unsigned char>& to, const unsigned char* data, std::size
 bool Equal(const std::vector<unsigned char>& one, const unsigned char* data, std::size_t size) {
   return one.size() == size && std::memcmp(one.data(), data, size) == 0;
 }
+
+std::string Shown(const std::string& path) { return path == "-" ? "standard input" : path; }
 
 }  // namespace
 
@@ -48,10 +56,24 @@ bool EsTrack::Begin() {
     Fail("no frame came within " + InSeconds(_patience) +
          ": start what writes it, or give it longer with wait=SECONDS");
   }
-  return result == Result::Frame;
+  if (result != Result::Frame) return false;
+  if (!_window.Seekable()) return true;
+  Survey();
+  return Peek() == Result::Frame;
+}
+
+/// Passes over the first frames of a file for what is to be said about them, and goes back.
+void EsTrack::Survey() {
+  Frame frame{};
+  std::string told_later;
+  while (_window.Offset() < SurveyedBytes && Find(frame, told_later) == Result::Frame) {
+  }
+  SetMedia(nullptr);  // it may have changed
+  Rewind();
 }
 
 void EsTrack::Close() {
+  _warned = false;
   _window.Close();
   SetMedia(nullptr);
   _found = false;
@@ -93,8 +115,14 @@ void EsTrack::SetMedia(stream::IMedia* media) {
   _media = media;
 }
 
+void EsTrack::Warn(const std::string& what) {
+  if (std::exchange(_warned, true)) return;
+  stream::Explain("es: ", Shown(_path), ": ", what, ": read it with pv:av,url=", _path,
+                  ",transcode=true instead");
+}
+
 EsTrack::Result EsTrack::Fail(const std::string& error) const {
-  stream::Refuse("es: ", _path == "-" ? "standard input" : _path, ": ", error);
+  stream::Refuse("es: ", Shown(_path), ": ", error);
   return Result::Failed;
 }
 
@@ -124,6 +152,7 @@ EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {
     }
     if (!TakeParameters(unit, error)) return Result::Failed;
     if (Media()) {
+      Check(unit);
       frame = {unit.data, unit.size, unit.key};
       return Result::Frame;
     }
@@ -133,6 +162,17 @@ EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {
               std::to_string(unit.offset);
       return Result::Failed;
     }
+  }
+}
+
+void EsVideoTrack::Check(const AccessUnit& unit) {
+  if (unit.partitioned) Warn("its slices are partitioned, and players will show nothing of it");
+  if (unit.bidirectional) Warn("it has B pictures, which players will show in the wrong order");
+  if (unit.slices > 1) Warn("its pictures have several slices, and players will show them damaged");
+  if (unit.severalSets) {
+    Warn(
+        "it has several parameter sets, of which players are only told the last, and will show it "
+        "damaged");
   }
 }
 
@@ -210,9 +250,13 @@ void EsAudioTrack::TakeParameters(const AdtsHeader& header) {
     return;
   }
   if (header.profile != LowComplexity || header.channels < 1 || header.channels > MostChannels) {
-    stream::Explain("es: ", Path(), ": this is not AAC LC in mono or stereo (profile ",
-                    header.profile, ", ", header.channels,
-                    " channels), which is all that players of the published stream are told");
+    Warn("it is no AAC LC in mono or stereo (profile " + std::to_string(header.profile) + ", " +
+         std::to_string(header.channels) + " channels), which players may not play");
+  }
+  if (header.rate < LowestRate) {
+    Warn("its rate of " + std::to_string(header.rate) +
+         " Hz cannot be told, and players will take " + "it for " +
+         std::to_string(RateOfIndexZero) + " Hz");
   }
   if (!Media()) SetRate({static_cast<std::uint32_t>(header.rate), AacFrameSamples});
   SetMedia(stream::NewAacMedia(header.length, header.profile, header.channels, header.rate));

@@ -29,7 +29,8 @@ class NIMBO_API EsTrack {
   /// [control] Opens the file; a named pipe without waiting for its writer. False with one console
   /// line.
   bool Open();
-  /// [control] Reads up to the first frame, which tells the media. False with one console line,
+  /// [control] Reads up to the first frame, which tells the media, and looks at the first frames of
+  /// a file, so that Warn comes early. False with one console line,
   /// also when it does not come in time.
   bool Begin();
   /// [control]
@@ -66,11 +67,16 @@ class NIMBO_API EsTrack {
   /// Takes over the reference to `media`.
   void SetMedia(stream::IMedia* media);
   void SetRate(const FrameRate& rate) { _rate = rate; }
+  /// Says in one yellow line what players will make of such a stream and what to do about it. Only
+  /// the first call after Open does.
+  void Warn(const std::string& what);
 
  private:
   Result Fail(const std::string& error) const;
+  void Survey();
 
   std::string _path;
+  bool _warned = false;
   ByteWindow _window;
   std::int64_t _patience = FirstFramePatience;
   stream::PacketPool _pool;
@@ -82,7 +88,8 @@ class NIMBO_API EsTrack {
   Frame _frame{};
 };
 
-/// H.264 in Annex B form.
+/// H.264 in Annex B form. It is passed on as it is: what the wire format cannot describe is warned
+/// of.
 class NIMBO_API EsVideoTrack final : public EsTrack {
  public:
   /// `rate` is {0, 1} when the stream is to tell it.
@@ -93,6 +100,7 @@ class NIMBO_API EsVideoTrack final : public EsTrack {
   Result Find(Frame& frame, std::string& error) override;
   void Reset() override;
   bool TakeParameters(const AccessUnit& unit, std::string& error);
+  void Check(const AccessUnit& unit);
 
   FrameRate _asked;
   AccessUnitReader _reader;
@@ -100,7 +108,7 @@ class NIMBO_API EsVideoTrack final : public EsTrack {
   std::vector<unsigned char> _pps;
 };
 
-/// AAC in ADTS frames.
+/// AAC in ADTS frames. It is passed on as it is: what the wire format cannot describe is warned of.
 class NIMBO_API EsAudioTrack final : public EsTrack {
  public:
   EsAudioTrack(std::string path, const AbortEvent& abort) : EsTrack(std::move(path), abort) {}

@@ -247,6 +247,67 @@ Bytes Damaged(Bytes bytes, std::size_t at, unsigned char value) {
   return bytes;
 }
 
+class EsWarningTest : public testing::TestWithParam<Mistake> {};
+
+TEST_P(EsWarningTest, IsGivenOnceWhenTheFileIsOpened) {
+  const test::StreamFile file(GetParam().bytes);
+  test::ConsoleCapture console;
+  auto source = Make(GetParam().options + "=" + file.Path() + ",pace=fast,loop=2");
+  ASSERT_TRUE(source && source->Open());
+  const std::string opening = console.Text();
+  ASSERT_TRUE(source->Start());
+  EXPECT_FALSE(ReadAll(*source).empty());
+  EXPECT_EQ(console.Text(), opening);
+  const bool warned = *GetParam().line != 0;
+  ASSERT_EQ(console.Lines().size(), warned ? 1U : 0U) << opening;
+  if (!warned) return;
+  EXPECT_EQ(console.Lines()[0].colour, '3');
+  EXPECT_THAT(opening, HasSubstr(GetParam().line));
+  EXPECT_THAT(opening, HasSubstr("pv:av,url=" + file.Path() + ",transcode=true"));
+}
+
+/// A few usual pictures and then `last`.
+Bytes Pictures(const std::vector<Bytes>& last) {
+  Bytes stream = test::VideoStream(5, 5, 50);
+  test::Append(stream, test::AnnexB(last));
+  return stream;
+}
+Bytes Slice(unsigned char header, unsigned char first) {
+  Bytes slice = test::Nal(header, 50);
+  slice[1] = first;
+  return slice;
+}
+Bytes Pps(unsigned char last) {
+  Bytes pps = test::Pps;
+  pps.back() = last;
+  return pps;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Streams, EsWarningTest,
+    testing::Values(
+        // first_mb_in_slice is 1; slice_type is 010 (B), 00111 (all B), 1 (P), 00110 (all P).
+        Mistake{"BPicture", "video", Pictures({Slice(test::InterSlice, 0b10100000)}), "B pictures"},
+        Mistake{"AllB", "video", Pictures({Slice(test::InterSlice, 0b10011100)}), "B pictures"},
+        Mistake{"PPicture", "video", Pictures({Slice(test::InterSlice, 0b11000000)}), ""},
+        Mistake{"AllP", "video", Pictures({Slice(test::InterSlice, 0b10011000)}), ""},
+        Mistake{"Slices", "video",
+                Pictures({Slice(test::InterSlice, 0xC0), Slice(test::InterSlice, 0x40)}),
+                "several slices"},
+        Mistake{"Partitions", "video", Pictures({Slice(0x42, 0xC0), Slice(0x43, 0x40)}),
+                "partitioned"},
+        Mistake{"SeveralPps", "video",
+                Pictures({test::Sps, Pps(0x71), Pps(0x72), Slice(test::IdrSlice, 0x88)}),
+                "several parameter sets"},
+        Mistake{"RepeatedPps", "video",
+                Pictures({test::Sps, test::Pps, test::Pps, Slice(test::IdrSlice, 0x88)}), ""},
+        // sampling_frequency_index 11 and 12, LC in stereo.
+        Mistake{"Rate8000", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x6C), "rate of 8000 Hz"},
+        Mistake{"Rate7350", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x70), "rate of 7350 Hz"},
+        Mistake{"Rate96000", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x40), ""},
+        Mistake{"Main", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x10), "no AAC LC"}),
+    [](const auto& warning) { return warning.param.name; });
+
 INSTANTIATE_TEST_SUITE_P(
     Mistakes, EsMistakeTest,
     testing::Values(
