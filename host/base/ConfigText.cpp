@@ -9,7 +9,7 @@ namespace nimbo::base {
 namespace {
 
 constexpr std::size_t End = std::string::npos;
-/// Quoted pieces are cut here, which also keeps what is secret in a long URL off the console.
+/// Pieces that are shown are cut here.
 constexpr std::size_t QuoteLimit = 32;
 /// Stands before the name of a source in a `connect` text.
 constexpr const char* ConnectPrefix = "pv:";
@@ -39,16 +39,16 @@ class Reader {
   Reader(const std::string& text, bool joined) : _text(text), _joined(joined) {}
 
   bool Entries(std::vector<ConfigEntry>& entries);
-  bool Attributes(std::vector<AttrSet::Entry>& settings);
+  bool Attributes(std::vector<ConfigSetting>& settings);
   bool Connect(ConnectText& connect);
   const std::string& Error() const noexcept { return _error; }
 
  private:
-  bool Settings(std::vector<AttrSet::Entry>& settings);
+  bool Settings(std::vector<ConfigSetting>& settings);
   bool Entry(ConfigEntry& entry);
-  bool Setting(AttrSet::Entry& setting);
-  bool Braced(std::string& value);
-  bool Unbraced(std::size_t from, std::string& value);
+  bool Setting(ConfigSetting& setting);
+  bool Braced(ConfigSetting& setting);
+  bool Unbraced(ConfigSetting& setting);
 
   bool AtEnd() const { return _at >= _text.size(); }
   bool AtJoint() const { return _joined && !AtEnd() && _text[_at] == '+'; }
@@ -73,23 +73,11 @@ class Reader {
 };
 
 bool Reader::Fault(std::size_t from, std::size_t to, const char* reason) {
-  std::string piece = _text.substr(from, to - from);
-  if (piece.size() > QuoteLimit) piece.replace(QuoteLimit, End, "...");
-  // What comes from outside must not steer the terminal.
-  constexpr unsigned char FirstPrintable = 0x20, Delete = 0x7F;
-  std::replace_if(
-      piece.begin(), piece.end(),
-      [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < FirstPrintable || byte == Delete;
-      },
-      '?');
-  ostream_string out(_error);
-  out << "\"" << piece << "\" at byte " << static_cast<unsigned long>(from) << ": " << reason;
+  _error = QuotePiece(_text.substr(from, to - from), from) + ": " + reason;
   return false;
 }
 
-bool Reader::Braced(std::string& value) {
+bool Reader::Braced(ConfigSetting& setting) {
   const std::size_t open = _at;
   std::size_t depth = 0;
   do {
@@ -98,50 +86,54 @@ bool Reader::Braced(std::string& value) {
     depth = _text[_at] == '{' ? depth + 1 : depth - 1;
     ++_at;
   } while (depth > 0);
-  value = _text.substr(open + 1, _at - open - 2);
+  setting.valuePosition = open + 1;
+  setting.value = _text.substr(open + 1, _at - open - 2);
   SkipBlanks();
   if (AtEnd() || AtJoint() || _text[_at] == ',') return true;
   return Fault(_at, PieceEnd(_at), BehindBrace);
 }
 
-bool Reader::Unbraced(std::size_t from, std::string& value) {
+bool Reader::Unbraced(ConfigSetting& setting) {
   const std::size_t stop =
       std::min(_text.find_first_of(_joined ? ",+{}" : ",{}", _at), _text.size());
   if (stop < _text.size() && (_text[stop] == '{' || _text[stop] == '}')) {
-    return Fault(from, PieceEnd(stop), StrayBrace);
+    return Fault(setting.position, PieceEnd(stop), StrayBrace);
   }
-  value = Cut(_at, stop);
+  setting.valuePosition = _at;
+  setting.value = Cut(_at, stop);
   _at = stop;
   return true;
 }
 
-bool Reader::Setting(AttrSet::Entry& setting) {
+bool Reader::Setting(ConfigSetting& setting) {
   SkipBlanks();
   const std::size_t from = _at;
   const std::size_t sign = _text.find_first_of("=,+:{}", from);
   if (sign == End || _text[sign] != '=' || sign == from) {
     return Fault(from, PieceEnd(from), ExpectSetting);
   }
-  setting.first = Cut(from, sign);
+  setting.position = from;
+  setting.key = Cut(from, sign);
   _at = sign + 1;
   const std::size_t start = _at;
   SkipBlanks();
-  if (!AtEnd() && _text[_at] == '{') return Braced(setting.second);
-  if (!IsUrlKey(setting.first)) return Unbraced(from, setting.second);
-  setting.second = _text.substr(start);
+  if (!AtEnd() && _text[_at] == '{') return Braced(setting);
+  if (!IsUrlKey(setting.key)) return Unbraced(setting);
+  setting.valuePosition = start;
+  setting.value = _text.substr(start);
   _at = _text.size();
   return true;
 }
 
-bool Reader::Attributes(std::vector<AttrSet::Entry>& settings) {
+bool Reader::Attributes(std::vector<ConfigSetting>& settings) {
   if (!NoZeroByte()) return false;
   SkipBlanks();
   return AtEnd() || Settings(settings);
 }
 
-bool Reader::Settings(std::vector<AttrSet::Entry>& settings) {
+bool Reader::Settings(std::vector<ConfigSetting>& settings) {
   for (;;) {
-    AttrSet::Entry setting;
+    ConfigSetting setting;
     if (!Setting(setting)) return false;
     settings.push_back(std::move(setting));
     if (AtEnd() || AtJoint()) return true;
@@ -158,19 +150,22 @@ bool Reader::Entry(ConfigEntry& entry) {
   entry.element = kind != '=';
   if (entry.element) {
     entry.type = Cut(from, sign);
+    entry.typePosition = from;
     if (entry.type.empty() || (kind != ':' && kind != '+')) {
       return Fault(from, PieceEnd(from), ExpectEntry);
     }
     _at = kind == ':' ? sign + 1 : sign;
   }
   if (kind == ':' || kind == '=') {
-    std::vector<AttrSet::Entry> settings;
+    std::vector<ConfigSetting> settings;
     if (!Settings(settings)) return false;
-    for (const auto& [key, value] : settings) {
-      if (!IsKey(key, "type")) {
-        entry.settings.Set(key.c_str(), value.c_str());
+    for (ConfigSetting& setting : settings) {
+      if (!IsKey(setting.key, "type")) {
+        entry.settings.Set(setting.key.c_str(), setting.value.c_str());
+        entry.written.push_back(std::move(setting));
       } else if (entry.type.empty()) {
-        entry.type = value;
+        entry.type = setting.value;
+        entry.typePosition = setting.valuePosition;
       } else {
         return Fault(from, _at, SecondType);
       }
@@ -210,15 +205,38 @@ bool Reader::Connect(ConnectText& connect) {
   _at = stop;
   if (AtEnd()) return true;
   ++_at;  // the ","
-  std::vector<AttrSet::Entry> options;
+  std::vector<ConfigSetting> options;
   if (!Settings(options)) return false;
-  for (const auto& [key, value] : options) connect.options.Set(key.c_str(), value.c_str());
+  for (const ConfigSetting& option : options) {
+    connect.options.Set(option.key.c_str(), option.value.c_str());
+  }
   return true;
 }
 
 }  // namespace
 
 bool IsUrlKey(const std::string& key) { return IsKey(key, "url"); }
+
+std::string ShowPiece(std::string piece) {
+  if (piece.size() > QuoteLimit) piece.replace(QuoteLimit, End, "...");
+  constexpr unsigned char FirstPrintable = 0x20, Delete = 0x7F;
+  const auto isControl = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < FirstPrintable || byte == Delete;
+  };
+  std::replace_if(piece.begin(), piece.end(), isControl, '?');
+  return piece;
+}
+
+std::string QuotePiece(const std::string& piece, std::size_t position) {
+  return "\"" + ShowPiece(piece) + "\" at byte " + std::to_string(position);
+}
+
+const ConfigSetting* ConfigEntry::Find(const char* key) const {
+  const auto found = std::find_if(written.rbegin(), written.rend(),
+                                  [key](const auto& setting) { return IsKey(setting.key, key); });
+  return found == written.rend() ? nullptr : &*found;
+}
 
 bool ParseConfiguration(const std::string& text, std::vector<ConfigEntry>& entries) {
   entries.clear();
@@ -232,11 +250,16 @@ bool ParseConfiguration(const std::string& text, std::vector<ConfigEntry>& entri
 bool ParseAttributes(const std::string& text, std::vector<AttrSet::Entry>& entries,
                      std::string& error) {
   entries.clear();
+  std::vector<ConfigSetting> settings;
   Reader reader(text, false);
-  if (reader.Attributes(entries)) return true;
-  entries.clear();
-  error = reader.Error();
-  return false;
+  if (!reader.Attributes(settings)) {
+    error = reader.Error();
+    return false;
+  }
+  for (ConfigSetting& setting : settings) {
+    entries.emplace_back(std::move(setting.key), std::move(setting.value));
+  }
+  return true;
 }
 
 bool ParseConnect(const std::string& text, ConnectText& connect) {

@@ -63,6 +63,33 @@ TEST(ConfigTextTest, BlanksAtTheEndsDoNotCount) {
   EXPECT_TRUE(entries.empty());
 }
 
+TEST(ConfigTextTest, EverySettingKeepsItsPlaceAndTheLastOfAKeyCounts) {
+  const std::string text = "a + a:in = in,b={in},B=,type2={} + key=1,type= a ,url=a";
+  std::vector<ConfigEntry> entries;
+  ASSERT_TRUE(ParseConfiguration(text, entries));
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[1].typePosition, 4u);
+  EXPECT_EQ(entries[2].typePosition, text.rfind("a ,"));
+  const struct {
+    std::size_t entry;
+    const char* key;
+    std::size_t position;
+    std::size_t valuePosition;
+  } places[] = {{1, "IN", text.find("in ="), text.find("in,")},
+                {1, "b", text.find("B="), text.find(",type2")},
+                {1, "type2", text.find("type2"), text.find("}", text.find("type2"))},
+                {2, "url", text.find("url"), text.size() - 1}};
+  for (const auto& place : places) {
+    const ConfigSetting* setting = entries[place.entry].Find(place.key);
+    ASSERT_NE(setting, nullptr) << place.key;
+    EXPECT_EQ(setting->position, place.position) << place.key;
+    EXPECT_EQ(setting->valuePosition, place.valuePosition) << place.key;
+    EXPECT_EQ(setting->value, entries[place.entry].settings.Get(place.key));
+  }
+  EXPECT_EQ(entries[0].Find("in"), nullptr);
+  EXPECT_EQ(entries[2].Find("type"), nullptr);
+}
+
 struct FaultCase {
   std::string text;
   std::string line;
