@@ -2,6 +2,7 @@
 
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
+#include "host/base/ConfigText.h"
 #include "host/base/ObjectHooks.h"
 #include "host/stream/Console.h"
 #include "host/stream/State.h"
@@ -93,11 +94,7 @@ Object::~Object() = default;
 bool Object::Initialize(const char*, const char*, const char* cfgs, base::object*) {
   if (!cfgs || !*cfgs) return true;
   base::AttrSet attrs(cfgs);
-  if (!attrs.Valid()) {
-    FailureTold() = true;
-    return false;
-  }
-  return configure(attrs);
+  return fromAttrSet(attrs);
 }
 
 void Object::Release() {
@@ -173,7 +170,11 @@ bool Object::toAttrSet(base::AttrSet& attrs) {
   return true;
 }
 
-bool Object::fromAttrSet(base::AttrSet& attrs) { return configure(attrs); }
+bool Object::fromAttrSet(base::AttrSet& attrs) {
+  if (attrs.Valid()) return configure(attrs);
+  FailureTold() = true;  // by the set itself
+  return false;
+}
 
 bool Object::configure(base::AttrSet& attrs) {
   for (const auto& [key, value] : attrs.Entries()) {
@@ -183,8 +184,8 @@ bool Object::configure(base::AttrSet& attrs) {
     if (SetStr(key.c_str(), value.c_str())) continue;
     if (FailureTold()) return false;
     const bool known = id == StatusKey || PropertyOf(*this, key.c_str());
-    return Refuse("\"", PathOf(*this), "\" ", known ? "refuses " : "has no property ", key,
-                  known ? "=" + value : std::string());
+    return Refuse("\"", PathOf(*this), "\" ", known ? "refuses " : "has no property ",
+                  base::ShowPiece(key), known ? "=" + base::ShowPiece(value) : std::string());
   }
   return true;
 }
@@ -198,7 +199,7 @@ Service* Service::New(const char* type, const char* name, const char* cfgs) {
     Explain("There is no service class \"", type, "\": load the plug-in that brings it");
     return nullptr;
   }
-  if (Factory::Globle().Find<base::object>(name, true)) {
+  if (name && *name && Factory::Globle().Find<base::object>(name, true)) {
     Explain("The name \"", name, "\" is in use: release that object first");
     return nullptr;
   }

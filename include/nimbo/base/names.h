@@ -13,7 +13,7 @@ namespace nimbo::base {
 /// A null text hashes to 0. It identifies every named object, class and codec.
 inline std::uint32_t Hash(const char* text) noexcept;
 
-/// A name and its identifier. Constructed empty, with the identifier 0.
+/// A name and its identifier. Constructed with the empty name.
 class NIMBO_API object_name : public object_base {
  public:
   object_name() = default;
@@ -34,7 +34,7 @@ class NIMBO_API object_name : public object_base {
   object_name& operator=(const object_name&) = default;
 
   std::string _name;
-  std::uint32_t _id = 0;
+  std::uint32_t _id = Hash("");
 };
 
 /// A name whose parts, split at each "-", are keywords that it can be found by.

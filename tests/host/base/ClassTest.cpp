@@ -157,7 +157,7 @@ TEST_F(ClassTest, CreateLeavesUnnamedObjectsUnnamedAndTellsWhatEscapes) {
   object* dog = ClassRegistry::Create(*IClass::Find("Dog", false), "dog", "", "x=1", nullptr);
   ASSERT_NE(dog, nullptr);
   EXPECT_EQ(seen, "/dog/x=1");
-  EXPECT_EQ(dog->ID(), 0u);
+  EXPECT_EQ(dog->Name(), "");
   EXPECT_EQ(list->Find<object>("", false), nullptr) << "the global list is left to the caller";
   dog->Release();
   test::ConsoleCapture console;

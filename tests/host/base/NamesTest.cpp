@@ -54,7 +54,7 @@ struct Named : object_keywords {};
 
 TEST(NameRecordTest, ANullNameLeavesTheRecordAsItIs) {
   Named named;
-  EXPECT_EQ(named.ID(), 0u);
+  EXPECT_EQ(named.ID(), Hash("")) << "a null name, whose hash is 0, finds nothing";
   EXPECT_TRUE(named.Name("EleDemo-demo"));
   EXPECT_TRUE(named.Name(static_cast<const char*>(nullptr)));
   EXPECT_EQ(named.Name(), "EleDemo-demo");

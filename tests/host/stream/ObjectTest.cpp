@@ -71,6 +71,10 @@ TEST_F(ObjectProperties, WholeObjectFormHoldsWhatCanBeSetAndRead) {
   EXPECT_TRUE(sink.fromString("fail=Open,flag=true"));
   EXPECT_EQ(sink.GetFail(), "Open");
   EXPECT_TRUE(sink.flag);
+  EXPECT_TRUE(console.Lines().empty()) << console.Text();
+  EXPECT_FALSE(sink.fromString("fail=Close,,"));
+  EXPECT_EQ(console.Lines().size(), 1u);
+  EXPECT_EQ(sink.GetFail(), "Open");
 }
 
 TEST_F(ObjectProperties, PortTextsAreResolvedAndChecked) {
@@ -119,6 +123,17 @@ TEST(ServiceNew, RefusesANameInUseAndUnknownClassesWithOneLine) {
   EXPECT_FALSE(FindObject("other"));
   service->Release();
   EXPECT_FALSE(FindObject("twice"));
+}
+
+TEST(ServiceNew, TakesNoNameAsOftenAsItIsAsked) {
+  RegisterProbes();
+  const auto unnamed = NewApplication(nullptr);
+  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
+    Service* service = Service::New("test-service", name, nullptr);
+    ASSERT_TRUE(service);
+    EXPECT_EQ(Factory::Globle().Find<base::object>(nullptr, true), nullptr);
+    service->Release();
+  }
 }
 
 TEST(FactoryLayout, PairIsKeptOnce) {
