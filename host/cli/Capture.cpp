@@ -126,7 +126,7 @@ CaptureCount CaptureView::Count() const {
   }
   for (auto* element : Elements()) {
     std::string bytes;
-    if (element->HostState().ring && element->GetStr("bytes", bytes))
+    if (!element->HostState().Rings().empty() && element->GetStr("bytes", bytes))
       count.bytes += std::strtoull(bytes.c_str(), nullptr, 10);
   }
   return count;

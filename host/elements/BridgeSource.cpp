@@ -20,7 +20,10 @@ using Reader = IRing<Packet*>::Reader;
 class BridgeSource final : public ThreadElement {
  public:
   BridgeSource() : ThreadElement("bridge") {}
-  ~BridgeSource() override { StatusTakeDown(); }
+  ~BridgeSource() override {
+    StatusTakeDown();
+    HostState().Leave(*this);  // a pipeline may delete it after it was linked to a playing output
+  }
 
   bool Initialize(const char* type, const char* name, const char* cfgs,
                   base::object* owner) override {
@@ -52,25 +55,25 @@ class BridgeSource final : public ThreadElement {
   }
 
   unsigned int GetPackets() const { return _packets; }
+  unsigned int GetDropped() const { return _dropped; }
 
  private:
   void Pass(Packet& packet) {
-  unsigned int GetDropped() const { return _dropped; }
     if (HostState().outputs.front()->Deliver(packet)) ++_packets;
   }
 
   void Run() override {
+    std::uint32_t next = _reader->position;
     while (!Stopping() && _reader->ring.load()) {
       Packet* packet = nullptr;
-      // The ring keeps the packet for this reader until the next wait.
-    std::uint32_t next = _reader->position;
-      Pass(*packet);
-    }
       if (!_reader->Pop(packet, std::chrono::nanoseconds::zero())) continue;
       // A ring moves a reader that it has overtaken. Positions wrap, their distance does not.
       const std::uint32_t behind = _reader->position;
       _dropped += behind - 1 - next;
       next = behind;
+      // The ring keeps the packet for this reader until the next wait.
+      Pass(*packet);
+    }
   }
 
   void EndWaits() override { _reader->WaitAbort(); }
@@ -83,10 +86,10 @@ class BridgeSource final : public ThreadElement {
   std::shared_ptr<RingBuffer> _ring;  ///< behind the reader, where it can be shared
   std::unique_ptr<Reader> _reader;
   std::atomic<unsigned int> _packets{0};
+  std::atomic<unsigned int> _dropped{0};
 };
 
 [[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<BridgeSource>(
-  std::atomic<unsigned int> _dropped{0};
     "BridgeSource-bridge-source",
     {Figure("packets", &BridgeSource::GetPackets, "packets passed on"),
      Figure("dropped", &BridgeSource::GetDropped,

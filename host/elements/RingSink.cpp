@@ -22,7 +22,7 @@ constexpr int DefaultSize = 128;
 /// packet states it. Property "size": packets that a ring holds.
 class RingSink final : public FlowElement {
  public:
-  RingSink() { HostState().ring = &AddStream(""); }
+  RingSink() { AddStream(""); }
   ~RingSink() override { StatusTakeDown(); }
 
   IPort* PortAdd(const char* caps, const char* direction) override {
@@ -105,7 +105,7 @@ class RingSink final : public FlowElement {
     std::atomic<bool> mediaKnown{false};  ///< stated by its source, or by a packet
   };
 
-  RingBuffer& AddStream(const char* caps) {
+  void AddStream(const char* caps) {
     auto stream = std::make_unique<Stream>(HostState().Add(this, caps, false), _size);
     Port& output = HostState().Add(this, "", true);
     output.Follow(*stream->input);
@@ -113,7 +113,6 @@ class RingSink final : public FlowElement {
     stream->ring->SetMedia(nullptr);
     const std::lock_guard<std::mutex> lock(_mutex);
     _streams.push_back(std::move(stream));
-    return *_streams.back()->ring;
   }
 
   Stream* Find(const void* input) const {

@@ -93,14 +93,19 @@ std::vector<PacketRing*> IElement::State::Rings() const {
 
 IElement::IElement() : _state(std::make_unique<State>()) {}
 
+void IElement::State::Leave(IElement& self) {
+  if (self._pipeline) self._pipeline->HostState().Detach(self);
+  for (const auto& input : inputs) input->Unlink();
+}
+
 IElement::~IElement() {
-  if (_pipeline) _pipeline->HostState().Detach(*this);
+  _state->Leave(*this);
   base::Pin::Retire(*this);
 }
 
 void IElement::Release() {
   StatusTakeDown();
-  if (_pipeline) _pipeline->HostState().Detach(*this);
+  _state->Leave(*this);
   Object::Release();
 }
 

@@ -77,6 +77,7 @@ void Pipeline::State::Detach(IElement& element) {
     self._ports.erase(std::remove(self._ports.begin(), self._ports.end(), port.get()),
                       self._ports.end());
   }
+  // Not under the lock above: each waits for the delivery under way through it.
   ports.erase(std::remove_if(ports.begin(), ports.end(), feeds), ports.end());
 }
 

@@ -106,13 +106,25 @@ bool Port::Link(IPort& other) {
 }
 
 void Port::Unlink() {
-  if (Port* peer = _peer.exchange(nullptr)) peer->_peer = nullptr;
+  Port* const peer = _peer;
+  if (!peer) return;
+  Port& output = _output ? *this : *peer;
+  Port& input = _output ? *peer : *this;
+  {
+    const std::lock_guard<std::mutex> lock(output._mutex);
+    output._peer = nullptr;
+    output._changed.notify_all();
+  }
+  // Whoever delivers has read the other end under this mutex.
+  { const std::lock_guard<std::mutex> ended(output._delivering); }
+  input._peer = nullptr;
 }
 
 bool Port::Deliver(Packet& packet) {
+  const std::lock_guard<std::mutex> delivering(_delivering);
   Port* const peer = _peer;
   IElement* const receiver = peer ? peer->_receiver : nullptr;
-  if (!receiver || !WaitForPause(*receiver)) return false;
+  if (!receiver || !WaitForPause(*receiver, peer)) return false;
   const bool taken =
       Shielded("ReceivePacket", receiver, [&] { return receiver->ReceivePacket(packet, peer); });
   peer->Count(packet, taken);
@@ -135,12 +147,12 @@ void Port::Count(const Packet& packet, bool taken) noexcept {
   }
 }
 
-bool Port::WaitForPause(IElement& receiver) {
+bool Port::WaitForPause(IElement& receiver, const Port* peer) {
   const Clock::time_point until(std::chrono::duration_cast<Clock::duration>(
       std::chrono::nanoseconds(receiver.HostState().pauseUntil.load())));
   if (until <= Clock::now()) return true;
   std::unique_lock<std::mutex> lock(_mutex);
-  return !_changed.wait_until(lock, until, [this] { return _interrupted; });
+  return !_changed.wait_until(lock, until, [this, peer] { return _interrupted || _peer != peer; });
 }
 
 void Port::Interrupt() {

@@ -39,7 +39,10 @@ class NIMBO_API Port : public IPort {
   /// Refused, with one yellow line that says why: two ends of the same direction, a linked end,
   /// caps that differ, a port with a ring and anything but a pipeline's port.
   bool Link(IPort& other) override;
-  /// [control] Both ends are free afterwards. No packet may be under way.
+  /// [control] Both ends are free afterwards, and no packet is under way between them any more: a
+  /// delivery that pauses is given up, one that has reached the element at the other end is waited
+  /// for, so that element must have been stopped. Called without a lock that its ReceivePacket
+  /// could take, and not from a delivery through this very link.
   void Unlink();
 
   IElement* Owner() const noexcept { return _owner; }
@@ -62,7 +65,8 @@ class NIMBO_API Port : public IPort {
   /// dropped and delivery to that element pauses for one second, which Interrupt ends: packets
   /// offered meanwhile wait with the caller, and are not taken when they were interrupted. An
   /// exception that escapes becomes one console line and a false result. False when the packet was
-  /// not taken. The element gets its input as `from`, a Port*.
+  /// not taken. The element gets its input as `from`, a Port*. The other end and its element stay
+  /// until it returns, see Unlink.
   bool Deliver(Packet& packet);
   /// [any] What was delivered to this input since it was made.
   const PortFigures& Figures() const noexcept { return _figures; }
@@ -78,7 +82,8 @@ class NIMBO_API Port : public IPort {
   void SetMedia(IMedia* media);
 
  private:
-  bool WaitForPause(IElement& receiver);
+  /// False when the pause was ended, by Interrupt or because this output leads to `peer` no more.
+  bool WaitForPause(IElement& receiver, const Port* peer);
   /// [sending] Counts a packet that was offered to this input.
   void Count(const Packet& packet, bool taken) noexcept;
 
@@ -92,6 +97,7 @@ class NIMBO_API Port : public IPort {
   std::atomic<IMedia*> _media{nullptr};
   PortFigures _figures;
   std::uint32_t _next_sequence = 0;  ///< [sending] of this input
+  std::mutex _delivering;            ///< of an output, held by Deliver; taken before all others
   std::mutex _mutex;                 ///< guards what follows; no other lock is taken under it
   std::condition_variable _changed;
   bool _interrupted = false;

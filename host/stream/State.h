@@ -22,12 +22,11 @@ struct IElement::State {
   /// The element's ports, which it owns, in the order of their creation.
   std::vector<std::unique_ptr<Port>> inputs;
   std::vector<std::unique_ptr<Port>> outputs;
-  /// The first of Rings(); null for an element that does not end in rings. A ring must live as long
-  /// as the element. It stands behind an output port (Port::SetRing); linking that to a pipeline's
-  /// port means that the BridgeSource behind it reads the ring.
-  PacketRing* ring = nullptr;
   /// Until when delivery to this element pauses, in nanoseconds of the steady clock. [any]
   std::atomic<std::int64_t> pauseUntil{0};
+  /// [control] The element brings in what goes on whether it is taken or not, so that its packets
+  /// must pass a ring before another pipeline gets them.
+  bool live = false;
 
   /// [control] Adds a port of `owner`. Elements with fixed ports call this in their constructor;
   /// empty caps stand for any.
@@ -38,7 +37,14 @@ struct IElement::State {
   Port* FreeOutput();
   /// [control] Adds an output for every ring whose outputs are all linked.
   void OfferRings();
-  /// [control] The rings behind the outputs, each once, in their order.
+  /// [control] Takes `self`, whose state this is and which has been taken down, out of its pipeline
+  /// and unlinks its inputs: from here on nothing is delivered to it, and nothing under way. Done
+  /// while the object is still whole: by Release, and by the destructor of a class that is also
+  /// destroyed without it while others deliver.
+  void Leave(IElement& self);
+  /// [control] The rings behind the outputs (Port::SetRing), each once, in their order; none for an
+  /// element that does not end in rings. They must live as long as the element. Linking such an
+  /// output to a pipeline's port means that the BridgeSource behind it reads the ring.
   std::vector<PacketRing*> Rings() const;
 };
 
@@ -55,8 +61,9 @@ struct Pipeline::State {
   std::shared_ptr<MessageListeners> listeners = std::make_shared<MessageListeners>();
 
   /// [control] Appends an input port to the pipeline. What is delivered to it goes to `receiver`,
-  /// an element of this pipeline (a BridgeSource), with the port as `from`. The port goes when the
-  /// receiver is destroyed.
+  /// an element of this pipeline (a BridgeSource), with the port as `from`. The port goes with the
+  /// receiver, and so does its link: an upstream output that stayed linked would deliver to an
+  /// object that is gone.
   Port& AddPort(IElement& receiver, const char* caps);
   /// [control] The pipeline's ports, as Pipeline::_ports.
   const std::vector<IPort*>& Ports() const noexcept { return self._ports; }

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
+#include <thread>
 
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
@@ -123,6 +125,64 @@ TEST_F(PortDelivery, StopEndsThePauseAndStartAllowsItAgain) {
   sink.HostState().pauseUntil = 0;
   EXPECT_TRUE(source.StatusSet("play"));
   EXPECT_TRUE(Deliver());
+}
+
+TEST_F(PortDelivery, UnlinkEndsThePauseOfThatLinkAlone) {
+  constexpr std::chrono::milliseconds Glance{50};
+  for (int round = 0; round < 2; ++round) {
+    sink.HostState().pauseUntil = std::chrono::nanoseconds::max().count();
+    auto waiting = std::async(std::launch::async, [this] { return Deliver(); });
+    EXPECT_EQ(waiting.wait_for(Glance), std::future_status::timeout) << "it pauses";
+    (round == 0 ? source.Output() : *source.Output().Peer()).Unlink();
+    EXPECT_FALSE(waiting.get());
+    ASSERT_TRUE(source.Link(sink));
+  }
+  EXPECT_EQ(sink.packets, 0);
+}
+
+/// Stays in ReceivePacket until it is stopped, and for a moment more.
+class LingeringSink : public ISink {
+ public:
+  explicit LingeringSink(std::atomic<bool>& busyToTheEnd) : _busy_to_the_end(busyToTheEnd) {}
+  ~LingeringSink() override { _busy_to_the_end = busy.load(); }
+  bool Stop() override {
+    _stopped = true;
+    return ISink::Stop();
+  }
+  bool ReceivePacket(Packet&, void*) override {
+    busy = true;
+    while (!_stopped) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    busy = false;
+    return true;
+  }
+  std::atomic<bool> busy{false};
+
+ private:
+  std::atomic<bool> _stopped{false};
+  std::atomic<bool>& _busy_to_the_end;
+};
+
+TEST(PipelineRelease, WaitsForWhoeverDeliversToItFromOutside) {
+  base::AttrSet attrs = Object::AttrSetInit({{"type", "Pipeline"}, {"name", "taker"}});
+  auto* pipeline = base::IClass::New<Pipeline>(attrs);
+  ASSERT_TRUE(pipeline);
+  std::atomic<bool> busyToTheEnd{false};
+  auto* sink = new LingeringSink(busyToTheEnd);
+  IElement* bridge = IElement::New("BridgeSource", "h264", pipeline, "h264");
+  pipeline->HostState().Attach(*sink);
+  TestSource source;
+  ASSERT_TRUE(bridge && bridge->Link(*sink) && pipeline->LinkFrom(&source.Output()));
+  ASSERT_TRUE(pipeline->StatusSet("play"));
+  std::thread delivering([&source] {
+    while (source.Output().Deliver(*NewPacket())) {
+    }
+  });
+  while (!sink->busy) std::this_thread::yield();
+  pipeline->Release();
+  EXPECT_FALSE(busyToTheEnd);
+  EXPECT_FALSE(source.Output().Linked());
+  delivering.join();
 }
 
 TEST(ElementPorts, AreAddedOnDemandAndCheckedForTheirDirection) {
