@@ -71,6 +71,7 @@ class ShmSource final : public ThreadElement {
     if (codecs.empty()) codecs.push_back(CodecOfName(connect.name));
     if (!MakeOutputs(codecs)) return false;
     _source = std::move(source);
+    HostState().live = !_source->Unpaced();
     const std::lock_guard<std::mutex> lock(TreeMutex());
     _connect = text;
     return true;
@@ -80,8 +81,8 @@ class ShmSource final : public ThreadElement {
     return _connect;
   }
   unsigned int GetPackets() const { return _packets; }
-
   unsigned long long GetBytes() const { return _bytes; }
+
  private:
   struct Stream {
     IMedia* media;
@@ -160,8 +161,8 @@ class ShmSource final : public ThreadElement {
   std::vector<Stream> _streams;
   std::string _connect;  ///< under TreeMutex()
   std::atomic<unsigned int> _packets{0};
-};
   std::atomic<unsigned long long> _bytes{0};
+};
 
 [[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<ShmSource>(
     "ShmSource-shm-source", {Setting("connect", &ShmSource::SetConnect, &ShmSource::GetConnect,

@@ -23,17 +23,20 @@ constexpr const char* LinkAll = "all";
 constexpr const char* SynchroniserClass = "ele-sync";
 constexpr const char* BridgeClass = "BridgeSource";
 
-/// The line about `piece`, a part of `entry`. Always false.
-bool RefusePiece(const ConfigEntry& entry, const std::string& piece, const std::string& reason) {
-  const auto offset = entry.text.find(piece);
-  const auto position = entry.position + (offset == std::string::npos ? 0 : offset);
-  return Refuse("configuration: \"", piece, "\" at byte ", static_cast<unsigned long>(position),
-                ": ", reason);
+/// The line about `piece`, which stands at byte `position` of the configuration. Always false.
+bool RefusePiece(const std::string& piece, std::size_t position, const std::string& reason) {
+  return Refuse("configuration: ", base::QuotePiece(piece, position), ": ", reason);
+}
+bool RefuseEntry(const ConfigEntry& entry, const std::string& reason) {
+  return RefusePiece(entry.text, entry.position, reason);
+}
+bool RefuseType(const ConfigEntry& entry, const std::string& reason) {
+  return RefusePiece(entry.type, entry.typePosition, reason);
 }
 
 /// Passes `ok` on. When it is false and nobody has told why, the entry is quoted with `reason`.
 bool ToldUnless(bool ok, const ConfigEntry& entry, const std::string& reason) {
-  if (!ok && !FailureTold()) RefusePiece(entry, entry.text, reason);
+  if (!ok && !FailureTold()) RefuseEntry(entry, reason);
   return ok;
 }
 
@@ -67,7 +70,9 @@ bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet
     const auto id = base::Hash(key.c_str());
     if (id == base::Hash(NameKey) || id == base::Hash(LinkKey)) continue;
     if (!cl.Property(key.c_str()) && id != base::Hash("status")) {
-      return RefusePiece(entry, key, "class " + cl.Name() + " has no such property");
+      const base::ConfigSetting* setting = entry.Find(key.c_str());
+      return RefusePiece(setting->key, setting->position,
+                         "class " + cl.Name() + " has no such property");
     }
     own.Set(key.c_str(), value.c_str());
   }
@@ -107,16 +112,23 @@ class ApplicationBuilder {
 
   bool Add(const ConfigEntry& entry) {
     base::IClass* cl = FindClass(entry.type);
-    if (!cl) return RefusePiece(entry, entry.type, "there is no element or pipeline class like it");
-    const char* link = entry.settings.Get(LinkKey);
-    if (link && base::Hash(link) != base::Hash(LinkAll)) {
-      return RefusePiece(entry, link, "\"link\" can only be \"all\"");
+    if (!cl) return RefuseType(entry, "there is no element or pipeline class like it");
+    const base::ConfigSetting* link = entry.Find(LinkKey);
+    if (link && base::Hash(link->value.c_str()) != base::Hash(LinkAll)) {
+      return RefusePiece(link->value, link->valuePosition, "\"link\" can only be \"all\"");
     }
     if (!link && IsElement(*cl)) return AddToOpenPipeline(entry);
     _open = nullptr;
     const std::vector<Port*> outputs = link ? Outputs() : std::vector<Port*>();
     if (link && outputs.empty()) {
-      return RefusePiece(entry, entry.text, "there is no output before it that it could link");
+      return RefuseEntry(entry, "there is no output before it that it could link");
+    }
+    for (const Port* output : outputs) {
+      if (!output->Ring() && output->Owner()->HostState().live) {
+        return RefusePiece(link->value, link->valuePosition,
+                           "what \"" + Name(*output) + "\" brings in is live and must pass a " +
+                               "ring: put \"+RingSink\" behind it");
+      }
     }
     return IsElement(*cl) ? AddLinkedElement(entry, outputs) : AddPipeline(entry, *cl, outputs);
   }
@@ -153,8 +165,10 @@ class ApplicationBuilder {
     if (!element) return false;
     for (Port* output : outputs) {
       FailureTold() = false;
-      if (!ToldUnless(Bridge(*pipeline, *output, *synchroniser, *element), entry,
-                      "it cannot be linked to the output of " + Name(*output))) {
+      // A plug-in's element is asked for its inputs here.
+      const bool linked = Shielded(
+          "Link", element, [&] { return Bridge(*pipeline, *output, *synchroniser, *element); });
+      if (!ToldUnless(linked, entry, "it cannot be linked to the output of " + Name(*output))) {
         return false;
       }
     }
@@ -206,10 +220,11 @@ bool BuildPipeline(Pipeline& pipeline, const std::string& text) {
   IElement* last = nullptr;
   for (const ConfigEntry& entry : entries) {
     if (!base::IClass::Globle().Find(entry.type.c_str(), false, &typeid(IElement))) {
-      return RefusePiece(entry, entry.type, "there is no element class like it");
+      return RefuseType(entry, "there is no element class like it");
     }
-    if (entry.settings.Get(LinkKey)) {
-      return RefusePiece(entry, LinkKey, "elements of one pipeline are linked in their order");
+    if (const base::ConfigSetting* link = entry.Find(LinkKey)) {
+      return RefusePiece(link->key, link->position,
+                         "elements of one pipeline are linked in their order");
     }
     if (!Append(entry, pipeline, last)) return false;
   }

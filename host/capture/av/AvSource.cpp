@@ -1,5 +1,6 @@
 #include "host/capture/av/AvSource.h"
 
+#include "host/capture/av/InputOptions.h"
 #include "host/capture/av/LibavSource.h"
 #include "host/elements/Properties.h"
 #include "host/stream/Console.h"
@@ -80,6 +81,10 @@ bool AvSource::Keep(const char* key, const char* text) {
   if (!StatusIsNull()) return stream::Refuse("\"", Name(), "\" is open: ", key, " cannot change");
   const std::lock_guard<std::mutex> lock(stream::TreeMutex());
   _settings.Set(key, text);
+  InputOptions input;
+  if (const char* url = _settings.Get(Url)) input.url = url;
+  if (const char* format = _settings.Get(Format)) input.format = format;
+  HostState().live = input.Live();
   return true;
 }
 

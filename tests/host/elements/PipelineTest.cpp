@@ -232,6 +232,7 @@ struct Mistake {
 class MistakeTest : public testing::TestWithParam<Mistake> {};
 
 TEST_P(MistakeTest, IsToldInOneRedLine) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
   nimbo::test::ConsoleCapture console;
   auto app = Build(GetParam().text);
   EXPECT_FALSE(app && app->StatusSet("play"));
@@ -251,6 +252,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Mistake{"NotPv", "shm-source:connect=h264-0", "h264-0"},
                     Mistake{"UnknownSource", "shm-source:connect={pv:nothing-1}",
                             "no capture source \"nothing-1\""},
+                    Mistake{"LiveWithoutRing",
+                            "shm-source:connect={pv:h264-feed}+collector:link=all",
+                            "\"app/ShmSource\" brings in is live and must pass a ring: put "
+                            "\"+RingSink\" behind it"},
                     Mistake{"BadMax", "fifofilter:max=0", "max=0: a number of packets"},
                     Mistake{"BadSize", "RingSink:size=big", "size=big: a number of packets"}),
     [](const auto& mistake) { return mistake.param.name; });

@@ -81,9 +81,13 @@ class TestFilter : public Probe<IElement> {
   IPort* PortAdd(const char*, const char*) override { return nullptr; }
 };
 
-/// Counts packets; a packet can be refused (SetFail "ReceivePacket") or raise an exception.
+/// Counts packets; a packet or port can be refused ("ReceivePacket", "PortAdd") or raise an
+/// exception.
 class TestSink : public Probe<ISink> {
  public:
+  IPort* PortAdd(const char* caps, const char* direction) override {
+    return Step("PortAdd") ? ISink::PortAdd(caps, direction) : nullptr;
+  }
   bool ReceivePacket(Packet& packet, void* from) override;
   bool SetPort(IPort* port);
   int Packets() { return packets; }
