@@ -150,9 +150,9 @@ EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {
       case AccessUnitReader::Result::Failed:
         return Result::Failed;
     }
+    Check(unit);
     if (!TakeParameters(unit, error)) return Result::Failed;
     if (Media()) {
-      Check(unit);
       frame = {unit.data, unit.size, unit.key};
       return Result::Frame;
     }
@@ -188,6 +188,7 @@ bool EsVideoTrack::TakeParameters(const AccessUnit& unit, std::string& error) {
     error = "the SPS at byte " + std::to_string(unit.offset + behind) + " is damaged";
     return false;
   }
+  if (Media()) Warn("its parameter sets change, of which players may not be told");
   // Times count frames, so the rate stays what it was for the first one.
   if (!Media()) SetRate(_asked.frames ? _asked : info.rate.frames ? info.rate : UsualRate);
   SetMedia(stream::NewH264Media(info.width, info.height, _sps, _pps));

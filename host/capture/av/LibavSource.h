@@ -15,7 +15,7 @@ namespace nimbo::capture::av {
 
 /// The capture source "av": the first video and the first audio stream of anything that libavformat
 /// opens. What the wire format can describe is passed through; all else is transcoded, with one
-/// line that says why.
+/// line that says why. That is decided once, by what comes first: see H264Pass.
 ///
 /// Options: `url`; `format`, where libavformat does not find it out (v4l2, alsa, ...); `pace`:
 /// `realtime` (as usual) or `fast`; `loop`, how often it is played: a number, or `true` for without

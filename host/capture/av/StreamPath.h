@@ -27,7 +27,10 @@ class StreamPath {
   StreamOutput _output;
 };
 
-/// H.264 that the wire format can describe, as it is.
+/// H.264 that the wire format can describe, as it is. A stream that passed the probe and gets B
+/// pictures, slices or further parameter sets later on ends there, with a line that names
+/// transcode=true: transcoding the rest would not help, since publishers send the parameter sets
+/// once and players would decode it with those of the beginning.
 class H264Pass final : public StreamPath {
  public:
   /// `sets` are the one SPS and the one PPS of the stream, known from its beginning.

@@ -299,6 +299,8 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"SeveralPps", "video",
                 Pictures({test::Sps, Pps(0x71), Pps(0x72), Slice(test::IdrSlice, 0x88)}),
                 "several parameter sets"},
+        Mistake{"ChangedPps", "video",
+                Pictures({test::Sps, Pps(0x71), Slice(test::IdrSlice, 0x88)}), "sets change"},
         Mistake{"RepeatedPps", "video",
                 Pictures({test::Sps, test::Pps, test::Pps, Slice(test::IdrSlice, 0x88)}), ""},
         // sampling_frequency_index 11 and 12, LC in stereo.
