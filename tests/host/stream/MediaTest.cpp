@@ -18,7 +18,7 @@ TEST(MediaTest, ParameterSetsAreReadAsPointersWithLengths) {
   EXPECT_EQ(test::Bytes(sps, sps + size), test::Sps);
   int width = 0;
   EXPECT_TRUE(media->GetIntT("w", width));
-  EXPECT_EQ(width, 64);
+  EXPECT_EQ(width, 1280);
 }
 
 TEST(MediaTest, MissingAndMismatchedParametersLeaveTheValueAlone) {
