@@ -33,25 +33,22 @@ ChunkReader::Step ChunkReader::TakeChunk(const std::function<void(Message&)>& co
   const std::size_t available = _pending.size() - _start;
   if (available < 1) return Step::NeedsMore;
 
-  // Basic header: the numbers 0 and 1 stand for one and two more bytes.
   const unsigned format = bytes[0] >> FormatShift;
-  unsigned number = bytes[0] & ChannelMask;
-  const std::size_t basic = number == 0 ? 2 : number == 1 ? 3 : 1;
-  if (available < basic) return Step::NeedsMore;
-  if (basic > 1) number = 64u + bytes[1] + (basic == 3 ? 256u * bytes[2] : 0u);
+  const unsigned number = bytes[0] & ChannelMask;
+  if (number < 2) return Fail("chunk stream beyond 63");  // which no publisher needs
 
-  std::size_t used = basic + MessageHeaderSizes[format];
+  std::size_t used = 1 + MessageHeaderSizes[format];
   if (available < used) return Step::NeedsMore;
   Channel& channel = _channels[number];
   if (channel.partial && format != 3) return Fail("new message inside another one");
-  const std::uint32_t field = format == 3 ? channel.last.timeField : ReadBig(bytes + basic, 3);
+  const std::uint32_t field = format == 3 ? channel.last.timeField : ReadBig(bytes + 1, 3);
   std::optional<std::uint32_t> extended;
   if (field == ExtendedMark) {
     if (available < used + 4) return Step::NeedsMore;
     extended = ReadBig(bytes + used, 4);
     used += 4;
   }
-  const std::uint32_t length = format < 2 ? ReadBig(bytes + basic + 3, 3) : channel.length;
+  const std::uint32_t length = format < 2 ? ReadBig(bytes + 4, 3) : channel.length;
   const std::size_t have = channel.partial ? channel.message.body.size() : 0;
   const std::size_t take = std::min<std::size_t>(_chunk_size, length - have);
   if (available < used + take) return Step::NeedsMore;
@@ -61,7 +58,7 @@ ChunkReader::Step ChunkReader::TakeChunk(const std::function<void(Message&)>& co
     channel.last.timeField = field;
     channel.last.extended = extended;
     channel.length = length;
-    TakeHeader(channel, format, bytes + basic);
+    TakeHeader(channel, format, bytes + 1);
     message = channel.last;
     message.chunkStream = number;
     message.header.assign(bytes, bytes + used);
@@ -74,7 +71,6 @@ ChunkReader::Step ChunkReader::TakeChunk(const std::function<void(Message&)>& co
   _start += used + take;
   if (channel.partial) return Step::Taken;
 
-  message.arrival = std::chrono::steady_clock::now();
   if (message.type == SetChunkSizeMessage && message.body.size() == 4) {
     _chunk_size = ReadBig(message.body.data(), 4);
     if (_chunk_size < 1 || _chunk_size > MaximalChunkSize) return Fail("chunk size out of range");
@@ -86,16 +82,10 @@ ChunkReader::Step ChunkReader::TakeChunk(const std::function<void(Message&)>& co
 void ChunkReader::TakeHeader(Channel& channel, unsigned format, const unsigned char* fields) {
   Message& last = channel.last;
   if (format < 2) last.type = fields[6];
-  if (format == 0) {  // the message stream id is the one little-endian field
-    last.stream = fields[7] | fields[8] * 0x100u | fields[9] * 0x10000u | fields[10] * 0x1000000u;
-  }
-  const std::uint32_t time = last.extended.value_or(last.timeField);
   if (format == 0) {
-    last.time = time;
-    channel.delta = 0;
-  } else {
-    if (format != 3) channel.delta = time;
-    last.time += channel.delta;
+    last.time = last.extended.value_or(last.timeField);
+    // the message stream id is the one little-endian field
+    last.stream = fields[7] | fields[8] * 0x100u | fields[9] * 0x10000u | fields[10] * 0x1000000u;
   }
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -17,11 +16,8 @@ enum MessageType : std::uint8_t {
   SetChunkSizeMessage = 1,
   AcknowledgementMessage = 3,
   UserControlMessage = 4,
-  WindowSizeMessage = 5,
-  PeerBandwidthMessage = 6,
   AudioMessage = 8,
   VideoMessage = 9,
-  DataMessage = 18,
   CommandMessage = 20,
 };
 
@@ -32,11 +28,10 @@ struct Message {
   Bytes header;                           ///< first chunk's header: basic, message and extended
   std::uint32_t timeField = 0;            ///< the 24-bit time stamp field; 0 where there is none
   std::optional<std::uint32_t> extended;  ///< the extended time stamp, where there is one
-  std::uint32_t time = 0;                 ///< absolute time stamp, ms
+  std::uint32_t time = 0;                 ///< of the last full header on its chunk stream, ms
   std::uint8_t type = 0;
   std::uint32_t stream = 0;  ///< message stream id
   Bytes body;
-  std::chrono::steady_clock::time_point arrival;
 
   bool IsMedia() const { return type == AudioMessage || type == VideoMessage; }
 };
@@ -52,13 +47,11 @@ class ChunkReader {
   bool Feed(const unsigned char* bytes, std::size_t size,
             const std::function<void(Message&)>& complete);
 
-  std::uint32_t ChunkSize() const { return _chunk_size; }
   const std::string& Error() const { return _error; }
 
  private:
   struct Channel {
     Message last;  ///< header fields that later chunks inherit
-    std::uint32_t delta = 0;
     std::uint32_t length = 0;
     bool partial = false;
     Message message;

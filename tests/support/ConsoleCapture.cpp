@@ -1,14 +1,14 @@
 #include "tests/support/ConsoleCapture.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/eventfd.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace nimbo::test {
 namespace {
@@ -18,59 +18,32 @@ const std::string Reset = "\x1B[0m";
 
 }  // namespace
 
-ConsoleCapture::ConsoleCapture() {
+ConsoleCapture::ConsoleCapture()
+    : _console(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)),
+      _file(memfd_create("console", MFD_CLOEXEC)) {
+  if (_file < 0) throw std::runtime_error("no file in memory");
   std::fflush(stdout);
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-  _console = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-  _read = ends[0];
-  fcntl(_read, F_SETFL, O_NONBLOCK);
-  dup2(ends[1], STDOUT_FILENO);
-  close(ends[1]);
-  _stop = eventfd(0, EFD_CLOEXEC);
-  _collector = std::thread([this] { Collect(); });
+  dup2(_file, STDOUT_FILENO);
 }
 
 ConsoleCapture::~ConsoleCapture() {
-  std::fflush(stdout);
+  _cleared = 0;
+  const std::string all = Text();
   dup2(_console, STDOUT_FILENO);
-  eventfd_write(_stop, 1);
-  _collector.join();
-  Drain();
-  close(_read);
-  close(_stop);
+  std::fwrite(all.data(), 1, all.size(), stdout);
+  close(_file);
   close(_console);
-}
-
-void ConsoleCapture::Collect() {
-  pollfd waiting[] = {{_read, POLLIN, 0}, {_stop, POLLIN, 0}};
-  while (poll(waiting, 2, -1) >= 0 && waiting[1].revents == 0) Drain();
-}
-
-/// Takes what lies in the pipe, so that all that was written before the call has been seen.
-void ConsoleCapture::Drain() {
-  {
-    const std::lock_guard<std::mutex> lock(_mutex);
-    char buffer[4096];
-    for (ssize_t got; (got = read(_read, buffer, sizeof buffer)) > 0;) {
-      _text.append(buffer, static_cast<std::size_t>(got));
-      if (write(_console, buffer, static_cast<std::size_t>(got)) < 0) continue;
-    }
-  }
-  _changed.notify_all();
 }
 
 std::string ConsoleCapture::Text() {
   std::fflush(stdout);
-  Drain();
-  const std::lock_guard<std::mutex> lock(_mutex);
-  return _text;
-}
-
-void ConsoleCapture::Clear() {
-  Text();
-  const std::lock_guard<std::mutex> lock(_mutex);
-  _text.clear();
+  std::string text;
+  char buffer[4096];
+  for (ssize_t got; (got = pread(_file, buffer, sizeof buffer,
+                                 static_cast<off_t>(_cleared + text.size()))) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+  return text;
 }
 
 std::vector<ConsoleLine> ConsoleCapture::Lines() {
@@ -116,9 +89,12 @@ std::size_t ConsoleCapture::Count(const std::string& text) {
 }
 
 bool ConsoleCapture::WaitFor(const std::string& text, std::chrono::nanoseconds timeout) {
-  std::fflush(stdout);
-  std::unique_lock<std::mutex> lock(_mutex);
-  return _changed.wait_for(lock, timeout, [&] { return _text.find(text) != std::string::npos; });
+  const auto end = std::chrono::steady_clock::now() + timeout;
+  while (Text().find(text) == std::string::npos) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
 }
 
 }  // namespace nimbo::test

@@ -1,11 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace nimbo::test {
@@ -20,7 +16,8 @@ struct ConsoleLine {
 };
 
 /// Collects what the process writes to its standard output while it lives, the framework's console
-/// stream included, and passes it on. One at a time. All functions may be called from any thread.
+/// stream included, and passes it on at its end. One at a time. All functions but Clear may be
+/// called from any thread.
 class ConsoleCapture {
  public:
   ConsoleCapture();
@@ -37,19 +34,12 @@ class ConsoleCapture {
   std::size_t Count(const std::string& text);
   bool WaitFor(const std::string& text, std::chrono::nanoseconds timeout = std::chrono::minutes(1));
   /// Forgets what was written so far.
-  void Clear();
+  void Clear() { _cleared += Text().size(); }
 
  private:
-  void Collect();
-  void Drain();
-
   int _console;  ///< the standard output that was found
-  int _read;
-  int _stop;
-  std::thread _collector;
-  std::mutex _mutex;
-  std::condition_variable _changed;
-  std::string _text;  ///< under _mutex
+  int _file;     ///< the one that stands in its place
+  std::size_t _cleared = 0;
 };
 
 }  // namespace nimbo::test

@@ -1,86 +1,71 @@
 #include "tests/support/IngestServer.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/eventfd.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <optional>
 #include <stdexcept>
-
-#include "tests/support/Handshake.h"
 
 namespace nimbo::test {
 namespace {
 
-constexpr unsigned ControlChannel = 2;
+// RTMP 1.0, section 5.2: the handshake.
+constexpr std::size_t HandshakeSize = 1536;
+constexpr unsigned char RtmpVersion = 3;
+
 constexpr unsigned CommandChannel = 3;
-constexpr unsigned StreamChannel = 5;
 constexpr std::uint32_t StreamId = 1;
-constexpr std::uint32_t WindowSize = 2500000;
 constexpr int Backlog = 64;
 
-sockaddr_storage Loopback(bool ipv6, int port, socklen_t& size) {
-  sockaddr_storage address{};
-  if (ipv6) {
-    auto& in = reinterpret_cast<sockaddr_in6&>(address);
-    in.sin6_family = AF_INET6;
-    in.sin6_addr = in6addr_loopback;
-    in.sin6_port = htons(static_cast<std::uint16_t>(port));
-    size = sizeof in;
-  } else {
-    auto& in = reinterpret_cast<sockaddr_in&>(address);
-    in.sin_family = AF_INET;
-    in.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    in.sin_port = htons(static_cast<std::uint16_t>(port));
-    size = sizeof in;
+/// A loopback address of either family: port and family are at the same place in both.
+struct Loopback {
+  Loopback(bool ipv6, int port) : size(ipv6 ? sizeof v6 : sizeof v4) {
+    v6.sin6_family = ipv6 ? AF_INET6 : AF_INET;
+    v6.sin6_port = htons(static_cast<std::uint16_t>(port));
+    ipv6 ? void(v6.sin6_addr = in6addr_loopback)
+         : void(v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK));
   }
-  return address;
-}
+  union {
+    sockaddr_in6 v6 = {};
+    sockaddr_in v4;
+    sockaddr any;
+  };
+  socklen_t size;
+};
 
 /// Binds a socket to a loopback port (0: a free one), which is stored.
 int BoundSocket(bool ipv6, int& port) {
   const int descriptor = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int yes = 1;
   setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  socklen_t size = 0;
-  sockaddr_storage address = Loopback(ipv6, port, size);
-  if (bind(descriptor, reinterpret_cast<sockaddr*>(&address), size) != 0) {
+  Loopback address(ipv6, port);
+  if (bind(descriptor, &address.any, address.size) != 0) {
+    close(descriptor);
     throw std::runtime_error("cannot bind a loopback port");
   }
-  getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-  port = ntohs(reinterpret_cast<sockaddr_in&>(address).sin_port);  // same place in both families
+  getsockname(descriptor, &address.any, &address.size);
+  port = ntohs(address.v6.sin6_port);
   return descriptor;
 }
 
-AmfValue Information(const char* level, const char* code) {
-  return AmfValue({{"level", level}, {"code", code}, {"description", code}});
+std::string UrlOf(int port) { return "rtmp://127.0.0.1:" + std::to_string(port) + "/live/stream"; }
+
+template <class Condition>
+std::vector<Message> Select(const std::vector<Message>& messages, Condition condition) {
+  std::vector<Message> found;
+  std::copy_if(messages.begin(), messages.end(), std::back_inserter(found), condition);
+  return found;
 }
 
 }  // namespace
 
 std::vector<Message> Record::OfType(std::uint8_t type) const {
-  std::vector<Message> found;
-  for (const Message& message : messages) {
-    if (message.type == type) found.push_back(message);
-  }
-  return found;
+  return Select(messages, [type](const Message& message) { return message.type == type; });
 }
 
 std::vector<Message> Record::Media() const {
-  std::vector<Message> found;
-  for (const Message& message : messages) {
-    if (message.IsMedia()) found.push_back(message);
-  }
-  return found;
-}
-
-std::size_t Record::MediaCount() const {
-  return static_cast<std::size_t>(std::count_if(
-      messages.begin(), messages.end(), [](const Message& message) { return message.IsMedia(); }));
+  return Select(messages, [](const Message& message) { return message.IsMedia(); });
 }
 
 std::vector<std::string> Record::CommandNames() const {
@@ -92,40 +77,21 @@ std::vector<std::string> Record::CommandNames() const {
 /// One publisher. Its thread reads and answers; the record is shared under the server's lock.
 class IngestServer::Connection {
  public:
-  Connection(IngestServer& server, std::unique_ptr<Transport> transport, Script script)
-      : _server(server), _script(std::move(script)), _transport(std::move(transport)) {}
-
-  void Begin() {
+  Connection(IngestServer& server, std::shared_ptr<Transport> own, const Script& script)
+      : transport(std::move(own)), _server(server), _script(script), _io(transport.get()) {
     _thread = std::thread([this] { Run(); });
   }
-  /// Ends the connection and waits for its thread.
-  void End() {
-    {
-      const std::lock_guard<std::mutex> lock(_server._mutex);
-      _stopped = true;
-    }
-    _server._changed.notify_all();
-    Break(false);
-    _thread.join();
-  }
-  void Break(bool reset) {
-    if (const auto transport = Open()) reset ? transport->Reset() : transport->Close();
-  }
-  void Write(const Bytes& bytes) {
-    if (const auto transport = Open()) transport->Write(bytes);
-  }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+  ~Connection() { _thread.join(); }
 
-  Record record;  ///< under the server's lock
+  // Under the server's lock.
+  Record record;
+  std::shared_ptr<Transport> transport;  ///< null when the connection has ended
 
  private:
   /// Thrown to end the thread's work, from wherever it stands.
   struct Over {};
-
-  /// Null when the connection has ended; its descriptor is then free.
-  std::shared_ptr<Transport> Open() {
-    const std::lock_guard<std::mutex> lock(_server._mutex);
-    return _transport;
-  }
 
   template <class F>
   void Update(F change) {
@@ -137,8 +103,6 @@ class IngestServer::Connection {
   }
 
   void Run() {
-    const std::shared_ptr<Transport> transport = Open();
-    _io = transport.get();
     try {
       Serve();
     } catch (const Over&) {
@@ -146,27 +110,31 @@ class IngestServer::Connection {
     _io->Close();
     Update([this](Record& to) {
       to.ended = true;
-      _transport.reset();
+      transport.reset();
     });
+  }
+
+  [[noreturn]] void Complain(const std::string& error) {
+    Update([&](Record& to) { to.error = error; });
+    throw Over();
   }
 
   void Serve() {
     Reach(Point::Accepted);
     if (!_io->Handshake()) throw Over();
-    Reach(Point::SecureLayer);
     const Bytes hello = ReadExactly(1 + HandshakeSize);
-    Reach(Point::C0C1);
-    const auto answer = AnswerHandshake(hello);
-    if (!answer) return Update([](Record& to) { to.error = "not RTMP version 3"; });
-    Say(*answer);
+    if (hello[0] != RtmpVersion) Complain("not RTMP version 3");
+    Reach(Point::Hello);
+    Bytes answer = hello;  // version and S1, for which any bytes do, then S2, which echoes C1
+    answer.insert(answer.end(), hello.begin() + 1, hello.end());
+    Say(answer);
     ReadExactly(HandshakeSize);
-    Reach(Point::C2);
     ChunkReader reader;
     for (;;) {
       unsigned char buffer[16384];
       const std::size_t size = ReadSome(buffer, sizeof buffer);
       if (!reader.Feed(buffer, size, [this](Message& message) { Take(message); })) {
-        return Update([&](Record& to) { to.error = reader.Error(); });
+        Complain(reader.Error());
       }
     }
   }
@@ -175,13 +143,7 @@ class IngestServer::Connection {
     const ssize_t got = _io->Read(buffer, size);
     if (got <= 0) throw Over();
     const auto count = static_cast<std::size_t>(got);
-    std::size_t total = 0;
-    Update([&](Record& to) { total = to.bytes += count; });
-    for (const Rule& rule : _script.rules) {
-      if (rule.at == Point::ByteCount && total >= rule.count && total - count < rule.count) {
-        React(rule);
-      }
-    }
+    Update([count](Record& to) { to.bytes += count; });
     return count;
   }
 
@@ -191,51 +153,31 @@ class IngestServer::Connection {
     return bytes;
   }
 
+  /// Ends the thread's work early when the server ends.
+  void Pause(std::chrono::nanoseconds duration) {
+    std::unique_lock<std::mutex> lock(_server._mutex);
+    if (_server._changed.wait_for(lock, duration, [this] { return _server._stopped; })) {
+      throw Over();
+    }
+  }
+
   /// Sends an answer at the script's pace.
   void Say(const Bytes& bytes) {
-    if (_mute) return;
-    if (_script.trickle.count() == 0) {
-      if (!_io->Write(bytes)) throw Over();
-      return;
-    }
-    for (const unsigned char byte : bytes) {
-      if (!_io->Write({byte})) throw Over();
-      std::unique_lock<std::mutex> lock(_server._mutex);
-      if (_server._changed.wait_for(lock, _script.trickle, [this] { return _stopped; })) {
-        throw Over();
-      }
+    const std::size_t piece = _script.trickle.count() > 0 ? 1 : bytes.size();
+    for (auto at = bytes.begin(); at != bytes.end(); at += static_cast<std::ptrdiff_t>(piece)) {
+      if (!_io->Write(Bytes(at, at + static_cast<std::ptrdiff_t>(piece)))) throw Over();
+      if (piece == 1) Pause(_script.trickle);
     }
   }
 
   /// Does what the script says for this point. True when the publisher is to be refused.
   bool Reach(Point point, std::size_t count = 1) {
-    bool refuse = false;
     for (const Rule& rule : _script.rules) {
-      if (rule.at == point && rule.count == count) refuse |= React(rule);
-    }
-    return refuse;
-  }
-
-  bool React(const Rule& rule) {
-    switch (rule.reaction) {
-      case Reaction::Refuse:
-        return true;
-      case Reaction::Mute:
-        _mute = true;
-        return false;
-      case Reaction::Stall: {
-        std::unique_lock<std::mutex> lock(_server._mutex);
-        _server._changed.wait(lock, [this] { return _stopped; });
-        throw Over();
-      }
-      case Reaction::Close:
-        throw Over();
-      case Reaction::Reset:
-        _io->Reset();
-        throw Over();
-      case Reaction::Send:
-        Say(rule.bytes);
-        return false;
+      if (rule.at != point || rule.count != count) continue;
+      if (rule.reaction == Reaction::Refuse) return true;
+      while (rule.reaction == Reaction::Stall) Pause(LongTime);
+      if (rule.reaction == Reaction::Reset) _io->Reset();
+      throw Over();
     }
     return false;
   }
@@ -243,65 +185,45 @@ class IngestServer::Connection {
   void Take(Message& message) {
     std::size_t media = 0;
     Update([&](Record& to) {
-      if (message.type == SetChunkSizeMessage) to.chunkSize = ReadBig(message.body.data(), 4);
       to.messages.push_back(message);
-      media = to.MediaCount();
+      if (message.IsMedia()) media = ++to.mediaCount;
     });
     if (message.IsMedia()) Reach(Point::Media, media);
     if (message.type != CommandMessage) return;
-
-    std::vector<AmfValue> values;
-    if (!DecodeAmf(message.body, values) || values.size() < 2) {
-      Update([](Record& to) { to.error = "command is no AMF0"; });
-      throw Over();
-    }
-    Command command{values[0].text, values[1].number, {values.begin() + 2, values.end()}};
+    const Command command = DecodeCommand(message.body);
+    if (command.name.empty()) Complain("not a command");
     Update([&](Record& to) { to.commands.push_back(command); });
     Answer(command);
   }
 
-  void Reply(const char* name, const Command& to, const AmfValue& first, const AmfValue& second) {
-    Say(EncodeMessage(CommandChannel, CommandMessage, 0,
-                      EncodeAmf({name, to.transaction, first, second})));
-  }
-  void Status(const char* level, const char* code) {
-    Say(EncodeMessage(StreamChannel, CommandMessage, StreamId,
-                      EncodeAmf({"onStatus", 0.0, AmfValue::Null(), Information(level, code)})));
+  void Reply(const std::string& name, double transaction, std::uint32_t stream, const Bytes& end) {
+    Say(EncodeMessage(CommandChannel, CommandMessage, stream,
+                      EncodeCommand(name, transaction, end)));
   }
 
   void Answer(const Command& command) {
     if (command.name == "connect") {
-      if (Reach(Point::Connect)) {
-        return Reply("_error", command, AmfValue::Null(),
-                     Information("error", "NetConnection.Connect.Rejected"));
-      }
-      Bytes window;
-      AppendBig(window, WindowSize, 4);
-      Say(EncodeMessage(ControlChannel, WindowSizeMessage, 0, window));
-      AppendBig(window, 2, 1);  // limit type "dynamic"
-      Say(EncodeMessage(ControlChannel, PeerBandwidthMessage, 0, window));
-      Reply("_result", command, AmfValue({{"fmsVer", "FMS/3,0,1,123"}, {"capabilities", 31.0}}),
-            Information("status", "NetConnection.Connect.Success"));
+      const bool refused = Reach(Point::Connect);
+      Reply(refused ? "_error" : "_result", command.transaction, 0,
+            refused ? EncodeInformation("error", "NetConnection.Connect.Rejected")
+                    : EncodeInformation("status", "NetConnection.Connect.Success"));
     } else if (command.name == "createStream") {
-      if (Reach(Point::CreateStream)) {
-        return Reply("_error", command, AmfValue::Null(),
-                     Information("error", "NetConnection.Call.Failed"));
-      }
-      Reply("_result", command, AmfValue::Null(), static_cast<double>(StreamId));
+      const bool refused = Reach(Point::CreateStream);
+      Reply(refused ? "_error" : "_result", command.transaction, 0,
+            refused ? EncodeInformation("error", "NetConnection.Call.Failed")
+                    : EncodeNumber(StreamId));
     } else if (command.name == "publish") {
-      if (Reach(Point::Publish)) return Status("error", "NetStream.Publish.BadName");
-      Status("status", "NetStream.Publish.Start");
-      Update([](Record& to) { to.published = true; });
-      Reach(Point::Published);
+      const bool refused = Reach(Point::Publish);
+      Reply("onStatus", 0, StreamId,
+            refused ? EncodeInformation("error", "NetStream.Publish.BadName")
+                    : EncodeInformation("status", "NetStream.Publish.Start"));
+      Update([refused](Record& to) { to.published = !refused; });
     }
   }
 
   IngestServer& _server;
   const Script _script;
-  std::shared_ptr<Transport> _transport;  ///< under the server's lock
-  bool _stopped = false;                  ///< under the server's lock
-  Transport* _io = nullptr;               ///< the thread's own view of the transport
-  bool _mute = false;
+  Transport* const _io;  ///< the thread's own view of the transport
   std::thread _thread;
 };
 
@@ -315,31 +237,32 @@ IngestServer::IngestServer(std::vector<Script> scripts, Options options)
 
 IngestServer::~IngestServer() {
   StopListening();
-  for (const auto& connection : _connections) connection->End();
+  {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _stopped = true;
+  }
+  _changed.notify_all();
+  for (std::size_t i = 0; i < _connections.size(); ++i) Close(i);
+  _connections.clear();
 }
 
 void IngestServer::Listen() {
   _listener = BoundSocket(_options.ipv6, _port);
-  _stop = eventfd(0, EFD_CLOEXEC);
   listen(_listener, Backlog);
   _acceptor = std::thread([this] { Accept(); });
 }
 
 void IngestServer::StopListening() {
   if (!_acceptor.joinable()) return;
-  eventfd_write(_stop, 1);
+  shutdown(_listener, SHUT_RDWR);  // ends the accept
   _acceptor.join();
   close(_listener);
-  close(_stop);
 }
 
 void IngestServer::Accept() {
-  pollfd waiting[] = {{_listener, POLLIN, 0}, {_stop, POLLIN, 0}};
   for (;;) {
-    poll(waiting, 2, -1);
-    if (waiting[1].revents != 0) return;
     const int descriptor = accept4(_listener, nullptr, nullptr, SOCK_CLOEXEC);
-    if (descriptor < 0) continue;
+    if (descriptor < 0) return;
     const Script& script = _scripts[std::min(Connections(), _scripts.size() - 1)];
     if (script.receiveBuffer > 0) {
       setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &script.receiveBuffer,
@@ -347,11 +270,9 @@ void IngestServer::Accept() {
     }
     auto transport =
         _options.secure ? _options.secure(descriptor) : std::make_unique<Transport>(descriptor);
-    auto connection = std::make_shared<Connection>(*this, std::move(transport), script);
     {
       const std::lock_guard<std::mutex> lock(_mutex);
-      connection->Begin();
-      _connections.push_back(std::move(connection));
+      _connections.push_back(std::make_unique<Connection>(*this, std::move(transport), script));
     }
     _changed.notify_all();
   }
@@ -368,67 +289,62 @@ std::size_t IngestServer::Connections() const {
   return _connections.size();
 }
 
-std::shared_ptr<IngestServer::Connection> IngestServer::At(std::size_t connection) const {
-  std::unique_lock<std::mutex> lock(_mutex);
-  if (!_changed.wait_for(lock, LongTime, [&] { return _connections.size() > connection; })) {
-    throw std::runtime_error("there is no connection " + std::to_string(connection));
-  }
-  return _connections[connection];
-}
-
-Record IngestServer::Get(std::size_t connection) const {
-  const auto found = At(connection);
-  const std::lock_guard<std::mutex> lock(_mutex);
-  return found->record;
-}
-
-bool IngestServer::WaitForConnections(std::size_t count, std::chrono::nanoseconds timeout) {
-  std::unique_lock<std::mutex> lock(_mutex);
-  return _changed.wait_for(lock, timeout, [&] { return _connections.size() >= count; });
-}
-
 bool IngestServer::WaitFor(std::size_t connection,
                            const std::function<bool(const Record&)>& condition,
-                           std::chrono::nanoseconds timeout) {
+                           std::chrono::nanoseconds timeout) const {
   std::unique_lock<std::mutex> lock(_mutex);
   return _changed.wait_for(lock, timeout, [&] {
     return _connections.size() > connection && condition(_connections[connection]->record);
   });
 }
 
-bool IngestServer::WaitForMedia(std::size_t connection, std::size_t count,
-                                std::chrono::nanoseconds timeout) {
-  return WaitFor(
-      connection, [count](const Record& record) { return record.MediaCount() >= count; }, timeout);
+Record IngestServer::Get(std::size_t connection) const {
+  Record copy;
+  const auto take = [&copy](const Record& record) {
+    copy = record;
+    return true;
+  };
+  if (!WaitFor(connection, take)) throw std::runtime_error("there is no such connection");
+  return copy;
 }
 
-bool IngestServer::WaitForPublish(std::size_t connection, std::chrono::nanoseconds timeout) {
-  return WaitFor(
-      connection, [](const Record& record) { return record.published; }, timeout);
+bool IngestServer::WaitForMedia(std::size_t connection, std::size_t count) const {
+  return WaitFor(connection, [count](const Record& record) { return record.mediaCount >= count; });
 }
 
-bool IngestServer::WaitForEnd(std::size_t connection, std::chrono::nanoseconds timeout) {
-  return WaitFor(
-      connection, [](const Record& record) { return record.ended; }, timeout);
+bool IngestServer::WaitForPublish(std::size_t connection) const {
+  return WaitFor(connection, [](const Record& record) { return record.published; });
+}
+
+bool IngestServer::WaitForEnd(std::size_t connection) const {
+  return WaitFor(connection, [](const Record& record) { return record.ended; });
+}
+
+std::shared_ptr<Transport> IngestServer::TransportOf(std::size_t connection) const {
+  const std::lock_guard<std::mutex> lock(_mutex);
+  return _connections.at(connection)->transport;
 }
 
 void IngestServer::Send(std::size_t connection, const Bytes& bytes) {
-  At(connection)->Write(bytes);
+  if (const auto transport = TransportOf(connection)) transport->Write(bytes);
 }
-void IngestServer::Close(std::size_t connection) { At(connection)->Break(false); }
-void IngestServer::Reset(std::size_t connection) { At(connection)->Break(true); }
+
+void IngestServer::Close(std::size_t connection) {
+  if (const auto transport = TransportOf(connection)) transport->Close();
+}
+
+void IngestServer::Reset(std::size_t connection) {
+  if (const auto transport = TransportOf(connection)) transport->Reset();
+}
 
 FullListener::FullListener() {
   constexpr int Fillers = 4;  // a queue of length 0 holds one connection
-  const int listener = BoundSocket(false, _port);
-  _descriptors.push_back(listener);
-  listen(listener, 0);
-  socklen_t size = 0;
-  const sockaddr_storage address = Loopback(false, _port, size);
+  _descriptors.push_back(BoundSocket(false, _port));
+  listen(_descriptors.back(), 0);
+  const Loopback address(false, _port);
   for (int i = 0; i < Fillers; ++i) {
-    const int filler = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    connect(filler, reinterpret_cast<const sockaddr*>(&address), size);
-    _descriptors.push_back(filler);
+    _descriptors.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    connect(_descriptors.back(), &address.any, address.size);
   }
 }
 
@@ -436,14 +352,12 @@ FullListener::~FullListener() {
   for (const int descriptor : _descriptors) close(descriptor);
 }
 
-std::string FullListener::Url() const {
-  return "rtmp://127.0.0.1:" + std::to_string(_port) + "/live/stream";
-}
+std::string FullListener::Url() const { return UrlOf(_port); }
 
-int UnusedPort() {
+std::string UnusedUrl() {
   int port = 0;
   close(BoundSocket(false, port));
-  return port;
+  return UrlOf(port);
 }
 
 }  // namespace nimbo::test

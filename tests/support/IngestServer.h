@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -8,9 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/Amf0.h"
 #include "tests/support/ChunkReader.h"
-#include "tests/support/Script.h"
+#include "tests/support/Command.h"
 #include "tests/support/Transport.h"
 
 namespace nimbo::test {
@@ -18,33 +18,60 @@ namespace nimbo::test {
 /// What no machine that runs these tests should need for one step.
 constexpr std::chrono::seconds LongTime{60};
 
-/// A command message.
-struct Command {
-  std::string name;
-  double transaction = 0;
-  std::vector<AmfValue> arguments;  ///< behind the transaction number
+/// Where in a connection's life something can happen.
+enum class Point {
+  Accepted,      ///< the TCP connection stands, nothing was read
+  Hello,         ///< the publisher's greeting came, not answered
+  Connect,       ///< the command came, not answered
+  CreateStream,  ///< the command came, not answered
+  Publish,       ///< the command came, not answered
+  Media,         ///< the count-th audio or video message came (from 1)
+};
+
+enum class Reaction {
+  Refuse,  ///< answer the command with an error, then go on
+  Stall,   ///< neither read nor answer any more
+  Close,   ///< end the connection in good order
+  Reset,   ///< end the connection with a reset
+};
+
+struct Rule {
+  Point at;
+  Reaction reaction;
+  std::size_t count = 1;  ///< for Media
+};
+
+/// How the server treats one connection. The empty script accepts everything, as a common server
+/// does.
+struct Script {
+  std::vector<Rule> rules;
+  /// With a pause above zero, answers leave one byte at a time, this far apart.
+  std::chrono::milliseconds trickle{0};
+  /// Receive buffer of the connection in bytes, so that a stall soon fills the sender's window; 0
+  /// for the system's choice.
+  int receiveBuffer = 0;
 };
 
 /// All that is known of one connection so far.
 struct Record {
   std::vector<Message> messages;  ///< in the order in which they were complete
-  std::vector<Command> commands;
-  std::uint32_t chunkSize = ChunkReader::DefaultChunkSize;
-  std::size_t bytes = 0;   ///< received, handshake included
-  bool published = false;  ///< the publish was accepted
-  bool ended = false;      ///< nothing more will come, from either side
-  std::string error;       ///< what the publisher did against the protocol
+  std::vector<Command> commands;  ///< those of them that are commands
+  std::size_t mediaCount = 0;     ///< those of them that are audio or video
+  std::size_t bytes = 0;          ///< received, handshake included
+  bool published = false;         ///< the publish was accepted
+  bool ended = false;             ///< nothing more will come, from either side
+  std::string error;              ///< what the publisher did against the protocol
 
   /// The audio and video messages.
   std::vector<Message> Media() const;
-  std::size_t MediaCount() const;
   std::vector<Message> OfType(std::uint8_t type) const;
   std::vector<std::string> CommandNames() const;
 };
 
 /// An RTMP ingest server that records what publishers send and behaves as scripted. It serves any
 /// number of publishers at a time, each from a thread of its own. All functions may be called from
-/// any thread. Waits end early with true, or with false when their time is over.
+/// any thread. Connections are counted from 0; one that does not exist yet is waited for. Waits end
+/// early with true, or with false when their time is over.
 class IngestServer {
  public:
   /// Puts a secure layer on an accepted socket; without one the server speaks plain RTMP.
@@ -55,7 +82,7 @@ class IngestServer {
   };
 
   /// Listens on a free port. The n-th connection gets the n-th script, and each further one the
-  /// last.
+  /// last. Raises std::runtime_error where there is no such address.
   explicit IngestServer(std::vector<Script> scripts = {Script{}});
   IngestServer(std::vector<Script> scripts, Options options);
   IngestServer(const IngestServer&) = delete;
@@ -73,14 +100,11 @@ class IngestServer {
 
   std::size_t Connections() const;
   Record Get(std::size_t connection) const;
-  /// Connections are counted from 0; one that does not exist yet is waited for.
-  bool WaitForConnections(std::size_t count, std::chrono::nanoseconds timeout = LongTime);
   bool WaitFor(std::size_t connection, const std::function<bool(const Record&)>& condition,
-               std::chrono::nanoseconds timeout = LongTime);
-  bool WaitForMedia(std::size_t connection, std::size_t count,
-                    std::chrono::nanoseconds timeout = LongTime);
-  bool WaitForPublish(std::size_t connection, std::chrono::nanoseconds timeout = LongTime);
-  bool WaitForEnd(std::size_t connection, std::chrono::nanoseconds timeout = LongTime);
+               std::chrono::nanoseconds timeout = LongTime) const;
+  bool WaitForMedia(std::size_t connection, std::size_t count) const;
+  bool WaitForPublish(std::size_t connection) const;
+  bool WaitForEnd(std::size_t connection) const;
 
   /// Sends bytes of the test's own making.
   void Send(std::size_t connection, const Bytes& bytes);
@@ -91,20 +115,19 @@ class IngestServer {
   class Connection;
 
   void Accept();
-  /// The n-th connection; waits for it.
-  std::shared_ptr<Connection> At(std::size_t connection) const;
+  std::shared_ptr<Transport> TransportOf(std::size_t connection) const;
 
   const std::vector<Script> _scripts;
   const Options _options;
   int _port = 0;
   int _listener = -1;
-  int _stop = -1;  ///< event descriptor; readable when the accepting thread shall end
   std::thread _acceptor;
 
   // One lock for all records; held for copies and short tests only, never during input or output.
   mutable std::mutex _mutex;
   mutable std::condition_variable _changed;
-  std::vector<std::shared_ptr<Connection>> _connections;
+  bool _stopped = false;
+  std::vector<std::unique_ptr<Connection>> _connections;
 };
 
 /// A port that swallows connection requests: its queue is full, so that none is ever answered.
@@ -121,7 +144,7 @@ class FullListener {
   std::vector<int> _descriptors;
 };
 
-/// A loopback port on which nobody listens.
-int UnusedPort();
+/// An address at which nobody listens.
+std::string UnusedUrl();
 
 }  // namespace nimbo::test

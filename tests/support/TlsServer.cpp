@@ -97,8 +97,8 @@ class TlsServer::Layer final : public Transport {
     unsigned type = 0;
     gnutls_server_name_get(_session, name, &size, &type, 0);
     const std::lock_guard<std::mutex> lock(_server._mutex);
-    _server._names.emplace_back(name);
-    _server._versions.emplace_back(gnutls_protocol_get_name(gnutls_protocol_get_version(_session)));
+    const char* version = gnutls_protocol_get_name(gnutls_protocol_get_version(_session));
+    _server._handshakes.push_back(std::string(version) + " " + name);
     _ready = true;
     return true;
   }
@@ -142,14 +142,9 @@ IngestServer::Securer TlsServer::Securer() {
   return [this](int descriptor) { return std::make_unique<Layer>(*this, descriptor); };
 }
 
-std::vector<std::string> TlsServer::Names() const {
+std::vector<std::string> TlsServer::Handshakes() const {
   const std::lock_guard<std::mutex> lock(_mutex);
-  return _names;
-}
-
-std::vector<std::string> TlsServer::Versions() const {
-  const std::lock_guard<std::mutex> lock(_mutex);
-  return _versions;
+  return _handshakes;
 }
 
 }  // namespace nimbo::test

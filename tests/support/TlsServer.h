@@ -25,9 +25,8 @@ class TlsServer {
   IngestServer::Securer Securer();
   /// A PEM file that trusts the certificate; removed with this object.
   const std::string& TrustFile() const { return _trust_file; }
-  /// The server names and TLS versions of all handshakes that succeeded.
-  std::vector<std::string> Names() const;
-  std::vector<std::string> Versions() const;
+  /// All handshakes that succeeded, as "VERSION NAME-ASKED-FOR".
+  std::vector<std::string> Handshakes() const;
 
  private:
   class Layer;
@@ -36,8 +35,7 @@ class TlsServer {
   std::unique_ptr<Keys> _keys;
   std::string _trust_file;
   mutable std::mutex _mutex;
-  std::vector<std::string> _names;
-  std::vector<std::string> _versions;
+  std::vector<std::string> _handshakes;
 };
 
 }  // namespace nimbo::test

@@ -31,7 +31,7 @@ class ClientCommand : public FeedTest {
 };
 
 TEST_F(ClientCommand, StartReportsWhatFailedAndLeavesNothing) {
-  const std::string away = "rtmp://127.0.0.1:" + std::to_string(UnusedPort()) + "/live/stream";
+  const std::string away = UnusedUrl();
   const std::string rings = Configuration();
   const char* const cfg = rings.c_str();
   const struct {

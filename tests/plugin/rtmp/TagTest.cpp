@@ -15,26 +15,6 @@ using test::Nal;
 
 Bytes View(const Octets& bytes) { return {bytes.data(), bytes.size()}; }
 
-TEST(AvcTag, SequenceHeaderHoldsOneSpsAndOnePps) {
-  Octets body(AvcSequenceHeaderSize(test::Sps.size(), test::Pps.size()));
-  const std::size_t written = WriteAvcSequenceHeader(body.data(), View(test::Sps), View(test::Pps));
-  EXPECT_EQ(written, body.size());
-  EXPECT_EQ(body, (Octets{
-                      0x17,              // key frame, AVC
-                      0x00,              // sequence header
-                      0x00, 0x00, 0x00,  // composition time
-                      0x01,              // configurationVersion
-                      0x42, 0xC0, 0x1E,  // profile, compatibility, level of the SPS
-                      0xFF,              // lengths of four bytes
-                      0xE1,              // one SPS
-                      0x00, 0x09,        // its length
-                      0x67, 0x42, 0xC0, 0x1E, 0xDA, 0x04, 0x03, 0x6C, 0x80,
-                      0x01,        // one PPS
-                      0x00, 0x04,  // its length
-                      0x68, 0xCE, 0x3C, 0x80,
-                  }));
-}
-
 TEST(AvcTag, ParameterSetLengthsFillTheirSixteenBits) {
   const Octets sps = Nal(0x67, MaxParameterSetSize);
   const Octets pps = Nal(0x68, 0x0123);
@@ -43,14 +23,6 @@ TEST(AvcTag, ParameterSetLengthsFillTheirSixteenBits) {
   EXPECT_EQ(test::ReadBig(&body[11], 2), 0xFFFFu);
   EXPECT_EQ(test::ReadBig(&body[14 + sps.size()], 2), 0x0123u);
   EXPECT_EQ(body.back(), pps.back());
-}
-
-TEST(AvcTag, FrameHeaderTellsKeyFrameAndPayloadLength) {
-  Octets body(AvcFrameHeaderSize);
-  WriteAvcFrameHeader(body.data(), true, 0x01020304);
-  EXPECT_EQ(body, (Octets{0x17, 0x01, 0, 0, 0, 1, 2, 3, 4}));
-  WriteAvcFrameHeader(body.data(), false, 5);
-  EXPECT_EQ(body, (Octets{0x27, 0x01, 0, 0, 0, 0, 0, 0, 5}));
 }
 
 struct ScanCase {
@@ -94,17 +66,6 @@ INSTANTIATE_TEST_SUITE_P(
         ScanCase{"StartCodeLeavesTwoBytes", Octets{0, 0, 0, 1, 0x67, 0x42}, Octets{0x67, 0x42}},
         ScanCase{"Empty", Octets{}, Octets{}}, ScanCase{"OneByte", Octets{1}, Octets{1}}),
     [](const auto& scan) { return std::string(scan.param.what); });
-
-TEST(AacTag, SequenceHeaderCarriesTheAudioSpecificConfig) {
-  Octets body(AacSequenceHeaderSize);
-  EXPECT_EQ(WriteAacSequenceHeader(body.data(), {1, 2, 44100}), body.size());
-  EXPECT_EQ(body, (Octets{0xAF,           // AAC, 44 kHz, 16 bit, stereo
-                          0x00,           // sequence header
-                          0x12, 0x10}));  // LC, rate index 4, two channels
-  Octets header(AacFrameHeaderSize);
-  EXPECT_EQ(WriteAacFrameHeader(header.data()), header.size());
-  EXPECT_EQ(header, (Octets{0xAF, 0x01}));
-}
 
 TEST(AacTag, AudioSpecificConfigFollowsItsTables) {
   const struct {
