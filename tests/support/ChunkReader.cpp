@@ -32,61 +32,55 @@ ChunkReader::Step ChunkReader::TakeChunk(const std::function<void(Message&)>& co
   const unsigned char* const bytes = _pending.data() + _start;
   const std::size_t available = _pending.size() - _start;
   if (available < 1) return Step::NeedsMore;
-
   const unsigned format = bytes[0] >> FormatShift;
   const unsigned number = bytes[0] & ChannelMask;
   if (number < 2) return Fail("chunk stream beyond 63");  // which no publisher needs
-
   std::size_t used = 1 + MessageHeaderSizes[format];
   if (available < used) return Step::NeedsMore;
+
+  // What a header leaves out is as in the one before. A chunk that is not whole yet is read again.
   Channel& channel = _channels[number];
+  Message& message = channel.message;
   if (channel.partial && format != 3) return Fail("new message inside another one");
-  const std::uint32_t field = format == 3 ? channel.last.timeField : ReadBig(bytes + 1, 3);
+  if (format < 3) message.timeField = ReadBig(bytes + 1, 3);
+  if (format < 2) {
+    channel.length = ReadBig(bytes + 4, 3);
+    message.type = bytes[7];
+  }
+  if (format == 0) {  // the message stream id is the one little-endian field
+    message.stream = bytes[8] | bytes[9] * 0x100u | bytes[10] * 0x10000u | bytes[11] * 0x1000000u;
+  }
   std::optional<std::uint32_t> extended;
-  if (field == ExtendedMark) {
+  if (message.timeField == ExtendedMark) {
     if (available < used + 4) return Step::NeedsMore;
     extended = ReadBig(bytes + used, 4);
     used += 4;
   }
-  const std::uint32_t length = format < 2 ? ReadBig(bytes + 4, 3) : channel.length;
-  const std::size_t have = channel.partial ? channel.message.body.size() : 0;
-  const std::size_t take = std::min<std::size_t>(_chunk_size, length - have);
+  const std::size_t have = channel.partial ? message.body.size() : 0;
+  const std::size_t take = std::min<std::size_t>(_chunk_size, channel.length - have);
   if (available < used + take) return Step::NeedsMore;
 
-  Message& message = channel.message;
   if (!channel.partial) {
-    channel.last.timeField = field;
-    channel.last.extended = extended;
-    channel.length = length;
-    TakeHeader(channel, format, bytes + 1);
-    message = channel.last;
     message.chunkStream = number;
     message.header.assign(bytes, bytes + used);
-  } else if (extended != channel.last.extended) {
+    message.extended = extended;
+    if (format == 0) message.time = extended.value_or(message.timeField);
+    message.formats.clear();
+    message.body.clear();
+  } else if (extended != message.extended) {
     return Fail("extended time stamp of a continuation differs");
   }
   message.formats.push_back(static_cast<std::uint8_t>(format));
   message.body.insert(message.body.end(), bytes + used, bytes + used + take);
-  channel.partial = message.body.size() < length;
+  channel.partial = message.body.size() < channel.length;
   _start += used + take;
   if (channel.partial) return Step::Taken;
-
   if (message.type == SetChunkSizeMessage && message.body.size() == 4) {
     _chunk_size = ReadBig(message.body.data(), 4);
     if (_chunk_size < 1 || _chunk_size > MaximalChunkSize) return Fail("chunk size out of range");
   }
   complete(message);
   return Step::Taken;
-}
-
-void ChunkReader::TakeHeader(Channel& channel, unsigned format, const unsigned char* fields) {
-  Message& last = channel.last;
-  if (format < 2) last.type = fields[6];
-  if (format == 0) {
-    last.time = last.extended.value_or(last.timeField);
-    // the message stream id is the one little-endian field
-    last.stream = fields[7] | fields[8] * 0x100u | fields[9] * 0x10000u | fields[10] * 0x1000000u;
-  }
 }
 
 Bytes EncodeMessage(unsigned chunkStream, std::uint8_t type, std::uint32_t stream,

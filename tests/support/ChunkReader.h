@@ -51,15 +51,13 @@ class ChunkReader {
 
  private:
   struct Channel {
-    Message last;  ///< header fields that later chunks inherit
-    std::uint32_t length = 0;
-    bool partial = false;
     Message message;
+    std::uint32_t length = 0;  ///< of its body when it is complete
+    bool partial = false;
   };
   enum class Step { Taken, NeedsMore, Broken };
 
   Step TakeChunk(const std::function<void(Message&)>& complete);
-  void TakeHeader(Channel& channel, unsigned format, const unsigned char* fields);
   Step Fail(const char* error);
 
   Bytes _pending;

@@ -11,12 +11,6 @@
 #include <thread>
 
 namespace nimbo::test {
-namespace {
-
-const std::string Colour = "\x1B[3";  // then a digit and an "m"
-const std::string Reset = "\x1B[0m";
-
-}  // namespace
 
 ConsoleCapture::ConsoleCapture()
     : _console(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)),
@@ -47,28 +41,29 @@ std::string ConsoleCapture::Text() {
 }
 
 std::vector<ConsoleLine> ConsoleCapture::Lines() {
+  const std::string reset = "\x1B[0m";
+  const std::string colour = "\x1B[3";  // then a digit and an "m"
   std::vector<ConsoleLine> lines;
-  std::istringstream text(Text());
-  for (std::string piece; std::getline(text, piece);) {
-    if (piece.compare(0, Reset.size(), Reset) == 0) piece.erase(0, Reset.size());
-    if (piece.empty()) continue;
+  std::istringstream all(Text());
+  for (std::string text; std::getline(all, text);) {
     ConsoleLine line;
-    if (piece.compare(0, Colour.size(), Colour) == 0) {
-      line.colour = piece[Colour.size()];
-      piece.erase(0, Colour.size() + 2);
+    if (text.compare(0, reset.size(), reset) == 0) text.erase(0, reset.size());
+    if (text.compare(0, colour.size(), colour) == 0) {
+      line.colour = text[colour.size()];
+      text.erase(0, colour.size() + 2);
     }
+    if (text.empty()) continue;
     // path "/" line number "/" function ":\t" text
-    const std::size_t end = piece.find(":\t");
-    const std::size_t function = end == std::string::npos ? end : piece.rfind('/', end);
-    const std::size_t number =
-        function == std::string::npos ? function : piece.rfind('/', function - 1);
-    if (number != std::string::npos) {
-      line.path = piece.substr(0, number);
-      line.line = std::atoi(piece.c_str() + number + 1);
-      line.function = piece.substr(function + 1, end - function - 1);
-      piece.erase(0, end + 2);
+    const std::size_t end = text.find(":\t");
+    const std::size_t function = text.rfind('/', end);
+    const std::size_t number = function > 0 ? text.rfind('/', function - 1) : function;
+    if (end != std::string::npos && number < function) {
+      line.path = text.substr(0, number);
+      line.line = std::atoi(text.c_str() + number + 1);
+      line.function = text.substr(function + 1, end - function - 1);
+      text.erase(0, end + 2);
     }
-    line.text = piece;
+    line.text = text;
     lines.push_back(std::move(line));
   }
   return lines;

@@ -27,11 +27,6 @@ bool ClientTest::Open(const std::string& url, const char* status) {
   return client->StatusSet(status);
 }
 
-std::string ClientTest::Get(const char* property) {
-  std::string value;
-  return client->GetStr(property, value) ? value : "unreadable";
-}
-
 bool ClientTest::Receive(Bytes bytes, stream::IMedia* media, std::int64_t time, bool key) {
   const auto packet = NewPacket({std::move(bytes), key, time * Millisecond, ++sequence, media});
   return client->ReceivePacket(*packet, nullptr);

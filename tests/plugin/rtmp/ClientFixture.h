@@ -21,7 +21,7 @@ class ClientTest : public PluginTest {
   void Make(const std::string& url);
   /// The same, brought to `status`. Its result.
   bool Open(const std::string& url, const char* status = "play");
-  std::string Get(const char* property);
+  std::string Get(const char* property) { return GetText(*client, property); }
   /// Hands the element a packet with the next number of all.
   bool Receive(Bytes bytes, stream::IMedia* media, std::int64_t time = 0, bool key = true);
   /// A key frame, and a frame of sound.

@@ -31,25 +31,19 @@ bool Eventually(const std::function<bool()>& condition) {
   return true;
 }
 
+std::string GetText(stream::Object& object, const char* property) {
+  std::string value;
+  return object.GetStr(property, value) ? value : "unreadable";
+}
+
 Pusher::Pusher(const std::string& url, const std::string& cfg) {
   LoadPlugin();
   static int count = 0;
   const std::string name = "pusher-" + std::to_string(++count);
-  _service = stream::Service::New("RtmpStreamPusher-rtmp-pusher", name.c_str(), nullptr);
-  if (!_service) throw std::runtime_error("no pusher");
-  if (!_service->Set("addr", url.c_str()) || !_service->Set("cfg", cfg.c_str())) {
+  _service.reset(stream::Service::New("RtmpStreamPusher-rtmp-pusher", name.c_str(), nullptr));
+  if (!_service || !_service->Set("addr", url.c_str()) || !_service->Set("cfg", cfg.c_str())) {
     throw std::runtime_error("the pusher refuses its settings");
   }
-}
-
-std::string Pusher::Get(const char* property) {
-  std::string value;
-  return _service->GetStr(property, value) ? value : "unreadable";
-}
-
-void Pusher::Release() {
-  if (_service) _service->Release();
-  _service = nullptr;
 }
 
 PluginTest::PluginTest() {
@@ -57,10 +51,10 @@ PluginTest::PluginTest() {
   console.Clear();
 }
 
-std::vector<std::string> PluginTest::Told(const std::string& path, char colour) {
+std::vector<std::string> PluginTest::Told() {
   std::vector<std::string> told;
   for (const ConsoleLine& line : console.Lines()) {
-    if (line.path != path || line.colour != colour) continue;
+    if (line.path != "plugin/rtmp/_test.cpp" || line.colour != '1') continue;
     told.push_back(std::to_string(line.line) + "/" + line.function + ": " + line.text);
   }
   console.Clear();

@@ -49,31 +49,29 @@ Owned<T> New(const char* type, const char* name) {
 /// Asks until `condition` holds; false when it has not for LongTime.
 bool Eventually(const std::function<bool()>& condition);
 
+/// A readable property as a text.
+std::string GetText(stream::Object& object, const char* property);
+
 /// A pusher, made and driven as users do it.
 class Pusher {
  public:
   Pusher(const std::string& url, const std::string& cfg);
-  Pusher(const Pusher&) = delete;
-  Pusher& operator=(const Pusher&) = delete;
-  ~Pusher() { Release(); }
-
   bool SetStatus(const char* status) { return _service->Set("status", status); }
-  std::string Get(const char* property);
+  std::string Get(const char* property) { return GetText(*_service, property); }
   /// Takes the pusher down and destroys it.
-  void Release();
+  void Release() { _service.reset(); }
   stream::Service& operator*() const { return *_service; }
 
  private:
-  stream::Service* _service;
+  Owned<stream::Service> _service;
 };
 
 /// A test with a captured console and the plug-in loaded.
 class PluginTest : public testing::Test {
  protected:
   PluginTest();
-  /// The lines of one of the plug-in's sources, with their numbers; the console is cleared.
-  std::vector<std::string> Told(const std::string& path = "plugin/rtmp/_test.cpp",
-                                char colour = '1');
+  /// The commands' red lines, with their numbers; the console is cleared.
+  std::vector<std::string> Told();
 
   ConsoleCapture console;
 };
