@@ -251,7 +251,8 @@ AServerThatFailsHoldsUpNoOther() {
 
 AClientFindsAKilledServerAgain() {
   start_server
-  "$host" publish "test:W=640,H=360,fr=30" "$address" </dev/null >"$log" 2>&1 &
+  # A picture of another size than this would make the session anew, with a recording of its own.
+  "$host" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
   pusher=$!
   children+=("$pusher")
   until_true recorded 1 100000 || fail "nothing was recorded"
