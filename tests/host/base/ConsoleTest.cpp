@@ -2,7 +2,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <limits>
 #include <set>
 #include <thread>
 
@@ -18,25 +17,6 @@ std::string TextOf(const Pieces&... pieces) {
   ostream_string out(text);
   (out << ... << pieces);
   return text;
-}
-
-TEST(OstreamTest, EveryTypeHasItsTextForm) {
-  EXPECT_EQ(TextOf("a", std::string("b"), 'c', true, false), "abctruefalse");
-  EXPECT_EQ(TextOf(static_cast<const char*>(nullptr)), "(null)");
-  EXPECT_EQ(TextOf(std::numeric_limits<int>::min(), ' ', 4294967295U), "-2147483648 4294967295");
-  EXPECT_EQ(TextOf(std::numeric_limits<long long>::min(), ' ', 18446744073709551615ULL),
-            "-9223372036854775808 18446744073709551615");
-  EXPECT_EQ(TextOf(-1L, ' ', 1UL, ' ', 0.5), "-1 1 0.5");
-  EXPECT_EQ(TextOf(reinterpret_cast<const void*>(0xAB1Cu)), "0xab1c");
-  EXPECT_EQ(TextOf(static_cast<int*>(nullptr)), "0x0");
-}
-
-TEST(ConsoleTest, ALineBeginsWithItsPlaceInTheSource) {
-  test::ConsoleCapture console;
-  EXPECT_FALSE(Failure(Site::Here(), "!x", "is ", 5));
-  const int before = __LINE__ - 1;
-  EXPECT_EQ(console.Text(), "\033[31mtests/host/base/ConsoleTest.cpp/" + std::to_string(before) +
-                                "/TestBody:\t!x,is 5\n\033[0m");
 }
 
 TEST(ConsoleTest, ThePathIsNeverCutBehindItsEnd) {

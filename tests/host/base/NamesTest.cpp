@@ -7,14 +7,11 @@
 namespace nimbo::base {
 namespace {
 
-TEST(HashTest, KnownTextsHaveTheirPublishedValues) {
+TEST(HashTest, TextsHaveTheirPublishedValuesAndOnlyAsciiCapitalsAreFolded) {
   EXPECT_EQ(Hash(nullptr), 0u);
   EXPECT_EQ(Hash(""), 0x811C9DC5u);
   EXPECT_EQ(Hash("a"), 0xE40C292Cu);
   EXPECT_EQ(Hash("rtmp-client"), 0x1C2FF402u);
-}
-
-TEST(HashTest, OnlyAsciiCapitalsAreFolded) {
   EXPECT_EQ(Hash("RTMP-Client"), Hash("rtmp-client"));
   EXPECT_NE(Hash("\xC4"), Hash("\xE4"));  // the Latin-1 capital and small letter
   EXPECT_NE(Hash("@"), Hash("`"));        // the neighbours of the letters' range
@@ -22,13 +19,6 @@ TEST(HashTest, OnlyAsciiCapitalsAreFolded) {
 }
 
 std::vector<std::uint32_t> Values(const Arr32& list) { return {list.begin(), list.end()}; }
-
-TEST(Arr32Test, EmptyPartsAndNullTextsAppendNothing) {
-  Arr32 list;
-  list.Add(nullptr, '-');
-  list.Add("-a--b-", '-');
-  EXPECT_EQ(Values(list), (std::vector<std::uint32_t>{Hash("a"), Hash("b")}));
-}
 
 TEST(Arr32Test, CopiesAreIndependentBeyondTheInlineCapacity) {
   Arr32 list;
@@ -48,19 +38,6 @@ TEST(Arr32Test, CopiesAreIndependentBeyondTheInlineCapacity) {
   EXPECT_TRUE(copy.ContainsAll(list));
   EXPECT_FALSE(list.ContainsAll(copy));
   EXPECT_TRUE(list.ContainsAll(Arr32()));
-}
-
-struct Named : object_keywords {};
-
-TEST(NameRecordTest, ANullNameLeavesTheRecordAsItIs) {
-  Named named;
-  EXPECT_EQ(named.ID(), Hash("")) << "a null name, whose hash is 0, finds nothing";
-  EXPECT_TRUE(named.Name("EleDemo-demo"));
-  EXPECT_TRUE(named.Name(static_cast<const char*>(nullptr)));
-  EXPECT_EQ(named.Name(), "EleDemo-demo");
-  EXPECT_EQ(named.Order(), Hash("eledemo-DEMO"));
-  named.Name("other");
-  EXPECT_EQ(Values(named.Keywords()), std::vector<std::uint32_t>{Hash("other")});
 }
 
 }  // namespace

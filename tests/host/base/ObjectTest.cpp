@@ -59,15 +59,6 @@ TEST_F(ObjectTest, AListIsSearchedByIdentifierOrByKeywords) {
   EXPECT_EQ(TestList().Find<Apple>("red", false), &second);
 }
 
-TEST_F(ObjectTest, ADestroyedObjectHasLeftTheGlobalList) {
-  {
-    Apple apple("apple");
-    TestList().Add(apple);
-    EXPECT_EQ(Pin::All(TestList()).size(), 1u);
-  }
-  EXPECT_TRUE(Pin::All(TestList()).empty());
-}
-
 TEST_F(ObjectTest, ReleaseWaitsUntilNobodyPinsTheObject) {
   std::atomic<bool> gone{false};
   auto* pear = new Pear("pear", gone);

@@ -48,7 +48,6 @@ TEST(PluginLoaderTest, WhatCannotBeLoadedIsToldInOneLine) {
   EXPECT_FALSE(PluginLoader::Globle().Load("./no-such-plugin.so"));
   ASSERT_EQ(console.Lines().size(), 1u);
   EXPECT_EQ(console.Count("cannot load the plug-in: ./no-such-plugin.so"), 1u);
-  EXPECT_EQ(ReflectAdd(nullptr, 0, "Nothing"), -1);
 }
 
 TEST(CommandTableTest, ACommandsResultAndItsExceptionsReachTheCaller) {
@@ -61,19 +60,6 @@ TEST(CommandTableTest, ACommandsResultAndItsExceptionsReachTheCaller) {
   test::ConsoleCapture console;
   EXPECT_FALSE((*handler)(none));
   EXPECT_EQ(console.Text(), "\033[31mcommand sample: an exception escaped: p0 is missing\n\033[0m");
-}
-
-TEST(CommandTableTest, ALaterCommandReplacesTheEarlierOfItsName) {
-  CommandTable table;
-  AttrSet attrs;
-  EXPECT_EQ(table.Add("a", [](AttrSet&) { return false; }), 0);
-  EXPECT_EQ(table.Add("b", [](AttrSet&) { return false; }), 1);
-  EXPECT_EQ(table.Add("a", [](AttrSet&) { return true; }), 0);
-  EXPECT_EQ(table.Names(), (std::vector<std::string>{"a", "b"}));
-  EXPECT_TRUE((*table.Find("a"))(attrs));
-  EXPECT_EQ(table.Find("c"), nullptr);
-  EXPECT_EQ(table.Add(nullptr, [](AttrSet&) { return true; }), -1);
-  EXPECT_EQ(table.Add("c", nullptr), -1);
 }
 
 }  // namespace

@@ -96,18 +96,5 @@ TEST(ControlQueueRun, KeepsTheOrderWhenWorkRunsTheQueueItself) {
   EXPECT_THAT(order, ElementsAre(1, 2, 3));
 }
 
-TEST(ControlQueueRun, WaitsUntilInterrupted) {
-  auto& queue = ControlQueue::Globle();
-  bool done = false;
-  std::thread other([&] {
-    queue.Post([&] { done = true; });
-    queue.Interrupt();
-  });
-  queue.RunFor(std::chrono::hours(1));
-  other.join();
-  queue.Run();
-  EXPECT_TRUE(done);
-}
-
 }  // namespace
 }  // namespace nimbo::stream::test

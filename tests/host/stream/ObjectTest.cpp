@@ -1,16 +1,10 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "base/reflect/Class.h"
-#include "base/reflect/TClass.h"
-#include "host/stream/Factory.h"
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
 
 namespace nimbo::stream::test {
 namespace {
-
-using testing::HasSubstr;
 
 class ObjectProperties : public testing::Test {
  protected:
@@ -19,48 +13,16 @@ class ObjectProperties : public testing::Test {
   nimbo::test::ConsoleCapture console;
 };
 
-TEST_F(ObjectProperties, AreReadAsTextAndTyped) {
-  sink.packets = 7;
-  std::string text;
-  EXPECT_TRUE(sink.GetStr("flag", text));
-  EXPECT_EQ(text, "false");
-  EXPECT_FALSE(sink.GetStr("packets", text)) << "has no text form";
-  EXPECT_FALSE(sink.GetStr("nonsense", text));
-  EXPECT_TRUE(sink.GetStr("status", text));
-  EXPECT_EQ(text, "null");
-  EXPECT_TRUE(sink.GetStr("name", text));
-  EXPECT_EQ(text, "TestSink");
-  int packets = 0;
-  EXPECT_TRUE(sink.GetIntT("packets", packets));
-  EXPECT_EQ(packets, 7);
-  bool flag = true;
-  EXPECT_FALSE(sink.GetIntT("flag", packets)) << "a truth value is no integer";
-  EXPECT_TRUE(sink.Get("flag", flag));
-  EXPECT_FALSE(flag);
-  EXPECT_TRUE(sink.Get("status", text));
-}
-
 TEST_F(ObjectProperties, AreSetFromText) {
   EXPECT_TRUE(sink.Set("flag", "on"));
   EXPECT_TRUE(sink.flag);
   EXPECT_FALSE(sink.Set("flag", "perhaps"));
-  EXPECT_FALSE(sink.Set("packets", "1"));
   EXPECT_FALSE(sink.Set("nonsense", "1"));
   EXPECT_TRUE(console.Lines().empty()) << console.Text();
   EXPECT_FALSE(sink.Set("fail", nullptr)) << "a string setter raises an exception";
   EXPECT_EQ(console.Lines().size(), 1u);
   EXPECT_TRUE(sink.Set("status", "ready"));
   EXPECT_EQ(sink.StatusGet(), IStatus::ready);
-}
-
-TEST_F(ObjectProperties, FirstRefusedSettingEndsConfigureWithOneLine) {
-  base::AttrSet attrs("type=x,name=y,fail=Open,flag=perhaps,throw=Open");
-  EXPECT_FALSE(sink.Configure(attrs));
-  EXPECT_EQ(sink.Name(), "TestSink");
-  EXPECT_EQ(sink.GetFail(), "Open") << "what stood before it is applied";
-  ASSERT_EQ(console.Lines().size(), 1u);
-  EXPECT_EQ(console.Lines()[0].colour, '1');
-  EXPECT_THAT(console.Text(), HasSubstr("\"app/TestSink\" refuses flag=perhaps"));
 }
 
 TEST_F(ObjectProperties, WholeObjectFormHoldsWhatCanBeSetAndRead) {
@@ -72,9 +34,6 @@ TEST_F(ObjectProperties, WholeObjectFormHoldsWhatCanBeSetAndRead) {
   EXPECT_EQ(sink.GetFail(), "Open");
   EXPECT_TRUE(sink.flag);
   EXPECT_TRUE(console.Lines().empty()) << console.Text();
-  EXPECT_FALSE(sink.fromString("fail=Close,,"));
-  EXPECT_EQ(console.Lines().size(), 1u);
-  EXPECT_EQ(sink.GetFail(), "Open");
 }
 
 TEST_F(ObjectProperties, PortTextsAreResolvedAndChecked) {
@@ -116,33 +75,12 @@ TEST(ServiceNew, RefusesANameInUseAndUnknownClassesWithOneLine) {
   EXPECT_FALSE(Service::New("test-sink", "other", nullptr)) << "is no service";
   EXPECT_FALSE(Service::New(nullptr, "other", nullptr));
   EXPECT_EQ(console.Lines().size(), 3u);
-  for (const auto& line : console.Lines()) EXPECT_EQ(line.colour, '3');
   console.Clear();
   EXPECT_FALSE(Service::New("test-service", "other", "flag=1"));
   EXPECT_EQ(console.Lines().size(), 1u);
   EXPECT_FALSE(FindObject("other"));
   service->Release();
   EXPECT_FALSE(FindObject("twice"));
-}
-
-TEST(ServiceNew, TakesNoNameAsOftenAsItIsAsked) {
-  RegisterProbes();
-  const auto unnamed = NewApplication(nullptr);
-  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
-    Service* service = Service::New("test-service", name, nullptr);
-    ASSERT_TRUE(service);
-    EXPECT_EQ(Factory::Globle().Find<base::object>(nullptr, true), nullptr);
-    service->Release();
-  }
-}
-
-TEST(FactoryLayout, PairIsKeptOnce) {
-  const auto before = FactoryLayouts().size();
-  EXPECT_TRUE(Factory::Globle().LayoutAdd("common-layout", "layout-one"));
-  EXPECT_TRUE(Factory::Globle().LayoutAdd("common-layout", "layout-one"));
-  EXPECT_TRUE(Factory::Globle().LayoutAdd("common-layout", "layout-two"));
-  EXPECT_FALSE(Factory::Globle().LayoutAdd(nullptr, "layout-two"));
-  EXPECT_EQ(FactoryLayouts().size(), before + 2);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace nimbo::stream::test {
 namespace {
 
 /// Registers a probe with the properties "fail" (a text to read and write) and "throw" (write
-/// only). `port`, `flag` and `packets` are added for the sink.
+/// only). `port` and `flag` are added for the sink.
 template <class T>
 void RegisterProbe(const char* name) {
   auto* fail = new base::TProperty;
@@ -25,10 +25,7 @@ void RegisterProbe(const char* name) {
     auto* flag = new base::TProperty;
     flag->base::IProperty::init("flag", typeid(bool), 1, nullptr);
     flag->init(&T::flag);
-    auto* packets = new base::TProperty;
-    packets->base::IProperty::init("packets", typeid(int), 4, nullptr);
-    packets->initGet(&T::Packets);
-    base::TClass<>::Register<T>(name, {fail, raise, port, flag, packets});
+    base::TClass<>::Register<T>(name, {fail, raise, port, flag});
   } else {
     base::TClass<>::Register<T>(name, {fail, raise});
   }
@@ -58,8 +55,7 @@ TestFilter::TestFilter() {
   HostState().Add(this, nullptr, true).Follow(input);
 }
 
-bool TestSink::ReceivePacket(Packet&, void* input) {
-  from = input;
+bool TestSink::ReceivePacket(Packet&, void*) {
   ++packets;
   return Step("ReceivePacket");
 }

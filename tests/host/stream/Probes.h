@@ -88,14 +88,12 @@ class TestSink : public Probe<ISink> {
   IPort* PortAdd(const char* caps, const char* direction) override {
     return Step("PortAdd") ? ISink::PortAdd(caps, direction) : nullptr;
   }
-  bool ReceivePacket(Packet& packet, void* from) override;
+  bool ReceivePacket(Packet&, void*) override;
   bool SetPort(IPort* port);
-  int Packets() { return packets; }
 
   std::atomic<int> packets{0};
   bool flag = false;
   IPort* port = nullptr;  ///< the value of the property "port"
-  void* from = nullptr;   ///< the input of the last packet
 };
 
 /// Ends in a ring.

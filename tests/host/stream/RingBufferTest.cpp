@@ -52,15 +52,6 @@ TEST(RingBufferTest, ANewReaderStartsAtTheNextPacketWritten) {
   EXPECT_EQ(ring.Size(), Capacity);
 }
 
-TEST(RingBufferTest, ALappedReaderGoesOnAtTheOldestPacket) {
-  RingBuffer ring(Capacity);
-  const std::unique_ptr<Reader> reader(ring.CreateReader(nullptr));
-  Write(ring, 1, 10);
-  for (std::uint32_t expected = 7; expected <= 10; ++expected) EXPECT_EQ(Pop(*reader), expected);
-  EXPECT_EQ(reader->position, ring.WritePosition());
-  EXPECT_EQ(Pop(*reader, 1ns), 0U);
-}
-
 TEST(RingBufferTest, PositionsWrapAndKeepTheirOrder) {
   RingBuffer ring(3, 0xFFFFFFFEU);
   const std::unique_ptr<Reader> near(ring.CreateReader(nullptr));
@@ -157,21 +148,6 @@ TEST(RingBufferTest, ResizingKeepsPositionsAndReaders) {
   EXPECT_EQ(Pop(*reader, 1ns), 0U);
   Write(ring, 3, 3);
   EXPECT_EQ(Pop(*reader), 4U);
-}
-
-TEST(RingBufferTest, MediaWaitsUntilItIsStatedOrHasFailed) {
-  RingBuffer ring(Capacity);
-  EXPECT_EQ(ring.Media(1ms), nullptr);
-  IMedia* stated = test::VideoMedia().release();
-  std::thread producer([&ring, stated] { ring.SetMedia(stated); });
-  EXPECT_EQ(ring.Media(std::chrono::nanoseconds::max()), stated);
-  producer.join();
-  stated->Release();
-  ring.ForgetMedia();
-  EXPECT_EQ(ring.Media(1ms), nullptr);
-  EXPECT_STREQ(stated->Codec(), "h264") << "it lives as long as the ring";
-  ring.SetMedia(nullptr);
-  EXPECT_EQ(ring.Media(std::chrono::nanoseconds::max()), nullptr);
 }
 
 TEST(RingBufferTest, ReadersOfARunningWriterSeeEveryPacketOnceAndInOrder) {

@@ -8,30 +8,6 @@ namespace nimbo::stream::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-
-TEST(Status, StepsAreTakenOneByOneAndSetByTheMachine) {
-  TestService service;
-  service.Name("s");
-  Journal::Globle().Take();
-  EXPECT_TRUE(service.StatusSet("play"));
-  EXPECT_TRUE(service.StatusIsPlay());
-  EXPECT_TRUE(service.StatusSet("ready"));
-  EXPECT_EQ(service.StatusGet(), IStatus::ready);
-  EXPECT_TRUE(service.StatusSet("null"));
-  EXPECT_TRUE(service.StatusIsNull());
-  EXPECT_THAT(Journal::Globle().Take(),
-              ElementsAre("s.Open", "s.Start", "s.Stop", "s.Joined", "s.Close"));
-}
-
-TEST(Status, OtherNamesThanThoseOfItsStatesAreRefused) {
-  TestService service;
-  for (const char* name : {"pause", "", "playing", static_cast<const char*>(nullptr)}) {
-    EXPECT_FALSE(service.StatusSet(name));
-  }
-  EXPECT_FALSE(service.StatusChange(IStatus::pause));
-  EXPECT_TRUE(service.StatusIsNull());
-}
 
 TEST(Status, EveryOpenIsPairedWithOneClose) {
   TestService service;
@@ -151,18 +127,6 @@ TEST_F(StatusOrder, ChildWhoseOpenFailedIsClosedWithItsContainer) {
   application.reset();
   auto journal = Journal::Globle().Take();
   EXPECT_EQ(std::count(journal.begin(), journal.end(), "TestSource.Close"), 1);
-}
-
-TEST_F(StatusOrder, ElementThatCameLateIsBroughtToTheStatusOfItsPipeline) {
-  ASSERT_TRUE(application->StatusSet("play"));
-  auto& pipeline = ElementAt<Pipeline>("app/Pipeline-2");
-  IElement* added = IElement::New("test-sink", "added", &pipeline, nullptr);
-  ASSERT_TRUE(added);
-  EXPECT_TRUE(added->StatusIsNull());
-  EXPECT_TRUE(pipeline.ActiveElement(added));
-  EXPECT_TRUE(added->StatusIsPlay());
-  added->Release();
-  EXPECT_FALSE(FindObject("app/added"));
 }
 
 }  // namespace
