@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "base/reflect/TClass.h"
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
 
