@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/CommandTable.h"
 #include "host/base/Guard.h"
@@ -10,7 +11,9 @@
 #include "host/cli/Console.h"
 #include "host/cli/Table.h"
 #include "host/cli/Words.h"
+#include "host/stream/State.h"
 #include "host/stream/Tree.h"
+#include "nimbo/stream/application.h"
 
 namespace nimbo::cli {
 
@@ -61,6 +64,21 @@ std::vector<std::string> ClassNames() {
   return names;
 }
 
+/// The ports of the element at `path`, as "in h264, out h264"; empty for what is no element.
+std::string PortsOf(const std::string& path) {
+  auto* element = dynamic_cast<stream::IElement*>(stream::FindObject(path));
+  if (!element) return {};
+  std::string text;
+  const auto add = [&text](const char* direction, const auto& ports) {
+    for (const auto& port : ports) {
+      text += (text.empty() ? "" : ", ") + std::string(direction) + " " + port->Caps();
+    }
+  };
+  add("in", element->HostState().inputs);
+  add("out", element->HostState().outputs);
+  return text;
+}
+
 std::vector<std::string> ObjectPaths() {
   std::vector<std::string> paths;
   for (const auto& live : stream::ListObjects()) paths.push_back(live.path);
@@ -104,7 +122,10 @@ const std::vector<Shell::Command>& Shell::Commands() {
        [] { return PluginLoader::Globle().Exports(FunctionPrefix); }},
       {"classes", "", "list the registered classes", &Shell::Classes, nullptr},
       {"class", "NAME", "show a class and its properties", &Shell::Class, ClassNames},
-      {"objects", "", "list the objects that there are", &Shell::Objects, nullptr},
+      {"objects", "", "list the objects that there are, with their ports", &Shell::Objects,
+       nullptr},
+      {"create", "NAME CONFIGURATION", "make an application from a configuration text",
+       &Shell::Create, nullptr},
       {"get", "OBJECT PROPERTY", "print a property", &Shell::Get, ObjectPaths},
       {"set", "OBJECT PROPERTY VALUE", "set a property; \"status\" starts and stops", &Shell::Set,
        ObjectPaths},
@@ -179,7 +200,7 @@ bool Shell::Class(const std::string& rest) {
 bool Shell::Objects(const std::string&) {
   std::vector<std::vector<std::string>> rows;
   for (const auto& live : stream::ListObjects())
-    rows.push_back({live.path, live.className, live.status});
+    rows.push_back({live.path, live.className, live.status, PortsOf(live.path)});
   base::cout << Columns(rows);
   return true;
 }
@@ -215,6 +236,23 @@ bool Shell::Set(const std::string& rest) {
   if (words.size() == 1) value = words[0];
   return object->SetStr(property.c_str(), value.c_str()) ||
          Complain("\"" + path + "\" refused " + property + "=" + value);
+}
+
+bool Shell::Create(const std::string& rest) {
+  auto text = rest;
+  const auto name = TakeWord(text);
+  std::vector<std::string> words;
+  std::string error;
+  if (!SplitWords(text, words, error)) return Complain("create: " + error);
+  if (name.empty() || words.empty()) return Complain("usage: create NAME CONFIGURATION");
+  if (stream::FindObject(name)) return Complain("there is an object \"" + name + "\" already");
+  if (words.size() == 1) text = words[0];
+  auto attrs = stream::Object::AttrSetInit(
+      {{"type", "Application"}, {"name", name.c_str()}, {"serialize", text.c_str()}});
+  auto* application = base::IClass::New<stream::Application>(attrs);
+  if (application && application->Configure(attrs)) return true;
+  if (application) application->Release();
+  return Complain("cannot make \"" + name + "\"");
 }
 
 bool Shell::SleepFor(const std::string& rest) {

@@ -38,6 +38,7 @@ class Shell {
   bool Objects(const std::string& rest);
   bool Get(const std::string& rest);
   bool Set(const std::string& rest);
+  bool Create(const std::string& rest);
   bool SleepFor(const std::string& rest);
   bool Help(const std::string& rest);
   bool Quit(const std::string& rest);

@@ -309,5 +309,18 @@ TheShellStartsAndStopsAClient() {
     fail "the shell said: $said"
 }
 
+TheShellShowsAPipelineWithItsPorts() {
+  local said
+  said=$(shell "create app type=pipeline,serialize={shm-source:connect={pv:h264-0}+RingSink}+type=pipeline,serialize={shm-source:connect={pv:aac-0}+RingSink}+type=pipeline-rtmp-client-muxer-sink,name=out,link=all" \
+    "objects" | tr -s ' ')
+  local row
+  for row in "app/avsync AvSync-ele-sync null in h264, in aac, out h264, out aac" \
+    "app/EleRtmpClient EleRtmpClient-ele-rtmp-client-muxer-sink null in h264, in aac" \
+    "app/h264 BridgeSource-bridge-source null out h264" \
+    "app/aac BridgeSource-bridge-source null out aac"; do
+    [[ $said == *"$row"* ]] || fail "\"$row\" is missing: $said"
+  done
+}
+
 [ "$(type -t "${2:-}")" = function ] && [[ $2 == [A-Z]* ]] || fail "there is no case \"${2:-}\""
 "$2"
