@@ -77,7 +77,8 @@ TEST_F(ClientPackets, LostSessionIsMadeAnewInUpToThreeAttempts) {
   constexpr int Attempts = 3;
   for (const int failing : {0, 1, 2, 3, 7}) {
     std::vector<Script> scripts(static_cast<std::size_t>(failing) + 2);
-    scripts.front() = {{{Point::Media, Reaction::Close, 4}}};
+    // librtmp alone overlooks an end in good order until the server answers a packet with a reset.
+    scripts.front() = {{{Point::Media, StockTransport ? Reaction::Reset : Reaction::Close, 4}}};
     std::fill(scripts.begin() + 1, scripts.end() - 1, Script{{{Point::Accepted, Reaction::Close}}});
     IngestServer server(scripts);
     ASSERT_TRUE(Open(server.Url()));
@@ -91,7 +92,8 @@ TEST_F(ClientPackets, LostSessionIsMadeAnewInUpToThreeAttempts) {
       EXPECT_EQ(Receive(AccessUnit(true), video.get(), 40), back);
 
       std::vector<std::string> lines;
-      if (left == failing) lines.emplace_back("SendRtmpPacket: !RTMP_IsConnected(_rtmp)");
+      if (left == failing && !StockTransport)
+        lines.emplace_back("SendRtmpPacket: !RTMP_IsConnected(_rtmp)");
       lines.push_back(PushFailed + "h264/" + std::to_string(sequence));
       for (int i = 0; i < std::min(left, Attempts); ++i) {
         lines.insert(lines.end(), {ConnectFailed, "ReceivePacket: try to reconnect"});
@@ -165,7 +167,7 @@ TEST_F(ClientPackets, SessionIsMadeAnewWhenBothSidesOfThePictureChange) {
 TEST_F(ClientPackets, BothCopyModesSendTheSameAndLeavePacketsAlone) {
   TlsServer tls;
   setenv("RTMP_CA_FILE", tls.TrustFile().c_str(), 1);
-  for (const bool secured : {false, true}) {
+  for (const bool secured : {false, !StockTransport}) {  // librtmp alone knows no TLS 1.3
     IngestServer::Options options;
     if (secured) options.secure = tls.Securer();
     IngestServer server({Script{}}, options);
