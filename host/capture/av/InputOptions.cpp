@@ -8,6 +8,10 @@
 #include "host/stream/Console.h"
 #include "nimbo/base/names.h"
 
+extern "C" {
+#include <libavdevice/avdevice.h>
+}
+
 namespace nimbo::capture::av {
 
 namespace {
@@ -34,6 +38,7 @@ bool Is(const std::string& text, const char* word) {
 }
 
 bool SetFormat(InputOptions& options, const std::string& text) {
+  avdevice_register_all();  // devices are formats by name only; repeating it does no harm
   options.format = text;
   return av_find_input_format(text.c_str()) != nullptr;
 }

@@ -7,7 +7,6 @@
 #include "nimbo/base/api.h"
 
 extern "C" {
-#include <libavdevice/avdevice.h>
 #include <libavformat/avformat.h>
 }
 
@@ -16,7 +15,6 @@ extern "C" {
 extern "C" NIMBO_API void RegisterAvModule() {
   using namespace nimbo::capture;
   av::InstallLogFilter();
-  avdevice_register_all();
   avformat_network_init();
   auto& registry = CaptureRegistry::Globle();
   registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>);

@@ -16,8 +16,8 @@ class PipeReader {
   PipeReader& operator=(const PipeReader&) = delete;
   ~PipeReader() { Close(); }
 
-  /// [control] Reads from a copy of `descriptor`, or, where that is negative, from the named pipe at
-  /// `path`, without waiting for its writer. False with the reason in `error`.
+  /// [control] Reads from a copy of `descriptor`, or, where that is negative, from the named pipe
+  /// at `path`, without waiting for its writer. False with the reason in `error`.
   bool Open(int descriptor, const std::string& path, std::string& error);
   void Close();
   /// A read waits up to this CLOCK_MONOTONIC time (ns) only.
