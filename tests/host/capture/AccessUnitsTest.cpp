@@ -18,9 +18,6 @@ using Result = AccessUnitReader::Result;
 struct Unit {
   Bytes bytes;
   std::uint64_t offset;
-  bool key;
-  Bytes sps;
-  Bytes pps;
 };
 
 /// All units of a stream, read from a file.
@@ -35,9 +32,7 @@ std::vector<Unit> ReadAll(const Bytes& stream) {
   AccessUnit unit;
   Result result;
   while ((result = reader.Next(unit, error)) == Result::Unit) {
-    units.push_back({Bytes(unit.data, unit.data + unit.size), unit.offset, unit.key,
-                     Bytes(unit.sps, unit.sps + unit.spsSize),
-                     Bytes(unit.pps, unit.pps + unit.ppsSize)});
+    units.push_back({Bytes(unit.data, unit.data + unit.size), unit.offset});
   }
   EXPECT_EQ(result, Result::End);
   return units;
@@ -95,16 +90,6 @@ INSTANTIATE_TEST_SUITE_P(
                            {AnnexB({test::Sps, test::Pps, Nal(test::IdrSlice, 300000)}), Inter(),
                             AnnexB({Nal(test::InterSlice, 70000)}), Inter()}}),
     [](const auto& stream) { return stream.param.name; });
-
-TEST(AccessUnitsTest, ParameterSetsAndKeyFramesAreFound) {
-  const auto found = ReadAll(Joined({Key(), Inter()}));
-  ASSERT_EQ(found.size(), 2U);
-  EXPECT_TRUE(found[0].key);
-  EXPECT_EQ(found[0].sps, test::Sps);
-  EXPECT_EQ(found[0].pps, test::Pps);
-  EXPECT_FALSE(found[1].key);
-  EXPECT_TRUE(found[1].sps.empty());
-}
 
 TEST(AccessUnitsTest, ZeroBytesBetweenUnitsAndGarbageInFrontAreDropped) {
   const Bytes zeros(9, 0);

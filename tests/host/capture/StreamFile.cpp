@@ -1,22 +1,19 @@
 #include "tests/host/capture/StreamFile.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <stdexcept>
 
 #include "tests/support/MediaSamples.h"
 
 namespace nimbo::test {
 
-StreamFile::StreamFile(const Bytes& bytes) {
-  const char* folder = std::getenv("TMPDIR");
-  _path = std::string(folder ? folder : "/tmp") + "/nimbo-stream-XXXXXX";
+StreamFile::StreamFile(const Bytes& bytes) : _path(testing::TempDir() + "nimbo-stream-XXXXXX") {
   const int file = mkstemp(_path.data());
-  const bool written =
-      file >= 0 && write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-  if (file >= 0) close(file);
-  if (!written) throw std::runtime_error("cannot write " + _path);
+  EXPECT_EQ(write(file, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  close(file);
 }
 
 StreamFile::~StreamFile() { unlink(_path.c_str()); }
@@ -25,14 +22,10 @@ Bytes AdtsStream(int frames, std::size_t size) {
   Bytes stream;
   for (int i = 0; i < frames; ++i) {
     Bytes frame = AdtsFrame(size);
-    const Bytes header = {0xFF,
-                          0xF1,
-                          0x50,
-                          static_cast<unsigned char>(0x80 | (size >> 11)),
-                          static_cast<unsigned char>(size >> 3),
-                          static_cast<unsigned char>((size & 7) << 5 | 0x1F),
-                          0xFC};
-    std::copy(header.begin(), header.end(), frame.begin());
+    const std::size_t header[] = {
+        0xFF, 0xF1, 0x50, 0x80 | size >> 11, size >> 3 & 0xFF, (size & 7) << 5 | 0x1F, 0xFC};
+    std::transform(std::begin(header), std::end(header), frame.begin(),
+                   [](std::size_t value) { return static_cast<unsigned char>(value); });
     Append(stream, frame);
   }
   return stream;

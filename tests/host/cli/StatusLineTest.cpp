@@ -21,10 +21,5 @@ TEST(RateMeter, MeasuresTheLastSecondsOnly) {
   EXPECT_EQ(meter.BitsPerSecond(), 0);
 }
 
-TEST(BitRate, IsShownInTheUnitThatFits) {
-  EXPECT_EQ(BitRateText(64400), "64 kbit/s");
-  EXPECT_EQ(BitRateText(5.874e6), "5.87 Mbit/s");
-}
-
 }  // namespace
 }  // namespace nimbo::cli

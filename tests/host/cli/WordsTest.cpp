@@ -27,7 +27,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(WordsCase{" \t ", {}, ""}, WordsCase{"a  b\t", {"a", "b"}, ""},
                       WordsCase{R"("a \"b\" \\ \n" "")", {R"(a "b" \ \n)", ""}, ""},
                       WordsCase{"{a {b c} d} {}", {"a {b c} d", ""}, ""},
-                      WordsCase{"{a}{b} {c}d", {"{a}{b}", "{c}d"}, ""},
                       WordsCase{"x:u={a b}+y z", {"x:u={a b}+y", "z"}, ""},
                       WordsCase{"a {b {c} d", {}, "not closed: {b {c} d"},
                       WordsCase{"a \"b", {}, "not closed: \"b"}));

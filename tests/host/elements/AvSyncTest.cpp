@@ -61,14 +61,6 @@ TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForAWhileOnly) {
   EXPECT_EQ(TheCollector().Wait(3).back(), "h264 30");
 }
 
-TEST_F(AvSyncTest, RingsFeedItThroughReaders) {
-  Play();
-  // Readers start at what is written from now on.
-  Push(video, {0, 40});
-  Push(audio, {10, 50});
-  EXPECT_THAT(TheCollector().Wait(4), ElementsAre("h264 0", "aac 10", "h264 40", "aac 50"));
-}
-
 TEST_F(AvSyncTest, LiveStreamsLosePacketsWhenItIsFullAndStoppingDropsTheRest) {
   Play("shm-source:connect={pv:h264-feed}+ele-sync+collector");
   // What is queued waits for this input for so long that stopping finds it.

@@ -37,15 +37,6 @@ TEST_F(PacketQueueTest, OverflowDropsPicturesUpToTheNextKeyFrame) {
   EXPECT_THAT(Drain(), ElementsAre(4, 5));
 }
 
-TEST_F(PacketQueueTest, WithoutAKeyFrameItIsEmptiedAndWaitsForOne) {
-  for (std::uint32_t i = 1; i <= 4; ++i) Offer(i, i == 1, video.get());
-  EXPECT_EQ(Offer(5, false, video.get()), 5U);
-  EXPECT_EQ(Offer(6, false, video.get()), 1U);
-  EXPECT_EQ(Offer(7, true, video.get()), 0U);
-  EXPECT_EQ(Offer(8, false, video.get()), 0U);
-  EXPECT_THAT(Drain(), ElementsAre(7, 8));
-}
-
 TEST_F(PacketQueueTest, AKeyFrameThatFindsItFullIsKept) {
   for (std::uint32_t i = 1; i <= 4; ++i) Offer(i, false, video.get());
   EXPECT_EQ(Offer(5, true, video.get()), 4U);

@@ -2,12 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/MediaSamples.h"
+#include "tests/support/Bytes.h"
 
 namespace nimbo::test {
 namespace {
 
-using capture::av::DescribablePicture;
 using capture::av::NalUnit;
 using capture::av::SplitAnnexB;
 
@@ -27,30 +26,6 @@ TEST(SplitAnnexB, FindsNothingInWhatHoldsNoUnit) {
     EXPECT_TRUE(SplitAnnexB(stream.data(), stream.size()).empty());
   }
 }
-
-struct Picture {
-  std::vector<Bytes> units;
-  bool describable;
-};
-class Describable : public testing::TestWithParam<Picture> {};
-
-TEST_P(Describable, IsOneSlicePredictedFromOneSide) {
-  const Bytes stream = AnnexB(GetParam().units, 3);
-  const char* why = nullptr;
-  EXPECT_EQ(DescribablePicture(SplitAnnexB(stream.data(), stream.size()), why),
-            GetParam().describable);
-  EXPECT_EQ(why == nullptr, GetParam().describable);
-}
-// Behind the header byte: first_mb_in_slice 0 is the bit 1; then slice_type 0 (P) is 1,
-// 5 (P throughout) is 00110, 1 (B) is 010, 6 (B throughout) is 00111.
-INSTANTIATE_TEST_SUITE_P(Pictures, Describable,
-                         testing::Values(Picture{{{0x67, 1}, {0x68, 1}, {0x65, 0x88}}, true},
-                                         Picture{{{0x41, 0xC0}}, true},
-                                         Picture{{{0x41, 0x98}}, true}, Picture{{{0x06, 1}}, true},
-                                         Picture{{{0x41, 0xA0}}, false},
-                                         Picture{{{0x01, 0x9C}}, false},
-                                         Picture{{{0x41, 0xC0}, {0x41, 0x58}}, false},
-                                         Picture{{{0x42, 0xC0}}, false}));
 
 }  // namespace
 }  // namespace nimbo::test

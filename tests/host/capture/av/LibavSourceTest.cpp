@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <thread>
 
 #include "host/capture/av/DayClock.h"
 #include "host/capture/av/LibavLog.h"
+#include "tests/host/capture/StreamFile.h"
 #include "tests/host/capture/av/DecodedStream.h"
 #include "tests/host/capture/av/MediaFile.h"
 #include "tests/support/ConsoleCapture.h"
@@ -25,11 +27,23 @@ std::unique_ptr<capture::CaptureSource> NewSource(const std::string& url,
   return LibavSource::Make("av", attrs);
 }
 
-Bytes SliceOf(const unsigned char* data, std::size_t size) {
-  for (const NalUnit& unit : SplitAnnexB(data, size)) {
-    if (unit.IsSlice()) return Bytes(unit.data, unit.data + unit.size);
+std::vector<Bytes> Slices(const Bytes& stream) {
+  std::vector<Bytes> slices;
+  for (const NalUnit& unit : SplitAnnexB(stream.data(), stream.size())) {
+    if (unit.IsSlice()) slices.emplace_back(unit.data, unit.data + unit.size);
   }
-  return {};
+  return slices;
+}
+
+Bytes BytesOf(const std::vector<stream::Packet*>& packets) {
+  Bytes all;
+  for (auto* packet : packets) Append(all, Bytes(packet->Data(), packet->Data() + packet->Size()));
+  return all;
+}
+
+Bytes FileBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(file), {});
 }
 
 void ExpectInOrder(const Packets& packets) {
@@ -41,11 +55,12 @@ void ExpectInOrder(const Packets& packets) {
 class PassThrough : public testing::TestWithParam<const char*> {};
 
 TEST_P(PassThrough, GivesThePacketsOfTheFile) {
-  const TemporaryFile file("pass");
-  MediaForm form;
-  form.format = GetParam();
-  const Encoded encoded = WriteMedia(file.Path(), form);
-  ASSERT_TRUE(encoded.written);
+  const StreamFile file({}), pictures({}), sound({});
+  // What the encoders give goes to the file and, as it is, to two more.
+  ASSERT_TRUE(WriteMedia("[f=" + std::string(GetParam()) + "]" + file.Path() +
+                             "|[f=h264:select=v]" + pictures.Path() + "|[f=adts:select=a]" +
+                             sound.Path(),
+                         "tee", 50));
   ConsoleCapture console;
   const auto source = NewSource(file.Path());
   ASSERT_TRUE(source->Open());
@@ -54,21 +69,14 @@ TEST_P(PassThrough, GivesThePacketsOfTheFile) {
   const Packets packets = ReadPackets(*source);
   ExpectInOrder(packets);
   const auto video = OfCodec(packets, "h264");
-  ASSERT_EQ(video.size(), encoded.video.size());
+  ASSERT_EQ(video.size(), 50U);
   ExpectDescribableVideo(video);
+  EXPECT_EQ(Slices(BytesOf(video)), Slices(FileBytes(pictures.Path())));
   for (std::size_t i = 0; i < video.size(); ++i) {
-    EXPECT_EQ(SliceOf(video[i]->Data(), video[i]->Size()),
-              SliceOf(encoded.video[i].data(), encoded.video[i].size()));
     EXPECT_NEAR(static_cast<double>(video[i]->TimeStamp() - video[0]->TimeStamp()),
                 static_cast<double>(i) * NsPerSecond / 25, NsPerMillisecond);
   }
-  const auto audio = OfCodec(packets, "aac");
-  ASSERT_EQ(audio.size(), encoded.audio.size());
-  for (std::size_t i = 0; i < audio.size(); ++i) {
-    ASSERT_GT(audio[i]->Size(), 7U);
-    EXPECT_EQ(Bytes(audio[i]->Data() + 7, audio[i]->Data() + audio[i]->Size()), encoded.audio[i]);
-  }
-  EXPECT_EQ(Decode("aac", audio).rate, form.rate);
+  EXPECT_EQ(BytesOf(OfCodec(packets, "aac")), FileBytes(sound.Path()));
   EXPECT_EQ(console.Text(), "");
   source->Close();
 }
@@ -77,26 +85,16 @@ INSTANTIATE_TEST_SUITE_P(LengthPrefixedAndAnnexB, PassThrough,
 
 struct Unusual {
   const char* name;
-  MediaForm form;
+  const char* options;
   const char* told;
 };
 std::ostream& operator<<(std::ostream& out, const Unusual& unusual) { return out << unusual.name; }
-MediaForm Form(const char* x264, int bFrames, const char* audio, int rate) {
-  MediaForm form;
-  form.format = "matroska";
-  form.x264 = x264;
-  form.bFrames = bFrames;
-  form.audio = audio;
-  form.rate = rate;
-  return form;
-}
 
 class Transcoding : public testing::TestWithParam<Unusual> {};
 
 TEST_P(Transcoding, MakesItDescribableAndSaysWhy) {
-  const TemporaryFile file("unusual.mkv");
-  const Encoded encoded = WriteMedia(file.Path(), GetParam().form);
-  ASSERT_TRUE(encoded.written);
+  const StreamFile file({});
+  ASSERT_TRUE(WriteMedia(file.Path(), "matroska", 50, GetParam().options));
   ConsoleCapture console;
   const auto source = NewSource(file.Path());
   ASSERT_TRUE(source->Open());
@@ -107,9 +105,9 @@ TEST_P(Transcoding, MakesItDescribableAndSaysWhy) {
   const Packets packets = ReadPackets(*source);
   ExpectInOrder(packets);
   const auto video = OfCodec(packets, "h264");
-  EXPECT_EQ(video.size(), encoded.video.size());
+  EXPECT_EQ(video.size(), 50U);
   ExpectDescribableVideo(video);
-  EXPECT_EQ(Decode("h264", video).frames, static_cast<int>(encoded.video.size()));
+  EXPECT_EQ(Decode("h264", video).frames, 50);
   const auto audio = OfCodec(packets, "aac");
   ASSERT_FALSE(audio.empty());
   const Decoded decoded = Decode("aac", audio);
@@ -121,26 +119,23 @@ TEST_P(Transcoding, MakesItDescribableAndSaysWhy) {
               200.0 * NsPerMillisecond);
   source->Close();
 }
-INSTANTIATE_TEST_SUITE_P(
-    Reasons, Transcoding,
-    testing::Values(Unusual{"BPictures", Form("", 2, "aac", 44100), "it has B pictures"},
-                    Unusual{"Slices", Form("slices=4", 0, "aac", 48000), "several slices"},
-                    Unusual{"Mp3", Form("", 0, "libmp3lame", 44100), "it is mp3, not aac"},
-                    Unusual{"Rate", Form("", 0, "aac", 8000), "its rate is 8000 Hz"}));
+INSTANTIATE_TEST_SUITE_P(Reasons, Transcoding,
+                         testing::Values(Unusual{"BPictures", "-bf 2", "it has B pictures"},
+                                         Unusual{"Slices", "-ar 48000 -x264-params slices=4",
+                                                 "several slices"},
+                                         Unusual{"Mp3", "-c:a libmp3lame", "it is mp3, not aac"},
+                                         Unusual{"Rate", "-ar 8000", "its rate is 8000 Hz"}));
 
 TEST(LibavSource, ContinuesTheTimeLineOverRepetitions) {
-  const TemporaryFile file("loop.mp4");
-  MediaForm form;
-  form.pictures = 10;
-  const Encoded encoded = WriteMedia(file.Path(), form);
-  ASSERT_TRUE(encoded.written);
+  const StreamFile file({});
+  ASSERT_TRUE(WriteMedia(file.Path(), "mp4", 10));
   const auto source = NewSource(file.Path(), "pace=fast,loop=3");
   ASSERT_TRUE(source->Open());
   ASSERT_TRUE(source->Start());
   const Packets packets = ReadPackets(*source);
   ExpectInOrder(packets);
   const auto video = OfCodec(packets, "h264");
-  ASSERT_EQ(video.size(), 3 * encoded.video.size());
+  ASSERT_EQ(video.size(), 30U);
   ExpectDescribableVideo(video);
   // A repetition starts where the longer stream ended.
   const std::int64_t round = video[10]->TimeStamp() - video[0]->TimeStamp();
@@ -150,10 +145,8 @@ TEST(LibavSource, ContinuesTheTimeLineOverRepetitions) {
 }
 
 TEST(LibavSource, StartsFilesAtTheTimeOfStart) {
-  const TemporaryFile file("paced.mp4");
-  MediaForm form;
-  form.pictures = 5;
-  ASSERT_TRUE(WriteMedia(file.Path(), form).written);
+  const StreamFile file({});
+  ASSERT_TRUE(WriteMedia(file.Path(), "mp4", 5));
   const auto source = NewSource(file.Path(), "streams=video");
   ASSERT_TRUE(source->Open());
   const std::int64_t before = capture::MonotonicNow();
@@ -169,10 +162,7 @@ TEST(LibavSource, StartsFilesAtTheTimeOfStart) {
 }
 
 TEST(LibavSource, TellsInOneLineWhatCannotBeOpened) {
-  const TemporaryFile garbage("garbage.mp4");
-  FILE* file = fopen(garbage.Path().c_str(), "w");
-  fputs("no media at all", file);
-  fclose(file);
+  const StreamFile garbage(Bytes(15, 'x'));
   const std::pair<std::string, const char*> inputs[] = {
       {"no/such/file.mp4", "\"no/such/file.mp4\" cannot be opened: No such file or directory"},
       {garbage.Path(), "Invalid data"}};
@@ -188,16 +178,11 @@ TEST(LibavSource, TellsInOneLineWhatCannotBeOpened) {
 }
 
 TEST(LibavSource, GivesAPipeUpThatStaysSilent) {
-  const TemporaryFile file("silent.ts");
-  MediaForm form;
-  form.format = "mpegts";
-  form.pictures = 5;
-  ASSERT_TRUE(WriteMedia(file.Path(), form).written);
-  Bytes beginning(4096);
-  FILE* from = fopen(file.Path().c_str(), "r");
-  beginning.resize(fread(beginning.data(), 1, beginning.size(), from));
-  fclose(from);
-  const TemporaryFile place("silent.pipe");
+  const StreamFile place({});
+  ASSERT_TRUE(WriteMedia(place.Path(), "mpegts", 5));
+  Bytes beginning = FileBytes(place.Path());
+  beginning.resize(4096);
+  unlink(place.Path().c_str());
   ASSERT_EQ(mkfifo(place.Path().c_str(), 0600), 0);
   {
     ConsoleCapture console;
@@ -235,19 +220,13 @@ TEST(LibavSource, ReadsADeviceWithoutBlocking) {
 }
 
 TEST(LibavSource, EndsAReadFromASilentPipeWhenAborted) {
-  const TemporaryFile file("pipe.ts");
-  MediaForm form;
-  form.format = "mpegts";
-  ASSERT_TRUE(WriteMedia(file.Path(), form).written);
+  const StreamFile file({});
+  ASSERT_TRUE(WriteMedia(file.Path(), "mpegts", 50));
+  const Bytes stream = FileBytes(file.Path());
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   std::thread writer([&] {
-    FILE* from = fopen(file.Path().c_str(), "r");
-    char buffer[4096];
-    for (std::size_t got; (got = fread(buffer, 1, sizeof buffer, from)) > 0;) {
-      EXPECT_EQ(write(ends[1], buffer, got), static_cast<ssize_t>(got));
-    }
-    fclose(from);
+    EXPECT_EQ(write(ends[1], stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
   });
   const auto source = NewSource("pipe:" + std::to_string(ends[0]));
   ASSERT_TRUE(source->Open());
