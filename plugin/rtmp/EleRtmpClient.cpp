@@ -2,6 +2,7 @@
 
 #include "base/reflect/TClass.h"
 #include "nimbo/base/exit_call.h"
+#include "plugin/rtmp/Getter.h"
 #include "plugin/rtmp/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
@@ -190,14 +191,6 @@ IClass* RegisterEleRtmpClientClass() {
     made->init<T>(member);
     return made;
   };
-  const auto getter = [](const char* name, auto member) {
-    using Value = decltype((std::declval<T&>().*member)());
-    auto* made = new TProperty;
-    made->init(name, typeid(Value), base::PropertyTypeSize<Value>, nullptr);
-    made->initGet(member);
-    made->initGetStr(member);
-    return made;
-  };
   auto* url = new TProperty;
   url->init("url", &T::SetUrl, nullptr);
   url->initGet(&T::GetUrl);
@@ -205,7 +198,7 @@ IClass* RegisterEleRtmpClientClass() {
   return TClass<>::Register<T>(
       "EleRtmpClient-ele-rtmp-client-muxer-sink",
       {url, field("vcopy", &T::_vcopy), field("acopy", &T::_acopy),
-       getter("rtmp_sts", &T::RtmpConnectStatus), getter("rtmp_quality", &T::RtmpConnectQuality)});
+       Getter("rtmp_sts", &T::RtmpConnectStatus), Getter("rtmp_quality", &T::RtmpConnectQuality)});
 }
 
 void RegisterEleRtmpClient(const char* /*name*/) {

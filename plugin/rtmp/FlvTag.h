@@ -5,7 +5,7 @@
 #include <cstdint>
 
 /// The constants of FLV audio and video tag bodies that this plug-in writes (Adobe Flash Video File
-/// Format Specification 10.1, annex E.4). The byte tables stand in docs/wire-format.md.
+/// Format 10.1, annex E.4). The byte tables stand in docs/wire-format.md.
 namespace nimbo::plugin::rtmp {
 
 /// A view over memory that its caller owns.

@@ -5,6 +5,7 @@
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
 #include "nimbo/base/platform.h"
+#include "plugin/rtmp/Getter.h"
 #include "plugin/rtmp/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
@@ -232,18 +233,10 @@ void RtmpStreamPusher::Sleep(std::chrono::milliseconds duration) {
 
 IClass* RegisterRtmpStreamPusher(const char* name) {
   using T = RtmpStreamPusher;
-  const auto getter = [](const char* property, auto member) {
-    using Value = decltype((std::declval<T&>().*member)());
-    auto* made = new TProperty;
-    made->init(property, typeid(Value), base::PropertyTypeSize<Value>, nullptr);
-    made->initGet(member);
-    made->initGetStr(member);
-    return made;
-  };
   IClass* cl = TClass<>::Register<T>(
       name ? name : "RtmpStreamPusher-rtmp-pusher",
       {new TProperty("addr", &T::SetUrl, nullptr), new TProperty("cfg", &T::SetCfg, nullptr),
-       getter("rtmp_sts", &T::RtmpConnectStatus), getter("rtmp_quality", &T::RtmpConnectQuality)});
+       Getter("rtmp_sts", &T::RtmpConnectStatus), Getter("rtmp_quality", &T::RtmpConnectQuality)});
   if (cl) cl->Init("pluginrtmp", 0, nullptr, nullptr, nullptr);
   return cl;
 }
