@@ -1,6 +1,9 @@
 # What every target of this project is compiled with.
 
 add_compile_options(-Wall -Wextra -Wconversion -Wshadow -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  add_compile_options(-Wthread-safety -Wthread-safety-beta)  # see sync/Mutex.h
+endif()
 
 # Source paths in log lines and debug information do not tell where the tree was built.
 set(NIMBO_SOURCE_ROOT "/pluginrtmp/")
