@@ -66,7 +66,7 @@ bool EleRtmpClient::Open() {
   const std::string url = _url.Get();
   if (url.empty()) return Failure(Site::Here(), "_url.empty()");
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     BeginSession();
     if (!ConnectServer(url.c_str())) {
       Report("rtmp_disconnected");
@@ -87,7 +87,7 @@ bool EleRtmpClient::Open() {
 
 bool EleRtmpClient::Close() {
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     DisConnectServer();
     Line(Colour::Cyan, Site::Here()) << "disconnect to : " << _url.Get();
   }
@@ -111,7 +111,7 @@ bool EleRtmpClient::Stop() {
 
 bool EleRtmpClient::ReceivePacket(Packet& packet, void* /*from*/) {
   IMedia* media = packet.Media();
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   const SigPipeGuard guard;
   const char* codec = media ? media->Codec() : nullptr;
   if (!_rtmp.IsConnected()) return HandleFailure(packet, codec);

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "nimbo/base/class.h"
 #include "nimbo/stream/sink.h"
 #include "plugin/rtmp/MediaSender.h"
 #include "plugin/rtmp/SharedText.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -51,18 +51,19 @@ class EleRtmpClient : public stream::ISink, private MediaSender {
   void Report(const char* message) override;
   /// [sending] Reconnects when both sides of the picture differ from the session's. False when that
   /// fails or the media does not tell its size.
-  bool SwitchResolution(stream::IMedia& media);
+  bool SwitchResolution(stream::IMedia& media) REQUIRES(_mutex);
   /// [sending] What follows a packet that could not be sent; the result of ReceivePacket.
-  bool HandleFailure(const stream::Packet& packet, const char* codec);
+  bool HandleFailure(const stream::Packet& packet, const char* codec) REQUIRES(_mutex);
   /// Counts a packet: the first one sets the counter to its number.
   static void Count(std::int32_t& counter, const stream::Packet& packet);
 
-  std::mutex _mutex;  ///< held while a packet is handled, and around connecting and disconnecting
   SharedText _url;
-  std::int32_t _vid_count = -1;
-  std::int32_t _aud_count = -1;
-  std::int32_t _width = 1280;
-  std::int32_t _height = 720;
+  /// Held while a packet is handled, and around connecting and disconnecting.
+  sync::Mutex _mutex;
+  std::int32_t _vid_count GUARDED_BY(_mutex) = -1;
+  std::int32_t _aud_count GUARDED_BY(_mutex) = -1;
+  std::int32_t _width GUARDED_BY(_mutex) = 1280;
+  std::int32_t _height GUARDED_BY(_mutex) = 720;
 };
 
 /// [control] Registers the class; the name is not used.

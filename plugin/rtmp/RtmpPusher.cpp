@@ -68,7 +68,7 @@ bool RtmpStreamPusher::RtmpConnectStatus() { return _rtmp.Connected(); }
 int RtmpStreamPusher::RtmpConnectQuality() {
   constexpr int Lost = 100;
   constexpr int Percent = 100;
-  const std::lock_guard<std::mutex> lock(_quality_mutex);
+  const sync::Lock lock(_quality_mutex);
   if (!_quality_ring || !_vid_reader || !_vid_reader->ring) return 0;
   if (_vid_lost) return Lost;
   if (_vid_ring_size == 0) return 0;
@@ -94,7 +94,7 @@ bool RtmpStreamPusher::StartAVSource() {
   for (PacketRing* ring : vrlist) {
     constexpr auto NoLimit = std::chrono::nanoseconds::max();
     if (HasCodec(ring->Media(NoLimit), "h264")) {
-      const std::lock_guard<std::mutex> lock(_quality_mutex);
+      const sync::Lock lock(_quality_mutex);
       _vid_reader.reset(ring->CreateReader(nullptr));
       _vid_ring_size = ring->Size();
       _quality_ring = ring;
@@ -107,7 +107,7 @@ bool RtmpStreamPusher::StartAVSource() {
 bool RtmpStreamPusher::StopAVSource() {
   if (!_app) return true;
   {
-    const std::lock_guard<std::mutex> lock(_quality_mutex);
+    const sync::Lock lock(_quality_mutex);
     _quality_ring = nullptr;
   }
   _app->StatusChange(IStatus::null);
@@ -153,10 +153,10 @@ bool RtmpStreamPusher::Stop() {
 
 bool RtmpStreamPusher::Close() {
   {
-    const std::lock_guard<std::mutex> lock(_sleep_mutex);
+    const sync::Lock lock(_sleep_mutex);
     _running = false;
   }
-  _sleep_ended.notify_all();
+  _sleep_ended.NotifyAll();
   _rtmp.Cancel();
   if (_aud_reader) _aud_reader->WaitAbort();
   if (_vid_reader) _vid_reader->WaitAbort();
@@ -225,8 +225,10 @@ void RtmpStreamPusher::Reconnect() {
 }
 
 void RtmpStreamPusher::Sleep(std::chrono::milliseconds duration) {
-  std::unique_lock<std::mutex> lock(_sleep_mutex);
-  _sleep_ended.wait_for(lock, duration, [this] { return !_running; });
+  const auto end = std::chrono::steady_clock::now() + duration;
+  const sync::Lock lock(_sleep_mutex);
+  while (_running && _sleep_ended.WaitUntil(_sleep_mutex, end)) {
+  }
 }
 
 // ---- registration -------------------------------------------------------------------------------

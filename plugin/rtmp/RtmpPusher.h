@@ -2,9 +2,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "nimbo/base/class.h"
@@ -14,6 +12,7 @@
 #include "nimbo/stream/service.h"
 #include "plugin/rtmp/MediaSender.h"
 #include "plugin/rtmp/SharedText.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -79,15 +78,16 @@ class RtmpStreamPusher : public stream::Service, private MediaSender {
   std::string _cfg;
   base::Thread _thread;
   std::atomic<bool> _running{false};
-  int _vid_ring_size = 0;
 
-  /// Guards `_quality_ring`, and through it the life of the ring and of `_vid_reader` while the
-  /// quality is read. Taken alone, never while anything waits.
-  std::mutex _quality_mutex;
-  stream::PacketRing* _quality_ring = nullptr;  ///< the ring behind `_vid_reader` while it lives
+  /// Keeps the ring and `_vid_reader` alive while the quality is read. Taken alone, never while
+  /// anything waits.
+  sync::Mutex _quality_mutex;
+  /// The ring behind `_vid_reader` while it lives, and its size.
+  stream::PacketRing* _quality_ring GUARDED_BY(_quality_mutex) = nullptr;
+  int _vid_ring_size GUARDED_BY(_quality_mutex) = 0;
 
-  std::mutex _sleep_mutex;  ///< taken alone
-  std::condition_variable _sleep_ended;
+  sync::Mutex _sleep_mutex;  ///< taken alone; `_running` becomes false under it
+  sync::Condition _sleep_ended;
 };
 
 /// [control] Registers the class under `name`, or "RtmpStreamPusher-rtmp-pusher" when that is null.

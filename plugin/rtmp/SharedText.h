@@ -1,8 +1,9 @@
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <utility>
+
+#include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -11,17 +12,17 @@ namespace nimbo::plugin::rtmp {
 class SharedText {
  public:
   void Set(std::string text) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _text = std::move(text);
   }
   std::string Get() const {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     return _text;
   }
 
  private:
-  mutable std::mutex _mutex;
-  std::string _text;
+  mutable sync::Mutex _mutex;
+  std::string _text GUARDED_BY(_mutex);
 };
 
 }  // namespace nimbo::plugin::rtmp

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
 #include <librtmp/log.h>
 
@@ -44,12 +43,12 @@ bool IsRefusal(const std::string& status) {
 }  // namespace
 
 LibrtmpLog::LibrtmpLog() : _outer(current) {
-  static std::once_flag installed;
-  std::call_once(installed, [] {
+  [[maybe_unused]] static const bool installed = [] {
     RTMP_LogSetCallback(&LibrtmpLog::Receive);
     // The level at which librtmp tells what the server answered.
     RTMP_LogSetLevel(RTMP_LOGDEBUG);
-  });
+    return true;
+  }();
   current = this;
 }
 

@@ -54,40 +54,46 @@ std::string Seconds(std::chrono::milliseconds time) {
 /// A step that may block, made known to Cancel while it lasts.
 class RtmpSession::Operation {
  public:
-  Operation(RtmpSession& session, Activity activity) : _session(session) {
-    // librtmp repeats a TLS write that failed while it finds an old EINTR here.
-    errno = 0;
-    const std::lock_guard<std::mutex> lock(session._mutex);
-    _allowed = activity != Activity::Opening || !session._cancelled;
-    session._activity = activity;
-    if (session._control < 0) return;
-    const auto now = Watcher::Clock::now();
-    if (activity == Activity::Closing) Bound(now + Limits().close);
-    if (activity == Activity::Sending && session._cancelled) Bound(now + Limits().cancelledSend);
-  }
-  ~Operation() {
-    const std::lock_guard<std::mutex> lock(_session._mutex);
-    // The watch of an attempt goes on from one of its steps to the next.
-    if (_session._activity != Activity::Opening) _session.EndWatch();
-    _session._activity = Activity::Idle;
-  }
+  Operation(RtmpSession& session, Activity activity)
+      : _session(session), _allowed(session.Begin(activity)) {}
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
+  ~Operation() { _session.End(); }
 
   bool Allowed() const { return _allowed; }
 
  private:
-  void Bound(Watcher::Clock::time_point deadline) {
-    if (_session._watch) {
-      Watcher::Globle().Hasten(_session._watch, deadline);
-    } else {
-      _session._watch = Watcher::Globle().Add(_session._control, deadline);
-    }
-  }
-
   RtmpSession& _session;
   bool _allowed;
 };
+
+bool RtmpSession::Begin(Activity activity) {
+  // librtmp repeats a TLS write that failed while it finds an old EINTR here.
+  errno = 0;
+  const sync::Lock lock(_mutex);
+  _activity = activity;
+  if (_control >= 0) {
+    const auto now = Watcher::Clock::now();
+    if (activity == Activity::Closing) Bound(now + Limits().close);
+    if (activity == Activity::Sending && _cancelled) Bound(now + Limits().cancelledSend);
+  }
+  return activity != Activity::Opening || !_cancelled;
+}
+
+void RtmpSession::End() {
+  const sync::Lock lock(_mutex);
+  // The watch of an attempt goes on from one of its steps to the next.
+  if (_activity != Activity::Opening) EndWatch();
+  _activity = Activity::Idle;
+}
+
+void RtmpSession::Bound(Watcher::Clock::time_point deadline) {
+  if (_watch) {
+    Watcher::Globle().Hasten(_watch, deadline);
+  } else {
+    _watch = Watcher::Globle().Add(_control, deadline);
+  }
+}
 
 SessionLimits& RtmpSession::Limits() {
   static SessionLimits limits;
@@ -104,8 +110,8 @@ bool RtmpSession::Allocate() {
   if (!_rtmp) return false;
   {
     // librtmp sets its TLS up at first use, without a lock of its own.
-    static std::mutex firstUse;
-    const std::lock_guard<std::mutex> lock(firstUse);
+    static sync::Mutex firstUse;
+    const sync::Lock lock(firstUse);
     RTMP_Init(_rtmp);
   }
   _rtmp->Link.timeout = TimeoutSeconds;
@@ -170,7 +176,7 @@ bool RtmpSession::ConnectByLibrtmp() {
   }
   if (!RTMP_Connect(_rtmp, nullptr)) return false;
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _attempt_ends = Watcher::Clock::now() + Limits().attempt;
   }
   if (Adopt(_rtmp->m_sb.sb_socket) && WatchAttempt(_rtmp->m_sb.sb_socket)) return true;
@@ -183,7 +189,7 @@ bool RtmpSession::ConnectOwn() {
   unsigned port = _rtmp->Link.port;
   ReadBracketedHost(_shown, host, port);
   const auto started = [this] {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _attempt_ends = Watcher::Clock::now() + Limits().attempt;
   };
   const Connector::Result result =
@@ -225,7 +231,7 @@ bool RtmpSession::MakeTls(const std::string& host, int socket) {
 }
 
 bool RtmpSession::WatchAttempt(int socket) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   EndWatch();
   if (_cancelled || Watcher::Clock::now() >= _attempt_ends) return false;
   _watch = Watcher::Globle().Add(socket, _attempt_ends);
@@ -236,7 +242,7 @@ bool RtmpSession::Adopt(int socket) {
 #ifndef RTMP_STOCK_TRANSPORT
   Connector::SetOptions(socket, Limits().answer, Limits().stalledSend);
 #endif
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   if (_control >= 0) close(_control);
   _control = fcntl(socket, F_DUPFD_CLOEXEC, 0);
   return _control >= 0;
@@ -254,7 +260,7 @@ bool RtmpSession::ConnectStream() {
   // With credentials librtmp dials once more meanwhile.
   if (streaming && _rtmp->m_sb.sb_socket != before) streaming = Adopt(_rtmp->m_sb.sb_socket);
   if (streaming) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     EndWatch();
   } else {
     Explain(log.Reason());
@@ -267,7 +273,7 @@ bool RtmpSession::ConnectStream() {
 
 bool RtmpSession::Explain(const std::string& reason) {
   if (_remark.empty()) Fail(reason.empty() ? "the server does not answer" : reason);
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   if (_cancelled) {
     _remark = "cancelled";
   } else if (_watch && Watcher::Clock::now() >= _attempt_ends) {
@@ -296,12 +302,17 @@ void RtmpSession::Close() {
 }
 
 void RtmpSession::AwaitEnd() {
-  if (_control < 0) return;
+  int control = -1;
+  {
+    const sync::Lock lock(_mutex);
+    control = _control;
+  }
+  if (control < 0) return;
   // Closing with unread data pending would reset the connection and could cost the server the tail
   // of what was sent.
-  shutdown(_control, SHUT_WR);
+  shutdown(control, SHUT_WR);
   char discarded[1024];
-  while (recv(_control, discarded, sizeof discarded, 0) > 0) {
+  while (recv(control, discarded, sizeof discarded, 0) > 0) {
   }
 }
 
@@ -329,7 +340,7 @@ void RtmpSession::Disconnect() {
 }
 
 void RtmpSession::Cancel() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _cancelled = true;
   const auto now = Watcher::Clock::now();
   if (_activity == Activity::Opening) {
@@ -340,7 +351,7 @@ void RtmpSession::Cancel() {
 }
 
 void RtmpSession::Resume() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _cancelled = false;
 }
 
@@ -449,7 +460,7 @@ bool RtmpSession::Note(bool result) {
   const bool connected = IsConnected();
   _connected.store(connected, std::memory_order_relaxed);
   if (!connected) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     if (_control >= 0) close(_control);
     _control = -1;
   }

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include <librtmp/rtmp.h>
@@ -11,6 +10,7 @@
 #include "plugin/rtmp/session/Limits.h"
 #include "plugin/rtmp/session/TlsClient.h"
 #include "plugin/rtmp/session/Watcher.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -63,9 +63,9 @@ class RtmpSession {
 
   /// [any] Ends a connection attempt at once and a send that stays stalled soon. New attempts fail
   /// until Resume.
-  void Cancel();
+  void Cancel() EXCLUDES(_mutex);
   /// [any]
-  void Resume();
+  void Resume() EXCLUDES(_mutex);
 
   /// [session] Whether there is a connection. Telling so costs no system call.
   bool IsConnected() const { return _rtmp && RTMP_IsConnected(_rtmp) != 0; }
@@ -96,26 +96,31 @@ class RtmpSession {
   enum class Activity { Idle, Opening, Sending, Closing };
   class Operation;
 
+  /// A step that may block begins. False when it was cancelled before.
+  bool Begin(Activity activity) EXCLUDES(_mutex);
+  void End() EXCLUDES(_mutex);
+  /// Ends the step under way at `deadline`.
+  void Bound(Watcher::Clock::time_point deadline) REQUIRES(_mutex);
   bool DialsItself() const;
   bool ConnectOwn();
   bool ConnectByLibrtmp();
   bool MakeTls(const std::string& host, int socket);
   /// Watches a socket of the attempt under way. False when it was cancelled.
-  bool WatchAttempt(int socket);
+  bool WatchAttempt(int socket) EXCLUDES(_mutex);
   /// Keeps a duplicate of the connection's socket for Cancel and for the goodbye.
   /// False when there is no descriptor left.
-  bool Adopt(int socket);
-  void EndWatch();
+  bool Adopt(int socket) EXCLUDES(_mutex);
+  void EndWatch() REQUIRES(_mutex);
   /// Reads until the server closes its side; the watch ends a wait that takes too long.
-  void AwaitEnd();
+  void AwaitEnd() EXCLUDES(_mutex);
   static constexpr long EndOfStream = 0;
   static constexpr long NothingYet = -1;
   /// One non-blocking read: the number of bytes, EndOfStream or NothingYet.
   long ReadInbound(char* buffer, std::size_t size);
   /// Passes the result of a step on, after telling whether the connection still stands.
-  bool Note(bool result);
+  bool Note(bool result) EXCLUDES(_mutex);
   /// Notes why the attempt under way failed, in the end. Always false.
-  bool Explain(const std::string& reason);
+  bool Explain(const std::string& reason) EXCLUDES(_mutex);
   /// Notes why a step failed. Always false.
   bool Fail(const std::string& reason);
 
@@ -129,12 +134,12 @@ class RtmpSession {
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
   std::atomic<bool> _connected{false};
 
-  std::mutex _mutex;  ///< guards what follows; held for moments only; Watcher's is taken under it
-  Activity _activity = Activity::Idle;
-  bool _cancelled = false;
-  Watcher::Clock::time_point _attempt_ends;
-  Watcher::Id _watch = 0;
-  int _control = -1;
+  sync::Mutex _mutex;  ///< held for moments only; Watcher's is taken under it
+  Activity _activity GUARDED_BY(_mutex) = Activity::Idle;
+  bool _cancelled GUARDED_BY(_mutex) = false;
+  Watcher::Clock::time_point _attempt_ends GUARDED_BY(_mutex);
+  Watcher::Id _watch GUARDED_BY(_mutex) = 0;
+  int _control GUARDED_BY(_mutex) = -1;  ///< a duplicate of the connection's socket
 };
 
 }  // namespace nimbo::plugin::rtmp

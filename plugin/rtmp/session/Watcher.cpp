@@ -22,31 +22,31 @@ Watcher& Watcher::Globle() {
 Watcher::Id Watcher::Add(int socket, Clock::time_point deadline) {
   const int duplicate = fcntl(socket, F_DUPFD_CLOEXEC, 0);
   if (duplicate < 0) return 0;
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   if (!_running && !StartThread()) {
     close(duplicate);
     return 0;
   }
   _watches[++_last] = {duplicate, deadline, false};
-  _changed.notify_one();
+  _changed.NotifyOne();
   return _last;
 }
 
 void Watcher::Hasten(Id id, Clock::time_point deadline) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   const auto watch = _watches.find(id);
   if (watch == _watches.end()) return;
   watch->second.deadline = std::min(watch->second.deadline, deadline);
-  _changed.notify_one();
+  _changed.NotifyOne();
 }
 
 void Watcher::Remove(Id id) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   const auto watch = _watches.find(id);
   if (watch == _watches.end()) return;
   close(watch->second.socket);
   _watches.erase(watch);
-  if (_watches.empty()) _changed.notify_one();
+  if (_watches.empty()) _changed.NotifyOne();
 }
 
 bool Watcher::StartThread() {
@@ -67,13 +67,13 @@ bool Watcher::StartThread() {
 
 void Watcher::Run() {
   pthread_setname_np(pthread_self(), "rtmp-watch");
-  std::unique_lock<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   while (!_watches.empty()) {
     const Clock::time_point next = FireDue();
     if (next == Clock::time_point::max()) {
-      _changed.wait(lock);
+      _changed.Wait(_mutex);
     } else {
-      _changed.wait_until(lock, next);
+      _changed.WaitUntil(_mutex, next);
     }
   }
   _running = false;

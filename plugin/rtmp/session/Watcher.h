@@ -1,10 +1,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
-#include <mutex>
+
+#include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -23,11 +23,11 @@ class Watcher {
 
   /// Shuts `socket` down at `deadline` unless Remove comes first. 0 when no descriptor is to be
   /// had.
-  Id Add(int socket, Clock::time_point deadline);
+  Id Add(int socket, Clock::time_point deadline) EXCLUDES(_mutex);
   /// Brings the deadline forward; a later one than before changes nothing.
-  void Hasten(Id id, Clock::time_point deadline);
+  void Hasten(Id id, Clock::time_point deadline) EXCLUDES(_mutex);
   /// Ends the watch.
-  void Remove(Id id);
+  void Remove(Id id) EXCLUDES(_mutex);
 
  private:
   struct Watch {
@@ -39,16 +39,16 @@ class Watcher {
   Watcher() = default;
   ~Watcher() = default;
   /// Starts Run, which waits for the lock that the caller holds. False when there is no thread.
-  bool StartThread();
-  void Run();
+  bool StartThread() REQUIRES(_mutex);
+  void Run() EXCLUDES(_mutex);
   /// Shuts down what is due and gives the next deadline; that of "never" when there is none.
-  Clock::time_point FireDue();
+  Clock::time_point FireDue() REQUIRES(_mutex);
 
-  std::mutex _mutex;  ///< taken after a session's own lock, never held while anything blocks
-  std::condition_variable _changed;
-  std::map<Id, Watch> _watches;
-  Id _last = 0;
-  bool _running = false;
+  sync::Mutex _mutex;  ///< taken after a session's own lock, never held while anything blocks
+  sync::Condition _changed;
+  std::map<Id, Watch> _watches GUARDED_BY(_mutex);
+  Id _last GUARDED_BY(_mutex) = 0;
+  bool _running GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace nimbo::plugin::rtmp
