@@ -3,10 +3,11 @@
 #
 #   ./test.sh [--fast] [CTEST-ARGUMENT...]
 #
-# Presets one after the other: release (the artefacts, against a real server), debug with the checks
-# of the sources, then with address and undefined-behaviour, and with thread sanitizer. --fast stops
-# after debug and leaves the linter out. Other arguments go to ctest (-R NAME, -j 1); with them only
-# the test presets run. Ends with ctest's summary line, and at the first preset that fails.
+# Presets one after the other: release (the artefacts, against a real server), armhf (cross-built for
+# 32-bit ARM, run by qemu), debug with the checks of the sources, then with address and
+# undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter. Other
+# arguments go to ctest (-R NAME, -j 1); with them only debug and the sanitizers run. Ends with
+# ctest's summary line, and at the first preset that fails.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -24,7 +25,7 @@ if $fast; then
   presets=(debug)
   arguments+=(-LE lint)
 elif [ ${#arguments[@]} -eq 0 ]; then
-  presets=(release "${presets[@]}")
+  presets=(release armhf "${presets[@]}")
 fi
 
 fail() { printf 'test.sh: %s\n' "$1" >&2; exit 1; }
@@ -50,6 +51,14 @@ for preset in "${presets[@]}"; do
       # The artefacts alone; their tests are those that drive the program from outside.
       build release --target nimbo-host pluginrtmp nimbo-av
       tests=(-L interop)
+      ;;
+    armhf)
+      printf '\n== Making the armhf sysroot\n'
+      mkdir -p build
+      tools/armhf-sysroot --av build/armhf-sysroot >build/test-armhf-sysroot.log 2>&1 ||
+        { tail -n 5 build/test-armhf-sysroot.log >&2; fail "the armhf sysroot could not be made"; }
+      build armhf
+      tests=()
       ;;
     *)
       build "$preset"

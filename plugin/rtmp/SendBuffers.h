@@ -13,7 +13,8 @@ namespace nimbo::plugin::rtmp {
 /// Bytes of a send buffer in front of the message body: librtmp's message record and the room into
 /// which librtmp writes the chunk header.
 constexpr std::size_t RtmpHeaderSize = sizeof(RTMPPacket) + RTMP_MAX_HEADER_SIZE;
-static_assert(sizeof(void*) != 4 || RtmpHeaderSize == 50, "layout of the 32-bit target");
+static_assert(sizeof(void*) != 4 || (sizeof(RTMPPacket) == 32 && RtmpHeaderSize == 50),
+              "layout of the 32-bit target");
 
 /// The two send buffers of a publishing object and the operations on them. Used by the thread that
 /// sends only; created and destroyed on the control thread while nothing is sent.

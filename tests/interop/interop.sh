@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Publishes with the program to a private nginx and looks at what it recorded.
-#   tests/interop/interop.sh NIMBO-HOST CASE
-# CASE is one of the functions whose names begin with a capital.
+#   tests/interop/interop.sh CASE NIMBO-HOST...
+# CASE is one of the functions whose names begin with a capital; an emulator may stand in front of
+# the program.
 set -euo pipefail
-host=$1
+case=${1:-}
+host=("${@:2}")
 tools=$(cd "$(dirname "$0")/../../tools" && pwd)
 folder=$(mktemp -d)
 children=()
@@ -39,12 +41,13 @@ start_server() {
   address=$address/stream
 }
 
-# push OPTION...: to its end. Its output is left in `log`.
+# push OPTION... and publish OPTION...: to their ends. The output is left in `log`.
 log=$folder/log
-push() { "$host" push "$@" </dev/null >"$log" 2>&1; }
+push() { "${host[@]}" push "$@" </dev/null >"$log" 2>&1; }
+publish() { "${host[@]}" publish "$@" </dev/null >"$log" 2>&1; }
 # start_push OPTION...: sets `pusher`.
 start_push() {
-  "$host" push "$@" </dev/null >"$log" 2>&1 &
+  "${host[@]}" push "$@" </dev/null >"$log" 2>&1 &
   pusher=$!
   children+=("$pusher")
 }
@@ -70,11 +73,14 @@ md5() {
   ffmpeg -nostdin -v error -i "$file" -map "0:$stream" -fps_mode passthrough "$@" -f framemd5 - |
     awk -F', *' '!/^#/ { print $6 }'
 }
-same_frames() {
+same_pictures() {
   diff <(md5 "$1" v) <(md5 "$2" v) >"$folder/diff" || fail "pictures differ: $(head -n 4 "$folder/diff")"
+  [ "$(md5 "$2" v | wc -l)" -gt 0 ] || fail "there are no pictures"
+}
+same_frames() {
+  same_pictures "$@"
   diff <(md5 "$1" a -c copy) <(md5 "$2" a -c copy) >"$folder/diff" ||
     fail "sound packets differ: $(head -n 4 "$folder/diff")"
-  [ "$(md5 "$2" v | wc -l)" -gt 0 ] || fail "there are no pictures"
 }
 frames() { md5 "$1" v | wc -l; }
 
@@ -143,6 +149,9 @@ ElementaryFilesArriveFrameByFrame() {
   push --url "$address" --input "$folder/v.h264" --input "$folder/a.aac" || fail "push ended with $?"
   decodes_clean "$(newest)"
   same_frames "$folder/source.mp4" "$(newest)"
+  publish "$folder/v.h264" "${address}2" --no-copy || fail "publish ended with $?"
+  decodes_clean "$(newest)"
+  same_pictures "$folder/source.mp4" "$(newest)"
 }
 
 AFileIsTranscodedWhereTheWireCannotDescribeIt() {
@@ -200,9 +209,6 @@ ARefusedPublishIsAFailure() {
   grep -qF 'RTMP_ConnectStream(_rtmp, 0) == 0' "$log" || fail "no failure line"
 }
 
-# publish OPTION...: to its end. Its output is left in `log`.
-publish() { "$host" publish "$@" </dev/null >"$log" 2>&1; }
-
 AFileIsPublishedToTwoServersFrameByFrame() {
   source_file "$folder/source.mp4" "${one_slice[@]}"
   start_server
@@ -219,7 +225,7 @@ AFileIsPublishedToTwoServersFrameByFrame() {
 AFileIsPublishedFastAndInPlaceFrameByFrame() {
   source_file "$folder/source.mp4" "${one_slice[@]}"
   start_server
-  "$host" publish "$folder/source.mp4" "$address" --fast --no-copy --json </dev/null >"$log" ||
+  "${host[@]}" publish "$folder/source.mp4" "$address" --fast --no-copy --json </dev/null >"$log" ||
     fail "publish ended with $?"
   decodes_clean "$(newest)"
   same_frames "$folder/source.mp4" "$(newest)"
@@ -236,7 +242,7 @@ ALargePictureIsCompleteFromTheSwitchOn() {
   publish "$folder/source.mp4" "$address" || fail "publish ended with $?"
   # The session is made anew for the first picture; nothing was recorded before.
   decodes_clean "$(newest)"
-  diff <(md5 "$folder/source.mp4" v) <(md5 "$(newest)" v) >"$folder/diff" || fail "pictures differ"
+  same_pictures "$folder/source.mp4" "$(newest)"
   grep -q '1920/1080' "$log" || fail "no line tells of the switch"
 }
 
@@ -252,7 +258,7 @@ AServerThatFailsHoldsUpNoOther() {
 AClientFindsAKilledServerAgain() {
   start_server
   # A picture of another size than this would make the session anew, with a recording of its own.
-  "$host" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
+  "${host[@]}" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
   pusher=$!
   children+=("$pusher")
   until_true recorded 1 100000 || fail "nothing was recorded"
@@ -272,7 +278,7 @@ AClientFindsAKilledServerAgain() {
 }
 
 # shell LINE...: its output, both streams.
-shell() { printf '%s\n' "$@" | "$host" shell 2>&1 || true; }
+shell() { printf '%s\n' "$@" | "${host[@]}" shell 2>&1 || true; }
 # The failure line of the command unit's LINE in FUNCTION.
 failed() { printf '\033[31mplugin/rtmp/_test.cpp/%s/%s:\t%s' "$1" "$2" "$3"; }
 
@@ -322,5 +328,5 @@ TheShellShowsAPipelineWithItsPorts() {
   done
 }
 
-[ "$(type -t "${2:-}")" = function ] && [[ $2 == [A-Z]* ]] || fail "there is no case \"${2:-}\""
-"$2"
+[ "$(type -t "$case")" = function ] && [[ $case == [A-Z]* ]] || fail "there is no case \"$case\""
+"$case"

@@ -17,10 +17,10 @@ namespace {
 constexpr std::chrono::minutes Patience{1};
 
 [[noreturn]] void RunHost(const std::vector<std::string>& arguments) {
-  std::vector<char*> argv{const_cast<char*>(NIMBO_HOST)};
-  for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  std::vector<const char*> argv{NIMBO_HOST};
+  for (const auto& argument : arguments) argv.push_back(argument.c_str());
   argv.push_back(nullptr);
-  execv(NIMBO_HOST, argv.data());
+  execvp(argv[0], const_cast<char**>(argv.data()));
   _exit(127);
 }
 
