@@ -70,6 +70,9 @@ Bytes EncodeInformation(const std::string& level, const std::string& code) {
   AppendString(out, level);
   AppendText(out, "code");
   AppendString(out, code);
+  // librtmp reads it in every refusal, whether it is there or not.
+  AppendText(out, "description");
+  AppendString(out, "as scripted");
   AppendText(out, "");
   out.push_back(AMF_OBJECT_END);
   return out;

@@ -17,6 +17,7 @@ constexpr unsigned char RtmpVersion = 3;
 constexpr unsigned CommandChannel = 3;
 constexpr std::uint32_t StreamId = 1;
 constexpr int Backlog = 64;
+constexpr std::chrono::hours Forever{24};
 
 /// A loopback address of either family: port and family are at the same place in both.
 struct Loopback {
@@ -130,9 +131,12 @@ class IngestServer::Connection {
     Say(answer);
     ReadExactly(HandshakeSize);
     ChunkReader reader;
+    const bool exact = std::any_of(_script.rules.begin(), _script.rules.end(),
+                                   [](const Rule& rule) { return rule.beyond > 0; });
     for (;;) {
       unsigned char buffer[16384];
-      const std::size_t size = ReadSome(buffer, sizeof buffer);
+      const std::size_t size = ReadSome(buffer, exact ? 1 : sizeof buffer);
+      if (_media > 0) Reach(Point::Media, _media, ++_beyond);
       if (!reader.Feed(buffer, size, [this](Message& message) { Take(message); })) {
         Complain(reader.Error());
       }
@@ -171,11 +175,14 @@ class IngestServer::Connection {
   }
 
   /// Does what the script says for this point. True when the publisher is to be refused.
-  bool Reach(Point point, std::size_t count = 1) {
+  bool Reach(Point point, std::size_t count = 1, std::size_t beyond = 0) {
     for (const Rule& rule : _script.rules) {
-      if (rule.at != point || rule.count != count) continue;
+      if (rule.at != point || rule.count != count || rule.beyond != beyond) continue;
       if (rule.reaction == Reaction::Refuse) return true;
-      while (rule.reaction == Reaction::Stall) Pause(LongTime);
+      if (rule.reaction == Reaction::Stall) {
+        Pause(rule.stall.count() > 0 ? rule.stall : Forever);
+        continue;
+      }
       if (rule.reaction == Reaction::Reset) _io->Reset();
       throw Over();
     }
@@ -183,12 +190,12 @@ class IngestServer::Connection {
   }
 
   void Take(Message& message) {
-    std::size_t media = 0;
     Update([&](Record& to) {
       to.messages.push_back(message);
-      if (message.IsMedia()) media = ++to.mediaCount;
+      if (message.IsMedia()) _media = ++to.mediaCount;
     });
-    if (message.IsMedia()) Reach(Point::Media, media);
+    _beyond = 0;
+    if (message.IsMedia()) Reach(Point::Media, _media);
     if (message.type != CommandMessage) return;
     const Command command = DecodeCommand(message.body);
     if (command.name.empty()) Complain("not a command");
@@ -223,7 +230,9 @@ class IngestServer::Connection {
 
   IngestServer& _server;
   const Script _script;
-  Transport* const _io;  ///< the thread's own view of the transport
+  Transport* const _io;     ///< the thread's own view of the transport
+  std::size_t _media = 0;   ///< messages of media
+  std::size_t _beyond = 0;  ///< bytes behind the last of them
   std::thread _thread;
 };
 
@@ -322,7 +331,8 @@ bool IngestServer::WaitForEnd(std::size_t connection) const {
 
 std::shared_ptr<Transport> IngestServer::TransportOf(std::size_t connection) const {
   const std::lock_guard<std::mutex> lock(_mutex);
-  return _connections.at(connection)->transport;
+  const auto& found = _connections.at(connection);
+  return found ? found->transport : nullptr;
 }
 
 void IngestServer::Send(std::size_t connection, const Bytes& bytes) {
@@ -335,6 +345,13 @@ void IngestServer::Close(std::size_t connection) {
 
 void IngestServer::Reset(std::size_t connection) {
   if (const auto transport = TransportOf(connection)) transport->Reset();
+}
+
+void IngestServer::Forget(std::size_t connection) {
+  WaitForEnd(connection);
+  std::unique_ptr<Connection> forgotten;  // ends its thread without the lock
+  const std::lock_guard<std::mutex> lock(_mutex);
+  forgotten.swap(_connections.at(connection));
 }
 
 FullListener::FullListener() {

@@ -38,7 +38,9 @@ enum class Reaction {
 struct Rule {
   Point at;
   Reaction reaction;
-  std::size_t count = 1;  ///< for Media
+  std::size_t count = 1;               ///< for Media
+  std::size_t beyond = 0;              ///< for Media: only when so many more bytes have come
+  std::chrono::milliseconds stall{0};  ///< after which things go on; 0 for never
 };
 
 /// How the server treats one connection. The empty script accepts everything, as a common server
@@ -110,6 +112,8 @@ class IngestServer {
   void Send(std::size_t connection, const Bytes& bytes);
   void Close(std::size_t connection);
   void Reset(std::size_t connection);
+  /// Gives up all that a connection has taken, once it has ended. It must not be asked for again.
+  void Forget(std::size_t connection);
 
  private:
   class Connection;

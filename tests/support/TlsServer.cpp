@@ -18,10 +18,10 @@ void Check(int result, const char* what) {
   if (result < 0) throw std::runtime_error(std::string(what) + ": " + gnutls_strerror(result));
 }
 
-}  // namespace
-
-struct TlsServer::Keys {
-  Keys(const std::string& name, bool addresses, const std::string& priority) {
+/// A key and a certificate for it.
+struct Pair {
+  /// Signed by `issuer`, or by itself.
+  Pair(const Certificate& says, const Pair* issuer) {
     gnutls_x509_privkey_init(&key);
     Check(gnutls_x509_privkey_generate(key, GNUTLS_PK_ECDSA,
                                        GNUTLS_CURVE_TO_BITS(GNUTLS_ECC_CURVE_SECP256R1), 0),
@@ -32,31 +32,26 @@ struct TlsServer::Keys {
     const unsigned char serial[] = {1};
     gnutls_x509_crt_set_version(certificate, 3);
     gnutls_x509_crt_set_serial(certificate, serial, sizeof serial);
-    gnutls_x509_crt_set_activation_time(certificate, now - Day);
-    gnutls_x509_crt_set_expiration_time(certificate, now + Day);
-    gnutls_x509_crt_set_basic_constraints(certificate, 1, -1);
+    gnutls_x509_crt_set_activation_time(certificate, now - 2 * Day);
+    gnutls_x509_crt_set_expiration_time(certificate, says.expired ? now - Day : now + Day);
+    gnutls_x509_crt_set_basic_constraints(certificate, issuer ? 0 : 1, -1);
     gnutls_x509_crt_set_key_usage(certificate,
                                   GNUTLS_KEY_DIGITAL_SIGNATURE | GNUTLS_KEY_KEY_CERT_SIGN);
-    gnutls_x509_crt_set_dn(certificate, "CN=test", nullptr);
-    AddName(GNUTLS_SAN_DNSNAME, name.data(), name.size());
-    if (addresses) {
+    gnutls_x509_crt_set_dn(certificate, issuer ? "CN=server" : "CN=test", nullptr);
+    AddName(GNUTLS_SAN_DNSNAME, says.name.data(), says.name.size());
+    if (says.addresses) {
       const in_addr v4{htonl(INADDR_LOOPBACK)};
       AddName(GNUTLS_SAN_IPADDRESS, &v4, sizeof v4);
       AddName(GNUTLS_SAN_IPADDRESS, &in6addr_loopback, sizeof in6addr_loopback);
     }
     gnutls_x509_crt_set_key(certificate, key);
-    Check(gnutls_x509_crt_sign2(certificate, certificate, key, GNUTLS_DIG_SHA256, 0), "sign");
-    gnutls_certificate_allocate_credentials(&credentials);
-    Check(gnutls_certificate_set_x509_key(credentials, &certificate, 1, key), "credentials");
-    Check(gnutls_priority_init(&versions, priority.c_str(), nullptr), "priority");
-    gnutls_session_ticket_key_generate(&tickets);
+    const Pair& signer = issuer ? *issuer : *this;
+    Check(gnutls_x509_crt_sign2(certificate, signer.certificate, signer.key, GNUTLS_DIG_SHA256, 0),
+          "sign");
   }
-  Keys(const Keys&) = delete;
-  Keys& operator=(const Keys&) = delete;
-  ~Keys() {
-    gnutls_free(tickets.data);
-    gnutls_priority_deinit(versions);
-    gnutls_certificate_free_credentials(credentials);
+  Pair(const Pair&) = delete;
+  Pair& operator=(const Pair&) = delete;
+  ~Pair() {
     gnutls_x509_crt_deinit(certificate);
     gnutls_x509_privkey_deinit(key);
   }
@@ -69,6 +64,29 @@ struct TlsServer::Keys {
 
   gnutls_x509_privkey_t key = nullptr;
   gnutls_x509_crt_t certificate = nullptr;
+};
+
+}  // namespace
+
+struct TlsServer::Keys {
+  Keys(const Certificate& says, const std::string& priority)
+      : authority({}, nullptr), server(says, says.issued ? &authority : nullptr) {
+    gnutls_certificate_allocate_credentials(&credentials);
+    Check(gnutls_certificate_set_x509_key(credentials, &server.certificate, 1, server.key),
+          "credentials");
+    Check(gnutls_priority_init(&versions, priority.c_str(), nullptr), "priority");
+    gnutls_session_ticket_key_generate(&tickets);
+  }
+  Keys(const Keys&) = delete;
+  Keys& operator=(const Keys&) = delete;
+  ~Keys() {
+    gnutls_free(tickets.data);
+    gnutls_priority_deinit(versions);
+    gnutls_certificate_free_credentials(credentials);
+  }
+
+  Pair authority;
+  Pair server;
   gnutls_certificate_credentials_t credentials = nullptr;
   gnutls_priority_t versions = nullptr;
   gnutls_datum_t tickets = {};
@@ -123,10 +141,11 @@ class TlsServer::Layer final : public Transport {
   std::atomic<bool> _ready{false};  ///< the handshake is done, the goodbye not said
 };
 
-TlsServer::TlsServer(const std::string& name, bool addresses, const std::string& priority)
-    : _keys(std::make_unique<Keys>(name, addresses, priority)) {
+TlsServer::TlsServer(const Certificate& certificate, const std::string& priority)
+    : _keys(std::make_unique<Keys>(certificate, priority)) {
+  const Pair& trusted = certificate.issued ? _keys->authority : _keys->server;
   gnutls_datum_t pem = {};
-  Check(gnutls_x509_crt_export2(_keys->certificate, GNUTLS_X509_FMT_PEM, &pem), "export");
+  Check(gnutls_x509_crt_export2(trusted.certificate, GNUTLS_X509_FMT_PEM, &pem), "export");
   const char* folder = std::getenv("TMPDIR");
   _trust_file = std::string(folder ? folder : "/tmp") + "/trust-XXXXXX";
   const int file = mkstemp(_trust_file.data());

@@ -9,21 +9,26 @@
 
 namespace nimbo::test {
 
-/// A server certificate made for one test, signed by itself, and TLS with it. Must outlive the
-/// servers that use it.
+/// What a server's certificate says.
+struct Certificate {
+  std::string name = "localhost";  ///< DNS name
+  bool addresses = true;           ///< 127.0.0.1 and ::1 are in it too
+  bool expired = false;
+  bool issued = false;  ///< by an authority, not signed by itself
+};
+
+/// A server certificate made for one test, and TLS with it. Must outlive the servers that use it.
 class TlsServer {
  public:
-  /// The certificate holds this DNS name, and 127.0.0.1 and ::1 where `addresses` says so.
   /// `priority` is GnuTLS's choice of versions, such as "NORMAL:-VERS-ALL:+VERS-TLS1.3".
-  explicit TlsServer(const std::string& name = "localhost", bool addresses = true,
-                     const std::string& priority = "NORMAL");
+  explicit TlsServer(const Certificate& certificate = {}, const std::string& priority = "NORMAL");
   TlsServer(const TlsServer&) = delete;
   TlsServer& operator=(const TlsServer&) = delete;
   ~TlsServer();
 
   /// For IngestServer::Options.
   IngestServer::Securer Securer();
-  /// A PEM file that trusts the certificate; removed with this object.
+  /// A PEM file that trusts the certificate or its authority; removed with this object.
   const std::string& TrustFile() const { return _trust_file; }
   /// All handshakes that succeeded, as "VERSION NAME-ASKED-FOR".
   std::vector<std::string> Handshakes() const;

@@ -8,6 +8,10 @@
 
 namespace nimbo::test {
 
+#ifndef RTMP_PLUGIN
+// The plug-in's objects are part of the program.
+void LoadPlugin() { base::PluginLoader::Globle().Register(); }
+#else
 void LoadPlugin() {
   static const bool loaded = base::PluginLoader::Globle().Load(RTMP_PLUGIN);
   if (!loaded) throw std::runtime_error("the plug-in cannot be loaded");
@@ -21,6 +25,7 @@ void* PluginSymbol(const char* name) {
   if (!symbol) throw std::runtime_error(std::string("not exported: ") + name);
   return symbol;
 }
+#endif
 
 bool Eventually(const std::function<bool()>& condition) {
   const auto end = std::chrono::steady_clock::now() + LongTime;

@@ -1,7 +1,4 @@
 #include <algorithm>
-#include <atomic>
-#include <filesystem>
-#include <thread>
 
 #include "tests/plugin/rtmp/PluginFixture.h"
 
@@ -87,69 +84,6 @@ TEST_F(PusherReconnect, ServerThatStopsReadingIsLeft) {
   pushSize = 100;
   ASSERT_TRUE(PushUntilMedia(server, 1));
   ExpectHeadersFirst(server.Get(1));
-}
-
-TEST_F(PusherReconnect, WhatTheServerSaysMeanwhileDoesNotDisturb) {
-  IngestServer server;
-  Pusher pusher(server.Url(), Configuration());
-  ASSERT_TRUE(pusher.SetStatus("play"));
-  ASSERT_TRUE(PushUntilMedia(server, 0));
-  for (int i = 0; i < 2000; ++i) {
-    server.Send(0, EncodeMessage(2, UserControlMessage, 0, {0, 6, 0, 0, 0, 1}));  // ping
-    server.Send(0, EncodeMessage(2, AcknowledgementMessage, 0, {0, 0, 0, 1}));
-  }
-  server.Send(0, {0x03, 0, 0, 0, 0xFF});  // the start of a message that never ends
-  const std::size_t sent = server.Get(0).mediaCount;
-  EXPECT_TRUE(PushUntil([&] { return server.Get(0).mediaCount > sent + 10; }));
-  EXPECT_EQ(server.Connections(), 1u);
-  pusher.Release();
-  ASSERT_TRUE(server.WaitForEnd(0));
-  EXPECT_FALSE(server.Get(0).OfType(UserControlMessage).empty());
-}
-
-std::size_t OpenDescriptors() {
-  const std::filesystem::directory_iterator list("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(list), end(list)));
-}
-
-TEST_F(PusherReconnect, ManyReconnectionsLeaveNoDescriptorsBehind) {
-  constexpr std::size_t Rounds = 30;
-  IngestServer server({{{{Point::Media, Reaction::Reset, 3}}}});
-  Pusher pusher(server.Url(), Configuration());
-  ASSERT_TRUE(pusher.SetStatus("play"));
-  std::vector<std::size_t> counts;
-  for (std::size_t i = 0; i < Rounds; ++i) {
-    ASSERT_TRUE(PushUntil([&] { return server.Connections() > i; }));
-    ASSERT_TRUE(server.WaitForPublish(i));
-    counts.push_back(OpenDescriptors());
-  }
-  EXPECT_LE(counts.back(), counts[1] + 2);
-}
-
-TEST_F(PusherReconnect, PropertiesAreReadFromAnyThreadAtAnyTime) {
-  IngestServer server({{{{Point::Media, Reaction::Reset, 10}}}, {}});
-  Pusher pusher(server.Url(), Configuration());
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> readers;
-  for (int i = 0; i < 3; ++i) {
-    readers.emplace_back([&] {
-      while (!stop) {
-        const std::string status = pusher.Get("rtmp_sts");
-        EXPECT_TRUE(status == "true" || status == "false") << status;
-        const int quality = std::stoi(pusher.Get("rtmp_quality"));
-        EXPECT_GE(quality, 0);
-        std::this_thread::yield();
-      }
-    });
-  }
-  for (int round = 0; round < 3; ++round) {
-    EXPECT_TRUE(pusher.SetStatus("play"));
-    EXPECT_TRUE(PushUntilMedia(server, server.Connections() - (round == 0 ? 0 : 1)));
-    EXPECT_TRUE(pusher.SetStatus("null"));
-  }
-  stop = true;
-  for (std::thread& reader : readers) reader.join();
-  EXPECT_EQ(pusher.Get("rtmp_sts"), "false");
 }
 
 }  // namespace

@@ -64,33 +64,6 @@ class Session : public testing::Test {
   RtmpSession session;
 };
 
-TEST_F(Session, AttemptEndsByItsDeadlineWhateverTheServerDoes) {
-  RtmpSession::Limits().attempt = milliseconds(1000);
-  RtmpSession::Limits().answer = seconds(60);
-  const auto expectEnd = [this](const std::string& url) {
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(Open(session, url));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, Soon);
-    EXPECT_NE(session.TakeRemark(), "");
-    EXPECT_FALSE(session.Connected());
-    session.Free();
-  };
-  const test::FullListener swallowing;
-  expectEnd(swallowing.Url());
-  for (const Point point : {Point::Accepted, Point::Hello, Point::Connect, Point::CreateStream}) {
-    IngestServer server({Script{{{point, Reaction::Stall}}}});
-    expectEnd(server.Url());
-  }
-  Script slow;
-  slow.trickle = milliseconds(10);
-  IngestServer server({slow, Script{{{Point::Publish, Reaction::Stall}}}});
-  expectEnd(server.Url());
-  expectEnd(server.Url());
-  TlsServer tls;
-  IngestServer silent({Script{{{Point::Accepted, Reaction::Stall}}}}, Secured(tls));
-  expectEnd(silent.Url());
-}
-
 TEST_F(Session, CancelEndsAnAttemptAndSticksUntilResume) {
   RtmpSession::Limits() = {seconds(60), seconds(60), seconds(60), seconds(60), seconds(60)};
   IngestServer server({Script{{{Point::Hello, Reaction::Stall}}}, Script{}});
@@ -105,6 +78,21 @@ TEST_F(Session, CancelEndsAnAttemptAndSticksUntilResume) {
   session.Resume();
   EXPECT_TRUE(Open(session, server.Url()));
   session.Disconnect();
+}
+
+TEST_F(Session, CredentialsInTheAddressAreNotToldAndNotSentUnchecked) {
+  const std::string credentials = " pubUser=user pubPasswd=secret";
+  IngestServer server;
+  EXPECT_TRUE(Open(session, server.Url() + credentials));
+  session.Disconnect();
+  // librtmp makes this connection itself, and it checks no certificate.
+  for (const std::string& url : {test::UnusedUrl(), "rtmps" + server.Url().substr(4)}) {
+    EXPECT_FALSE(Open(session, url + credentials));
+    const std::string remark = session.TakeRemark();
+    EXPECT_NE(remark, "");
+    EXPECT_EQ(remark.find("secret"), std::string::npos) << remark;
+  }
+  EXPECT_EQ(server.Connections(), 1u);
 }
 
 TEST_F(Session, StalledSendEndsAfterItsLimitOrWhenCancelled) {
@@ -168,8 +156,7 @@ TEST_F(Session, BrokenConnectionRaisesNoSignal) {
 
 struct Trust {
   const char* what;
-  const char* certificate;  ///< the DNS name in it
-  bool addresses;           ///< and whether 127.0.0.1 is
+  test::Certificate certificate;
   const char* versions;
   const char* host;  ///< that is connected to
   bool trusted;      ///< by the file that RTMP_CA_FILE names
@@ -181,7 +168,7 @@ class SessionTrust : public Session, public testing::WithParamInterface<Trust> {
 
 TEST_P(SessionTrust, DecidesWhetherTheStreamNameIsSent) {
   const Trust& trust = GetParam();
-  TlsServer tls(trust.certificate, trust.addresses, trust.versions);
+  TlsServer tls(trust.certificate, trust.versions);
   TlsServer other;
   setenv("RTMP_CA_FILE", (trust.trusted ? tls : other).TrustFile().c_str(), 1);
   if (!trust.verify) setenv("RTMP_TLS_VERIFY", "0", 1);
@@ -203,19 +190,23 @@ TEST_P(SessionTrust, DecidesWhetherTheStreamNameIsSent) {
   }
 }
 
+const test::Certificate Issued = {"localhost", true, false, true};
 constexpr char Normal[] = "NORMAL";
 constexpr char Only13[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3";
 
 INSTANTIATE_TEST_SUITE_P(
     Servers, SessionTrust,
     testing::Values(
-        Trust{"KnownName", "localhost", false, Normal, "localhost", true, true, true},
-        Trust{"KnownAddress", "other.example", true, Normal, "127.0.0.1", true, true, true},
-        Trust{"UnknownAuthority", "localhost", true, Normal, "localhost", false, true, false},
-        Trust{"WrongName", "other.example", false, Normal, "localhost", true, true, false},
-        Trust{"WrongAddress", "localhost", false, Normal, "127.0.0.1", true, true, false},
-        Trust{"CheckTurnedOff", "other.example", false, Normal, "localhost", false, false, true},
-        Trust{"TooNew", "localhost", true, Only13, "localhost", true, true, false}),
+        Trust{"KnownName", {"localhost", false}, Normal, "localhost", true, true, true},
+        Trust{"KnownAddress", {"other.example"}, Normal, "127.0.0.1", true, true, true},
+        Trust{"OfKnownAuthority", Issued, Normal, "localhost", true, true, true},
+        Trust{"OfUnknownAuthority", Issued, Normal, "localhost", false, true, false},
+        Trust{"SelfSigned", {}, Normal, "localhost", false, true, false},
+        Trust{"Expired", {"localhost", true, true}, Normal, "localhost", true, true, false},
+        Trust{"WrongName", {"other.example", false}, Normal, "localhost", true, true, false},
+        Trust{"WrongAddress", {"localhost", false}, Normal, "127.0.0.1", true, true, false},
+        Trust{"CheckTurnedOff", {"other.example"}, Normal, "localhost", false, false, true},
+        Trust{"TooNew", {}, Only13, "localhost", true, true, false}),
     [](const auto& server) { return std::string(server.param.what); });
 
 }  // namespace

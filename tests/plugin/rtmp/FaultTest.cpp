@@ -1,0 +1,347 @@
+#include <algorithm>
+#include <cstdlib>
+#include <random>
+#include <tuple>
+
+#include "host/stream/ControlQueue.h"
+#include "host/stream/Message.h"
+#include "plugin/rtmp/session/RtmpSession.h"
+#include "tests/plugin/rtmp/Publisher.h"
+#include "tests/support/TlsServer.h"
+
+// Every way to publish against everything that a server or the network can do. Deadlines are a
+// third of the real ones unless RTMP_REAL_DEADLINES is set. What was seen and measured is recorded
+// in each case's properties, of which tools/fault-table makes a table.
+
+namespace nimbo::test {
+namespace {
+
+using plugin::rtmp::RtmpSession;
+using plugin::rtmp::SessionLimits;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Clock = std::chrono::steady_clock;
+using Who = std::tuple<Publisher::Kind, bool>;  ///< and whether over TLS
+
+/// Far longer than what is bounded here, far shorter than what is not.
+constexpr seconds Soon{25};
+constexpr std::size_t SmallFrame = 100;
+constexpr std::size_t LargeFrame = 200000;
+
+class FaultCase : public PluginTest {
+ protected:
+  FaultCase(const std::string& name, const Who& who) : _who(who) {
+    const int scale = std::getenv("RTMP_REAL_DEADLINES") ? 1 : 3;
+    const SessionLimits real;
+    RtmpSession::Limits() = {real.attempt / scale, real.answer / scale, real.stalledSend / scale,
+                             real.cancelledSend / scale, real.close / scale};
+    setenv("RTMP_CA_FILE", tls.TrustFile().c_str(), 1);
+    if (Secured()) options.secure = tls.Securer();
+    RecordProperty("fault", name);
+    RecordProperty("who", NameOf(std::get<0>(who)));
+    RecordProperty("transport", Secured() ? "TLS" : "plain");
+    listener = stream::MessageListeners::Globle().Add(
+        [this](const stream::Message& message) { messages.push_back(message.name); });
+  }
+  ~FaultCase() override {
+    publisher.reset();
+    stream::ControlQueue::Globle().Run();
+    stream::MessageListeners::Globle().Remove(listener);
+    unsetenv("RTMP_CA_FILE");
+    RtmpSession::Limits() = SessionLimits();
+  }
+
+  bool Secured() const { return std::get<1>(_who); }
+  bool IsClient() const { return std::get<0>(_who) != Publisher::Kind::Pusher; }
+  std::string Scheme(const std::string& plain) const {
+    return Secured() ? "rtmps" + plain.substr(4) : plain;
+  }
+  void Make(const std::string& url) { publisher = Publisher::New(std::get<0>(_who), url); }
+
+  /// Records how long `action` took; it must have been bounded.
+  template <class Action>
+  void Time(const char* what, Action action) {
+    const auto start = Clock::now();
+    action();
+    const auto took = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    EXPECT_LT(took, Soon) << what;
+    RecordProperty(what, static_cast<int>(took.count()));
+  }
+  /// Records the explanations and failures that the console has shown since it was cleared.
+  void RecordTold() {
+    std::string told;
+    for (const ConsoleLine& line : console.Lines()) {
+      if (line.colour == '3' && line.function == "ConnectServer") told = line.text;
+    }
+    RecordProperty("told", told);
+  }
+  /// The messages that came up since the last call hold these, in their order.
+  void ExpectMessages(std::vector<std::string> expected) {
+    stream::ControlQueue::Globle().Run();
+    if (!IsClient()) expected.clear();  // a service sends none
+    auto next = expected.begin();
+    for (const std::string& message : std::exchange(messages, {})) {
+      if (next != expected.end() && message == *next) ++next;
+    }
+    EXPECT_EQ(next, expected.end()) << (next == expected.end() ? "" : *next);
+  }
+  bool WaitForMedia(IngestServer& server, std::size_t connection, std::size_t count = 12) {
+    return Eventually([&] {
+      return server.Connections() > connection && server.Get(connection).mediaCount >= count;
+    });
+  }
+  /// The connection began with both sequence headers, and no frame is missing from the third on: a
+  /// pusher whose ring has run ahead meanwhile goes on with its oldest entry.
+  static void ExpectWhole(const Record& record) {
+    EXPECT_EQ(record.error, "");
+    for (const std::uint8_t type : {AudioMessage, VideoMessage}) {
+      const std::vector<Message> sent = record.OfType(type);
+      ASSERT_GE(sent.size(), 4u);
+      EXPECT_EQ(sent[0].body.at(1), 0);
+      for (std::size_t i = 3; i < sent.size(); ++i) EXPECT_EQ(sent[i].time, sent[i - 1].time + 20);
+    }
+  }
+
+  TlsServer tls;
+  IngestServer::Options options;
+  std::unique_ptr<Publisher> publisher;
+
+ private:
+  const Who _who;
+  std::vector<std::string> messages;
+  int listener = 0;
+};
+
+// ---- while connecting ---------------------------------------------------------------------------
+
+struct SetupFault {
+  const char* name;
+  Script script;
+  enum { Scripted, NobodyListens, SynsSwallowed } server = Scripted;
+};
+
+class Connecting : public FaultCase,
+                   public testing::WithParamInterface<std::tuple<SetupFault, Who>> {
+ protected:
+  Connecting() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
+
+  std::string FaultyUrl() {
+    const SetupFault& fault = std::get<0>(GetParam());
+    if (fault.server == SetupFault::NobodyListens) return Scheme(UnusedUrl());
+    if (fault.server == SetupFault::SynsSwallowed) return Scheme(full.Url());
+    faulty = std::make_unique<IngestServer>(std::vector<Script>{fault.script}, options);
+    return faulty->Url();
+  }
+  /// Attempts that have failed since the console was cleared.
+  std::size_t Failures() {
+    return console.Count("RTMP_Connect(_rtmp, __null) == 0") +
+           console.Count("RTMP_ConnectStream(_rtmp, 0) == 0");
+  }
+
+  FullListener full;
+  std::unique_ptr<IngestServer> faulty;
+};
+
+TEST_P(Connecting, EndsInTimeAndIsMadeGoodLater) {
+  IngestServer healthy({Script{}}, options);
+  const std::string url = FaultyUrl();
+  Make(url);
+  console.Clear();
+  Time("open", [&] { EXPECT_FALSE(publisher->Open()); });
+  EXPECT_EQ(Failures(), 1u);
+  EXPECT_FALSE(publisher->Connected());
+  RecordTold();
+  ExpectMessages({"rtmp_disconnected"});
+
+  publisher->SetUrl(healthy.Url());
+  ASSERT_TRUE(publisher->Open());
+  publisher->StartFeeding(SmallFrame);
+  ASSERT_TRUE(WaitForMedia(healthy, 0));
+  publisher->SetUrl(url);
+  console.Clear();
+  healthy.Reset(0);
+  ASSERT_TRUE(Eventually([&] { return Failures() > 0; }));
+  publisher->SetUrl(healthy.Url());
+  Time("back", [&] { ASSERT_TRUE(WaitForMedia(healthy, 1)); });
+  ExpectWhole(healthy.Get(1));
+  ExpectMessages({"rtmp_connected", "rtmp_send_data_fail", "rtmp_reconnect_success"});
+  EXPECT_TRUE(publisher->Connected());
+
+  publisher->SetUrl(url);
+  console.Clear();
+  healthy.Reset(1);
+  ASSERT_TRUE(Eventually([&] { return console.Count("push ") > 0; }));
+  std::this_thread::sleep_for(milliseconds(100));
+  Time("close", [&] { publisher->Close(); });
+  EXPECT_FALSE(publisher->Connected());
+}
+
+Script When(Point point, Reaction reaction) { return Script{{{point, reaction}}}; }
+Script Trickle() {
+  Script script;
+  script.trickle = std::getenv("RTMP_REAL_DEADLINES") ? milliseconds(1000) : milliseconds(100);
+  return script;
+}
+
+const Who Everyone[] = {
+    {Publisher::Kind::Pusher, false},        {Publisher::Kind::Pusher, true},
+    {Publisher::Kind::Client, false},        {Publisher::Kind::Client, true},
+    {Publisher::Kind::ClientInPlace, false}, {Publisher::Kind::ClientInPlace, true}};
+
+/// The fault's name and who meets it, in letters and digits alone.
+const auto nameOf = [](const auto& info) {
+  std::string name;
+  bool upper = true;
+  for (const char c : std::string(std::get<0>(info.param).name)) {
+    if (std::isalnum(c)) name += upper ? static_cast<char>(std::toupper(c)) : c;
+    upper = !std::isalnum(c);
+  }
+  const auto& [kind, secured] = std::get<1>(info.param);
+  return name + NameOf(kind) + (secured ? "Tls" : "");
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Fault, Connecting,
+    testing::Combine(
+        testing::Values(
+            SetupFault{"nobody listens", {}, SetupFault::NobodyListens},
+            SetupFault{"SYNs are swallowed", {}, SetupFault::SynsSwallowed},
+            SetupFault{"stall after accept", When(Point::Accepted, Reaction::Stall)},
+            SetupFault{"close after accept", When(Point::Accepted, Reaction::Close)},
+            SetupFault{"stall in RTMP handshake", When(Point::Hello, Reaction::Stall)},
+            SetupFault{"reset in RTMP handshake", When(Point::Hello, Reaction::Reset)},
+            SetupFault{"stall at connect", When(Point::Connect, Reaction::Stall)},
+            SetupFault{"connect refused", When(Point::Connect, Reaction::Refuse)},
+            SetupFault{"stall at createStream", When(Point::CreateStream, Reaction::Stall)},
+            SetupFault{"stall at publish", When(Point::Publish, Reaction::Stall)},
+            SetupFault{"publish refused (BadName)", When(Point::Publish, Reaction::Refuse)},
+            SetupFault{"answers trickle", Trickle()}),
+        testing::ValuesIn(Everyone, Everyone + 4)),
+    nameOf);
+
+// ---- while publishing ---------------------------------------------------------------------------
+
+struct SendFault {
+  const char* name;
+  Reaction reaction;
+  std::size_t beyond = 0;
+  milliseconds stall{0};
+};
+
+/// Bytes behind a message that end in the next chunk header, and in the next message.
+constexpr std::size_t InHeader = 5;
+constexpr std::size_t InMessage = 72;
+
+class Publishing : public FaultCase,
+                   public testing::WithParamInterface<std::tuple<SendFault, Who>> {
+ protected:
+  Publishing() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
+};
+
+TEST_P(Publishing, GoesOnWithANewConnection) {
+  const SendFault& fault = std::get<0>(GetParam());
+  const bool stalls = fault.reaction == Reaction::Stall;
+  Script faulty{{{Point::Media, fault.reaction, 8, fault.beyond, fault.stall}}};
+  if (stalls) faulty.receiveBuffer = 65536;
+  IngestServer server({faulty, {}, faulty}, options);
+  Make(server.Url());
+  console.Clear();
+  ASSERT_TRUE(publisher->Open());
+  publisher->StartFeeding(SmallFrame);
+  ASSERT_TRUE(server.WaitForMedia(0, 8));
+  if (stalls) publisher->StartFeeding(LargeFrame);
+  Time("back", [&] { ASSERT_TRUE(WaitForMedia(server, 1)); });
+  ExpectWhole(server.Get(1));
+  EXPECT_TRUE(publisher->Connected());
+  ExpectMessages({"rtmp_connected", "rtmp_send_data_fail", "rtmp_reconnect_success"});
+  EXPECT_EQ(server.Connections(), 2u);
+
+  // While the third connection is stalled, or is being lost, the publisher is closed.
+  publisher->StartFeeding(SmallFrame);
+  server.Reset(1);
+  ASSERT_TRUE(WaitForMedia(server, 2, 8));
+  if (stalls) publisher->StartFeeding(LargeFrame);
+  std::this_thread::sleep_for(milliseconds(300));
+  Time("close", [&] { publisher->Close(); });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fault, Publishing,
+    testing::Combine(
+        testing::Values(SendFault{"close between messages", Reaction::Close},
+                        SendFault{"close in a chunk header", Reaction::Close, InHeader},
+                        SendFault{"close in a message", Reaction::Close, InMessage},
+                        SendFault{"reset between messages", Reaction::Reset},
+                        SendFault{"reset in a chunk header", Reaction::Reset, InHeader},
+                        SendFault{"reset in a message", Reaction::Reset, InMessage},
+                        SendFault{"zero window between messages", Reaction::Stall},
+                        SendFault{"zero window in a chunk header", Reaction::Stall, InHeader},
+                        SendFault{"zero window in a message", Reaction::Stall, InMessage},
+                        SendFault{"zero window for 10 s", Reaction::Stall, 0, seconds(10)}),
+        testing::ValuesIn(Everyone)),
+    nameOf);
+
+// ---- what servers say meanwhile -----------------------------------------------------------------
+
+struct Speech {
+  const char* name;
+  Bytes (*piece)();
+};
+
+Bytes Chatter() {
+  Bytes piece;
+  for (int i = 0; i < 100; ++i) {
+    Append(piece, EncodeMessage(2, UserControlMessage, 0, {0, 6, 0, 0, 0, 1}));  // ping
+    Append(piece, EncodeMessage(2, AcknowledgementMessage, 0, {0, 0, 0, 1}));
+  }
+  return piece;
+}
+
+Bytes Garbage() {
+  static std::mt19937 random{1};  // NOLINT: the same in every run
+  Bytes piece(4096);
+  for (auto& byte : piece) byte = static_cast<unsigned char>(random());
+  return piece;
+}
+
+/// The start of a message of 16 MB that goes on and on.
+Bytes Oversized() {
+  Bytes piece = {0x03, 0, 0, 0, 0xFF, 0xFF, 0xFF, 20, 0, 0, 0, 0};
+  piece.resize(4096);
+  return piece;
+}
+
+class Listening : public FaultCase, public testing::WithParamInterface<std::tuple<Speech, Who>> {
+ protected:
+  Listening() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
+};
+
+TEST_P(Listening, DoesNotDisturbPublishing) {
+  constexpr int Pieces = 1000;  // some megabytes: far more than all windows between the two hold
+  IngestServer server({Script{}}, options);
+  Make(server.Url());
+  ASSERT_TRUE(publisher->Open());
+  publisher->StartFeeding(SmallFrame);
+  ASSERT_TRUE(WaitForMedia(server, 0));
+  for (int i = 0; i < Pieces; ++i) server.Send(0, std::get<0>(GetParam()).piece());
+  const std::size_t sent = server.Get(0).mediaCount;
+  ASSERT_TRUE(WaitForMedia(server, 0, sent + 20));
+  EXPECT_EQ(server.Connections(), 1u);
+  Time("close", [&] { publisher->Close(); });
+  ASSERT_TRUE(server.WaitForEnd(0));
+  // The goodbye arrives although more was said than anybody had read.
+  const Record record = server.Get(0);
+  EXPECT_EQ(record.CommandNames().back(), "deleteStream");
+  ExpectWhole(record);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Fault, Listening,
+    testing::Combine(testing::Values(Speech{"days of acknowledgements and pings", Chatter},
+                                     Speech{"garbage", Garbage},
+                                     Speech{"an oversized message", Oversized}),
+                     testing::ValuesIn(Everyone)),
+    nameOf);
+
+}  // namespace
+}  // namespace nimbo::test

@@ -1,0 +1,95 @@
+#include "tests/plugin/rtmp/Publisher.h"
+
+#include "nimbo/stream/element.h"
+
+namespace nimbo::test {
+namespace {
+
+class PusherPublisher final : public Publisher {
+ public:
+  explicit PusherPublisher(const std::string& url)
+      : _pusher(url, RingConfiguration({"h264-fed", "aac-fed"})) {}
+  ~PusherPublisher() override { StopFeeding(); }
+
+  void SetUrl(const std::string& url) override { (*_pusher).Set("addr", url.c_str()); }
+  bool Open() override { return _pusher.SetStatus("play"); }
+  void Close() override {
+    _pusher.SetStatus("null");
+    StopFeeding();
+  }
+  std::string Get(const char* property) override { return _pusher.Get(property); }
+
+ protected:
+  void Deliver(Bytes video, Bytes audio) override {
+    _videoFeed.Push(std::move(video), true, time * Millisecond, sequence);
+    _audioFeed.Push(std::move(audio), true, time * Millisecond, sequence);
+  }
+
+ private:
+  Feed _videoFeed{"h264-fed", VideoMedia()};
+  Feed _audioFeed{"aac-fed", AudioMedia()};
+  Pusher _pusher;
+};
+
+class ClientPublisher final : public Publisher {
+ public:
+  ClientPublisher(const std::string& url, bool copy)
+      : _client(stream::IElement::New("EleRtmpClient", "client", nullptr, nullptr)) {
+    SetUrl(url);
+    for (const char* kind : {"vcopy", "acopy"}) _client->Set(kind, copy ? "true" : "false");
+  }
+  ~ClientPublisher() override { StopFeeding(); }
+
+  void SetUrl(const std::string& url) override { _client->Set("url", url.c_str()); }
+  bool Open() override { return _client->StatusSet("play"); }
+  void Close() override {
+    _client->StatusSet("ready");
+    StopFeeding();
+    _client->StatusSet("null");
+  }
+  std::string Get(const char* property) override { return GetText(*_client, property); }
+
+ protected:
+  void Deliver(Bytes video, Bytes audio) override {
+    for (auto& [bytes, media] : {std::pair(&video, _video.get()), {&audio, _audio.get()}}) {
+      const auto packet = NewPacket({std::move(*bytes), true, time * Millisecond, sequence, media});
+      _client->ReceivePacket(*packet, nullptr);
+    }
+  }
+
+ private:
+  Owned<stream::IElement> _client;
+};
+
+}  // namespace
+
+std::unique_ptr<Publisher> Publisher::New(Kind kind, const std::string& url) {
+  if (kind == Kind::Pusher) return std::make_unique<PusherPublisher>(url);
+  return std::make_unique<ClientPublisher>(url, kind == Kind::Client);
+}
+
+const char* NameOf(Publisher::Kind kind) {
+  constexpr const char* Names[] = {"Pusher", "Client", "ClientInPlace"};
+  return Names[static_cast<int>(kind)];
+}
+
+void Publisher::StartFeeding(std::size_t size, std::chrono::milliseconds pace) {
+  StopFeeding();
+  _feeding = true;
+  _feeder = std::thread([this, size, pace] {
+    constexpr std::int64_t Step = 20;
+    while (_feeding) {
+      Deliver(AccessUnit(true, size), AdtsFrame(100));
+      time += Step;
+      ++sequence;
+      std::this_thread::sleep_for(pace);
+    }
+  });
+}
+
+void Publisher::StopFeeding() {
+  _feeding = false;
+  if (_feeder.joinable()) _feeder.join();
+}
+
+}  // namespace nimbo::test
