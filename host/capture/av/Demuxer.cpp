@@ -85,7 +85,8 @@ bool Demuxer::OpenInput() {
   if (result < 0) return Fail("cannot be opened", result, log.Detail());
   _input.reset(input);
   if (_played == 0 && !rest.Keys().empty()) {
-    stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys());
+    stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys(),
+                    InputOptions::WhyUseless(rest.Keys()));
   }
   Expect();
   result = avformat_find_stream_info(_input.get(), nullptr);

@@ -31,6 +31,9 @@ struct InputOptions {
   bool Network() const;
   /// `url` as it may be shown: without the password.
   std::string Shown() const;
+  /// The end of a line about an option that libavformat has no use for either: the one of these
+  /// that was meant, if any.
+  static std::string WhyUseless(const std::string& key);
 };
 
 /// Reads the options url, format, pace, loop, streams, transcode and wait; all others are meant for
