@@ -84,9 +84,13 @@ bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet
       const base::ConfigSetting* setting = entry.Find(key.c_str());
       std::vector<std::string> names{NameKey, LinkKey, "status"};
       for (const auto* property : cl.Properties()) names.push_back(property->Name());
-      return RefusePiece(
-          setting->key, setting->position,
-          "class " + cl.Name() + " has no such property" + base::Suggest(setting->key, names));
+      std::string hint = base::DidYouMean(setting->key, names);
+      if (hint.empty()) {
+        hint = base::Suggest(setting->key, names);
+        if (setting != &entry.written.front()) hint += "; a value that holds commas needs braces";
+      }
+      return RefusePiece(setting->key, setting->position,
+                         "class " + cl.Name() + " has no such property" + hint);
     }
     own.Set(key.c_str(), value.c_str());
   }

@@ -242,8 +242,8 @@ bool Demuxer::Fail(const char* what, int code, const std::string& detail) const 
   const bool silent = code == AVERROR_EXIT && Late() && !_abort.IsSet();
   return stream::Refuse(
       "av: \"", _options.Shown(), "\" ", what, ": ",
-      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code),
-      detail);
+      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code), detail,
+      code == AVERROR_PROTOCOL_NOT_FOUND ? _options.WhyUnknown() : "");
 }
 
 void Demuxer::Expect() {

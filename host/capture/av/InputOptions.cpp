@@ -140,6 +140,12 @@ std::string InputOptions::Shown() const {
   return url.substr(0, password + 1) + "***" + url.substr(host);
 }
 
+std::string InputOptions::WhyUnknown() const {
+  std::vector<std::string> schemes{"file", "http", "https"};
+  schemes.insert(schemes.end(), std::begin(LiveSchemes), std::end(LiveSchemes));
+  return base::DidYouMean(Scheme(url), schemes);
+}
+
 std::string InputOptions::WhyUseless(const std::string& key) {
   std::vector<std::string> keys{"url"};
   for (const auto& known : Keys) keys.emplace_back(known.key);

@@ -123,6 +123,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "\"flags\" at byte 29: class TestSink-test-sink has no such property; did you "
                 "mean \"flag\"?"},
         BadText{"PropertyNamedLikeItsClass", "test-source+TestSink:in=3", "\"in\" at byte 21: "},
+        BadText{"OpenList", "test-sink:fail=a,W=3", "fail, throw, port, flag; a value that holds "},
         BadText{"LongEntry", "test-sink:link=all,fail={rtmp://host/live/key?token=secret}",
                 "\"test-sink:link=all,fail={rtmp://...\" at byte 0: "},
         BadText{"ExceptionOfAPort", "test-source+test-sink:link=all,throw=PortAdd",
