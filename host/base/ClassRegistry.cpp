@@ -2,10 +2,28 @@
 
 #include <cxxabi.h>
 
+#include <algorithm>
+
 #include "base/reflect/Line.h"
 #include "host/base/Guard.h"
+#include "host/base/Nearest.h"
 
 namespace nimbo::base {
+
+namespace {
+
+/// Adds what a class called `name` can be found by: keywords that stand together in it, joined.
+void AddSpellings(const std::string& name, std::vector<std::string>& spellings) {
+  for (std::size_t from = 0; from != std::string::npos; from = name.find('-', from)) {
+    if (from > 0) ++from;
+    for (std::size_t to = from; to != std::string::npos;) {
+      to = name.find('-', to + 1);
+      spellings.push_back(name.substr(from, to == std::string::npos ? to : to - from));
+    }
+  }
+}
+
+}  // namespace
 
 bool DerivesFrom(const std::type_info& type, const std::type_info& base) {
   // Compared by value: each module may hold its own copy of a class's type information.
@@ -53,14 +71,18 @@ bool ClassRegistry::LoadOffered(std::uint32_t id, const Arr32& keywords) {
   {
     const std::lock_guard<std::mutex> lock(_mutex);
     for (const Offered& offered : _offered) {
-      if (offered.id == id || offered.keywords.ContainsAll(keywords)) load = offered.load;
+      if (Hash(offered.name.c_str()) == id || offered.keywords.ContainsAll(keywords))
+        load = offered.load;
     }
+    // An offer is taken once: a module that cannot be loaded says so once.
+    const auto taken = [load](const Offered& offered) { return offered.load == load; };
+    _offered.erase(std::remove_if(_offered.begin(), _offered.end(), taken), _offered.end());
   }
   return load && load();
 }
 
-void ClassRegistry::Offer(const char* name, bool (*load)()) {
-  Offered offered = {Hash(name), {}, load};
+void ClassRegistry::Offer(const char* name, const std::type_info& kind, bool (*load)()) {
+  Offered offered = {name, {}, &kind, load};
   offered.keywords.Add(name, '-');
   const std::lock_guard<std::mutex> lock(_mutex);
   _offered.push_back(std::move(offered));
@@ -74,6 +96,30 @@ void ClassRegistry::Add(IClass& cl) {
 std::vector<IClass*> ClassRegistry::Classes() {
   const std::lock_guard<std::mutex> lock(_mutex);
   return _classes;
+}
+
+std::string ClassRegistry::Suggest(const std::string& name,
+                                   std::initializer_list<const std::type_info*> kinds) {
+  std::vector<std::string> names;
+  const auto add = [&](const std::string& known, const std::type_info* type) {
+    const auto fits = [type](const auto* kind) { return type && DerivesFrom(*type, *kind); };
+    if (kinds.size() != 0 && std::none_of(kinds.begin(), kinds.end(), fits)) return;
+    if (std::find(names.begin(), names.end(), known) == names.end()) names.push_back(known);
+  };
+  {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    for (const IClass* cl : _classes) add(cl->Name(), cl->Type());
+    for (const Offered& offered : _offered) add(offered.name, offered.kind);
+  }
+  std::vector<std::string> spellings;
+  for (const std::string& known : names) AddSpellings(known, spellings);
+  const std::string question = DidYouMean(name, spellings);
+  return question.empty() ? base::Suggest(name, names) : question;
+}
+
+IClass* Describe(IClass* cl, const char* module, const char* description) {
+  if (cl) cl->Init(module, 0, nullptr, nullptr, description);
+  return cl;
 }
 
 object* ClassRegistry::Create(IClass& cl, const char* type, const char* name, const char* cfgs,

@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
+#include <string>
 #include <typeinfo>
 #include <vector>
 
@@ -19,11 +21,15 @@ class NIMBO_API ClassRegistry {
   IClass* Find(const char* name, bool exact, const std::type_info* kind = nullptr);
   /// [control]
   void Add(IClass& cl);
-  /// [loading] Says that `load` registers a class called `name`, once it is called. It tells in one
-  /// console line when it cannot.
-  void Offer(const char* name, bool (*load)());
+  /// [loading] Says that `load` registers a class called `name`, which derives from `kind`, once it
+  /// is called. It tells in one console line when it cannot.
+  void Offer(const char* name, const std::type_info& kind, bool (*load)());
   /// [any] A copy of the list.
   std::vector<IClass*> Classes();
+  /// [any] The end of a line about a `name` that no class of these kinds has: by which similar one
+  /// a class can be found, else which classes there are. Without kinds: of any.
+  std::string Suggest(const std::string& name,
+                      std::initializer_list<const std::type_info*> kinds = {});
 
   /// [control] Creates an object of class `cl` named `name` (null or empty: unnamed) through the
   /// class's creator and Initialize. Null, with one console line, on failure.
@@ -33,8 +39,9 @@ class NIMBO_API ClassRegistry {
  private:
   /// A class that a module registers when it is loaded.
   struct Offered {
-    std::uint32_t id;
+    std::string name;
     Arr32 keywords;
+    const std::type_info* kind;
     bool (*load)();
   };
   IClass* FindRegistered(std::uint32_t id, const Arr32& keywords, bool exact,
@@ -46,6 +53,10 @@ class NIMBO_API ClassRegistry {
   std::vector<Offered> _offered;
   std::vector<IClass*> _classes;
 };
+
+/// [loading] States what a class of the reference host is for and which of its libraries it is in.
+/// The texts are not copied. Returns the class.
+NIMBO_API IClass* Describe(IClass* cl, const char* module, const char* description);
 
 /// True when the class described by `type` is `base` or derives from it, by whatever path.
 NIMBO_API bool DerivesFrom(const std::type_info& type, const std::type_info& base);

@@ -1,6 +1,7 @@
 #include "nimbo/base/object.h"
 
 #include "base/reflect/Line.h"
+#include "host/base/Nearest.h"
 #include "host/base/Pin.h"
 #include "nimbo/base/class.h"
 
@@ -23,7 +24,12 @@ bool object::configure(AttrSet& attrs) {
     if (id == type || id == name) continue;
     const IProperty* property = _class ? _class->Property(key.c_str()) : nullptr;
     if (property && property->setStr && property->setStr(*this, value.c_str())) continue;
-    Line(Colour::Red) << "\"" << Name() << "\" does not take the setting \"" << key << "\"";
+    std::vector<std::string> names;
+    for (const IProperty* known : _class ? _class->Properties() : std::vector<IProperty*>()) {
+      if (known->setStr) names.push_back(known->Name());
+    }
+    Line(Colour::Red) << "\"" << Name() << "\" does not take the setting \"" << key << "\""
+                      << (property ? "" : Suggest(key, names));
     return false;
   }
   return true;

@@ -4,10 +4,13 @@
 #include <cctype>
 
 #include "host/base/ClassRegistry.h"
+#include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
 #include "host/capture/CaptureSource.h"
 #include "host/capture/EsSource.h"
 #include "host/stream/Console.h"
+#include "nimbo/stream/element.h"
+#include "nimbo/stream/service.h"
 
 namespace nimbo::capture {
 
@@ -34,11 +37,13 @@ bool LoadModule(std::string& error) {
   return true;
 }
 
+/// True for an entry that stands for any number behind it.
+bool Numbered(const std::string& entry) { return !entry.empty() && entry.back() == '-'; }
+
 bool Serves(const std::string& entry, const std::string& name) {
   if (entry == name) return true;
   const std::size_t size = entry.size();
-  return size != 0 && entry.back() == '-' && name.size() > size &&
-         name.compare(0, size, entry) == 0 &&
+  return Numbered(entry) && name.size() > size && name.compare(0, size, entry) == 0 &&
          std::all_of(name.begin() + static_cast<std::ptrdiff_t>(size), name.end(),
                      [](unsigned char digit) { return std::isdigit(digit) != 0; });
 }
@@ -51,9 +56,9 @@ namespace {
 
 /// The classes that the libav* module registers are found before it is loaded.
 [[maybe_unused]] const bool Offered = [] {
-  for (const char* name : {"AvSource-av-source", "RtmpServer-rtmp-server"}) {
-    base::IClass::Globle().Offer(name, LoadAvModule);
-  }
+  auto& classes = base::IClass::Globle();
+  classes.Offer("AvSource-av-source", typeid(stream::IElement), LoadAvModule);
+  classes.Offer("RtmpServer-rtmp-server", typeid(stream::Service), LoadAvModule);
   return true;
 }();
 
@@ -62,24 +67,25 @@ namespace {
 CaptureRegistry& CaptureRegistry::Globle() {
   static auto& registry = *[] {
     auto* made = new CaptureRegistry;  // sources may be made while the process ends
-    made->Add("es", EsSource::Make);
+    made->Add("es", EsSource::Make, "elementary stream files: video, audio, fr, loop, pace, wait");
     return made;
   }();
   return registry;
 }
 
-void CaptureRegistry::Add(std::string name, Maker maker) {
-  for (auto& [known, old] : _makers) {
-    if (known != name) continue;
-    old = std::move(maker);
+void CaptureRegistry::Add(std::string name, Maker maker, const char* description) {
+  Entry added = {std::move(name), std::move(maker), description};
+  for (Entry& known : _entries) {
+    if (known.name != added.name) continue;
+    known = std::move(added);
     return;
   }
-  _makers.emplace_back(std::move(name), std::move(maker));
+  _entries.push_back(std::move(added));
 }
 
 const CaptureRegistry::Maker* CaptureRegistry::Find(const std::string& name) const {
-  for (const auto& [known, maker] : _makers) {
-    if (Serves(known, name)) return &maker;
+  for (const Entry& known : _entries) {
+    if (Serves(known.name, name)) return &known.maker;
   }
   return nullptr;
 }
@@ -90,17 +96,31 @@ std::unique_ptr<CaptureSource> CaptureRegistry::Make(const std::string& name,
   const Maker* maker = Find(name);
   if (!maker && LoadModule(error)) maker = Find(name);
   if (maker) return (*maker)(name, options);
-  std::string known;
-  for (const std::string& one : Names()) known += (known.empty() ? "" : ", ") + one;
-  stream::Refuse("There is no capture source \"", name, "\"; there are: ", known,
+  stream::Refuse("There is no capture source \"", name, "\"", Suggest(name),
                  error.empty() ? "" : "; those of the libav* module are missing: ", error);
   return nullptr;
 }
 
-std::vector<std::string> CaptureRegistry::Names() const {
+std::vector<CaptureRegistry::Shown> CaptureRegistry::Sources() const {
+  std::vector<Shown> sources;
+  for (const Entry& known : _entries) {
+    sources.push_back({known.name + (Numbered(known.name) ? "N" : ""), known.description});
+  }
+  return sources;
+}
+
+std::string CaptureRegistry::Suggest(const std::string& name) const {
+  const std::string digits = name.substr(name.find_last_not_of("0123456789") + 1);
+  const std::string number = digits.empty() ? "0" : digits;
+  std::vector<std::string> examples;
+  for (const Entry& known : _entries) {
+    examples.push_back(known.name + (Numbered(known.name) ? number : ""));
+  }
+  const std::string question = base::DidYouMean(name, examples);
+  if (!question.empty()) return question;
   std::vector<std::string> names;
-  for (const auto& entry : _makers) names.push_back(entry.first);
-  return names;
+  for (const Shown& source : Sources()) names.push_back(source.name);
+  return base::Suggest(name, names);
 }
 
 bool LoadAvModule() {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "base/reflect/Names.h"
+#include "host/base/Nearest.h"
 #include "host/stream/Console.h"
 
 namespace nimbo::capture {
@@ -13,6 +14,10 @@ namespace nimbo::capture {
 namespace {
 
 constexpr std::uint32_t MostFramesPerSecond = 1000;
+
+/// The last one is the consumer's.
+const std::vector<std::string> Options = {"video", "audio", "fr",       "loop",
+                                          "pace",  "wait",  "plenckeys"};
 
 /// Reads "30", "29.97" or "30000/1001".
 bool ParseRate(const std::string& text, FrameRate& rate) {
@@ -56,6 +61,13 @@ std::unique_ptr<CaptureSource> EsSource::Make(const std::string&, const base::At
     stream::Refuse("es: ", key, "=", value, ": ", wanted);
     return std::unique_ptr<CaptureSource>();
   };
+  for (const auto& [key, value] : options.Entries()) {
+    const auto same = [id = base::Hash(key.c_str())](const std::string& known) {
+      return base::Hash(known.c_str()) == id;
+    };
+    if (std::any_of(Options.begin(), Options.end(), same)) continue;
+    stream::Explain("es: option ", key, " has no effect here", base::Suggest(key, Options));
+  }
   std::unique_ptr<EsSource> source(new EsSource);
   const char* video = options.Get("video");
   const char* audio = options.Get("audio");

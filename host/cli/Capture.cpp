@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 
+#include "host/base/Nearest.h"
 #include "host/base/Pin.h"
 #include "host/stream/Message.h"
 #include "host/stream/State.h"
@@ -48,6 +50,20 @@ bool BracesMatch(const std::string& text) {
   return depth == 0;
 }
 
+/// The end of a line about a file that cannot be opened: one beside it that was meant, if any.
+std::string NearbyFile(const std::string& input) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::path(input).parent_path();
+  std::vector<std::string> files;
+  std::error_code error, unclear;
+  fs::directory_iterator entry(folder.empty() ? "." : folder, error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    if (entry->is_directory(unclear)) continue;
+    files.push_back((folder / entry->path().filename()).string());
+  }
+  return base::DidYouMean(input, files);
+}
+
 bool CheckInput(const std::string& input, std::string& error) {
   if (!BracesMatch(input)) {
     error = "the name \"" + input + "\" has a brace without its other half, which cannot be given";
@@ -55,8 +71,10 @@ bool CheckInput(const std::string& input, std::string& error) {
   }
   if (input == "-" || input.find("://") != std::string::npos) return true;
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(input.c_str(), "rb"), std::fclose);
-  if (!file) error = "cannot open \"" + input + "\": " + std::strerror(errno);
-  return file != nullptr;
+  if (file) return true;
+  error = "cannot open \"" + input + "\": " + std::strerror(errno);
+  error += NearbyFile(input);
+  return false;
 }
 
 std::string CameraText(const std::string& encoder) {

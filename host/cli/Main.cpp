@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
+#include <set>
 
+#include "host/base/Nearest.h"
 #include "host/cli/Console.h"
 #include "host/cli/Subcommand.h"
 #include "host/stream/Tree.h"
@@ -11,7 +13,29 @@ using nimbo::cli::ControlLoop;
 
 /// All subcommands. A further one is a file of its own, declared in Subcommand.h and named here.
 constexpr void (*Subcommands[])(CLI::App&, const nimbo::cli::Choose&) = {
-    nimbo::cli::AddPublish, nimbo::cli::AddPush, nimbo::cli::AddShell};
+    nimbo::cli::AddPublish, nimbo::cli::AddPush, nimbo::cli::AddShell, nimbo::cli::AddInspect,
+    nimbo::cli::AddGraph};
+
+/// What is wrong with a command line: what nothing takes is named with what is like it.
+std::string WhatIsWrong(const CLI::App& program, const CLI::ParseError& error) {
+  const auto chosen = program.get_subcommands();
+  const CLI::App& place = chosen.empty() ? program : *chosen.front();
+  std::string text = error.what();
+  const auto unknown = program.remaining(true);
+  if (!unknown.empty()) {
+    const auto word = unknown.front().substr(0, unknown.front().find('='));
+    std::set<std::string> names;
+    for (const auto* sub : place.get_subcommands({})) names.insert(sub->get_name());
+    for (const auto* app : {&place, &program}) {
+      for (const auto* option : app->get_options()) {
+        for (const auto& name : option->get_lnames()) names.insert("--" + name);
+      }
+    }
+    text = "\"" + word + "\" is not expected here" +
+           nimbo::base::Suggest(word, {names.begin(), names.end()});
+  }
+  return text + " (see nimbo-host " + (chosen.empty() ? "" : place.get_name() + " ") + "--help)";
+}
 
 }  // namespace
 
@@ -35,7 +59,7 @@ int main(int argc, char** argv) {   // NOLINT(bugprone-exception-escape)
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return program.exit(error);
-    nimbo::cli::Complain(std::string("nimbo-host: ") + error.what() + "; see nimbo-host --help");
+    nimbo::cli::Complain("nimbo-host: " + WhatIsWrong(program, error));
     return nimbo::cli::WrongUsage;
   }
   if (!nimbo::cli::LoadPlugins(plugins)) return nimbo::cli::Failed;

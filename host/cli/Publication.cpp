@@ -6,6 +6,7 @@
 
 #include "base/reflect/Class.h"
 #include "host/cli/Capture.h"
+#include "host/stream/Builder.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -13,12 +14,10 @@ namespace nimbo::cli {
 
 namespace {
 
-using base::AttrSet;
 using stream::Application;
 using stream::IElement;
 using stream::IStatus;
 using stream::MessageListeners;
-using stream::Object;
 using stream::Pipeline;
 
 constexpr char TestInput[] = "test:";
@@ -66,7 +65,10 @@ bool SourceConfiguration(const PublishOptions& options, std::string& text, std::
     return true;
   }
   std::string connect;
-  if (!InputConnection({input}, connect, error)) return false;
+  if (!InputConnection({input}, connect, error)) {
+    if (input + ":" == TestInput) error += "; the simulated camera is \"test:\"";
+    return false;
+  }
   if (!options.loop.empty()) connect += ",loop=" + options.loop;
   if (options.fast) connect += ",pace=fast";
   text = "shm-source:connect=" + Brace("pv:" + connect);
@@ -107,12 +109,9 @@ bool Publication::BuildApplication(const std::string& configuration) {
   const std::string name =
       "publish" +
       (_applications.empty() ? std::string() : "-" + std::to_string(_applications.size() + 1));
-  AttrSet attrs = Object::AttrSetInit({{"type", "Application"}, {"name", name.c_str()}});
-  auto* application = base::IClass::New<Application>(attrs);
-  if (!application) return false;
-  _applications.push_back(application);
-  AttrSet settings = Object::AttrSetInit({{"serialize", configuration.c_str()}});
-  return application->Configure(settings);
+  Application* application = stream::CreateApplication(name, configuration);
+  if (application) _applications.push_back(application);
+  return application != nullptr;
 }
 
 void Publication::Sort(bool shared) {

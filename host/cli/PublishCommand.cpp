@@ -1,14 +1,15 @@
-#include <unistd.h>
-
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "host/base/Guard.h"
 #include "host/cli/Console.h"
+#include "host/cli/KeptOutput.h"
 #include "host/cli/Publication.h"
 #include "host/cli/StatusLine.h"
 #include "host/cli/StatusText.h"
 #include "host/cli/Subcommand.h"
+#include "host/cli/Url.h"
 
 namespace nimbo::cli {
 
@@ -34,7 +35,7 @@ class Publish {
   Publish(const Options& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
   int Run() {
-    if (_options.json) TakeOutput();
+    if (_options.json) _json.emplace();
     std::string source;
     std::string error;
     if (!SourceConfiguration(_options.what, source, error)) {
@@ -47,13 +48,6 @@ class Publish {
   }
 
  private:
-  /// Keeps standard output for the status objects; what else is printed goes to standard error.
-  void TakeOutput() {
-    std::fflush(stdout);
-    _json.reset(fdopen(dup(STDOUT_FILENO), "w"));
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-  }
-
   /// The clients come first, so that none misses the start. One that fails holds nobody up.
   bool Begin(const std::string& source) {
     if (!_publication.Build(_options.what, source)) {
@@ -125,8 +119,7 @@ class Publish {
     const Status status = {std::chrono::duration<double>(now - _start).count(),
                            _meter.BitsPerSecond(), _options.what.urls, figures, _events};
     if (_json) {
-      std::fprintf(_json.get(), "%s\n", StatusJson(status).c_str());
-      std::fflush(_json.get());
+      _json->Write(StatusJson(status) + "\n");
     } else {
       _line.Show(StatusSentence(status));
     }
@@ -146,11 +139,11 @@ class Publish {
 
   const Options& _options;
   ControlLoop& _loop;
+  std::optional<KeptOutput> _json;  ///< for the status objects; outlives what prints
   Publication _publication;
   RateMeter _meter;
   StatusLine _line;
   std::vector<Event> _events;
-  std::unique_ptr<FILE, int (*)(FILE*)> _json{nullptr, std::fclose};
   bool _failed_once = false;
   Clock::time_point _start;
   Clock::time_point _retry;
@@ -167,6 +160,7 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
                    "camera: test: or test:W=1280,H=720,fr=30,br=2000000,gop=30")
       ->required();
   publish->add_option("URL", options->what.urls, "rtmp://HOST[:PORT]/APPLICATION/STREAM, or rtmps")
+      ->check(UrlFault)
       ->required();
   publish->add_option("--duration", options->duration, "Stop after so many seconds")
       ->check(CLI::PositiveNumber);
@@ -183,7 +177,8 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
       "signal ends it at once. Each address has a client of its own; a lost connection is made\n"
       "again, and a server that fails holds up no other.\n"
-      "Exit codes: 0 everything was published, 1 something was not, 2 wrong usage.\n\n"
+      "Exit codes: 0 everything was published, 1 something was not, 2 wrong usage.\n"
+      "\n"
       "Examples:\n"
       "  nimbo-host publish test: rtmp://127.0.0.1/live/camera\n"
       "  nimbo-host publish film.mp4 rtmp://one/live/film rtmps://two/live/film --loop\n"

@@ -8,6 +8,7 @@
 #include "host/cli/Console.h"
 #include "host/cli/StatusLine.h"
 #include "host/cli/Subcommand.h"
+#include "host/cli/Url.h"
 #include "nimbo/stream/service.h"
 
 namespace nimbo::cli {
@@ -43,9 +44,7 @@ class Push {
       return Failed;
     }
     if (!base::Guarded("push", false, [&] { return Start(configuration); })) {
-      // What stands behind the "?" is not for logs.
-      Complain("nimbo-host: could not start publishing to " +
-               _options.url.substr(0, _options.url.find('?')));
+      Complain("nimbo-host: could not start publishing to " + ShownUrl(_options.url));
       return Failed;
     }
     Serve();
@@ -145,7 +144,9 @@ class Push {
 void AddPush(CLI::App& program, const Choose& chosen) {
   const auto options = std::make_shared<PushOptions>();
   auto* push = program.add_subcommand("push", "Publish through the stand-alone pusher service");
-  push->add_option("--url", options->url, "Publish to this address")->capture_default_str();
+  push->add_option("--url", options->url, "Publish to this address")
+      ->check(UrlFault)
+      ->capture_default_str();
   auto* encoder = push->add_option("--encoder", options->capture.encoder,
                                    "Publish this selection of the camera's encoder");
   encoder->default_str(DefaultEncoder);
@@ -163,7 +164,12 @@ void AddPush(CLI::App& program, const Choose& chosen) {
   push->footer(
       "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
       "signal ends it at once. A lost connection is made again without limit.\n"
-      "Exit codes: 0 published, 1 could not start, or not connected when it ended, 2 wrong usage.");
+      "Exit codes: 0 published, 1 could not start, or not connected when it ended, 2 wrong usage.\n"
+      "\n"
+      "Examples:\n"
+      "  nimbo-host push --url rtmp://127.0.0.1/live/camera\n"
+      "  nimbo-host push --url rtmp://server/live/name --encoder h264-0,W=1280,H=720,fr=25\n"
+      "  nimbo-host push --url rtmps://server/live/clip --input clip.h264 --input clip.aac");
   push->final_callback([options, chosen] {
     chosen([options](ControlLoop& loop) { return Push(*options, loop).Run(); });
   });

@@ -7,13 +7,16 @@
 #include "host/base/ClassRegistry.h"
 #include "host/base/CommandTable.h"
 #include "host/base/Guard.h"
+#include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
 #include "host/cli/Console.h"
+#include "host/cli/Inventory.h"
 #include "host/cli/Table.h"
 #include "host/cli/Words.h"
-#include "host/stream/State.h"
+#include "host/stream/Builder.h"
+#include "host/stream/Settings.h"
 #include "host/stream/Tree.h"
-#include "nimbo/stream/application.h"
+#include "nimbo/stream/element.h"
 
 namespace nimbo::cli {
 
@@ -22,61 +25,16 @@ namespace {
 using base::CommandTable;
 using base::IClass;
 using base::PluginLoader;
+using base::Suggest;
 
-/// The functions of plug-ins that "call" reaches: their names begin so, and all have this form.
-constexpr char FunctionPrefix[] = "fw";
+/// All functions that "call" reaches have this form.
 constexpr std::size_t FunctionArguments = 3;
 using Function = int (*)(const char*, const char*, const char*);
-
-std::string Joined(const std::vector<std::string>& words) {
-  std::string text;
-  for (const auto& word : words) text += (text.empty() ? "" : ", ") + word;
-  return text.empty() ? "none" : text;
-}
-
-std::string AccessOf(const base::IProperty& property) {
-  const bool readable = property.get || property.getStr;
-  const bool writable = property.set || property.setStr;
-  return std::string(readable ? "r" : "-") + (writable ? "w" : "-");
-}
-
-std::string TypeName(const std::type_info* type) {
-  struct Known {
-    const std::type_info& type;
-    const char* name;
-  };
-  static const Known known[] = {{typeid(bool), "bool"},
-                                {typeid(int), "int"},
-                                {typeid(unsigned int), "unsigned int"},
-                                {typeid(long long), "long long"},
-                                {typeid(double), "double"},
-                                {typeid(const char*), "text"},
-                                {typeid(std::string), "text"}};
-  if (!type) return "?";
-  for (const auto& entry : known)
-    if (entry.type == *type) return entry.name;
-  return type->name();
-}
 
 std::vector<std::string> ClassNames() {
   std::vector<std::string> names;
   for (const auto* cl : IClass::Globle().Classes()) names.push_back(cl->Name());
   return names;
-}
-
-/// The ports of the element at `path`, as "in h264, out h264"; empty for what is no element.
-std::string PortsOf(const std::string& path) {
-  auto* element = dynamic_cast<stream::IElement*>(stream::FindObject(path));
-  if (!element) return {};
-  std::string text;
-  const auto add = [&text](const char* direction, const auto& ports) {
-    for (const auto& port : ports) {
-      text += (text.empty() ? "" : ", ") + std::string(direction) + " " + port->Caps();
-    }
-  };
-  add("in", element->HostState().inputs);
-  add("out", element->HostState().outputs);
-  return text;
 }
 
 std::vector<std::string> ObjectPaths() {
@@ -85,23 +43,15 @@ std::vector<std::string> ObjectPaths() {
   return paths;
 }
 
-std::vector<std::string> PropertyNames(const std::string& path) {
-  std::vector<std::string> names{"status", "name"};
+std::vector<std::string> PropertiesAt(const std::string& path) {
   const auto* object = stream::FindObject(path);
-  if (!object || !object->Class()) return names;
-  for (const auto* property : object->Class()->Properties()) names.push_back(property->Name());
-  return names;
+  return object ? stream::PropertyNames(*object) : std::vector<std::string>();
 }
 
 stream::Object* ObjectAt(const std::string& path) {
   auto* object = stream::FindObject(path);
-  if (!object) Complain("there is no object \"" + path + "\"; there are: " + Joined(ObjectPaths()));
+  if (!object) Complain("there is no object \"" + path + "\"" + Suggest(path, ObjectPaths()));
   return object;
-}
-
-bool NoProperty(const std::string& path, const std::string& property, const char* what) {
-  return Complain("\"" + path + "\" has no property \"" + property + "\" that can be " + what +
-                  "; its properties: " + Joined(PropertyNames(path)));
 }
 
 }  // namespace
@@ -119,7 +69,7 @@ const std::vector<Shell::Command>& Shell::Commands() {
   static const std::vector<Command> commands = {
       {"call", "FUNCTION [ARGUMENT]...",
        "call an exported function with up to three texts; \"...\" and {...} quote", &Shell::Call,
-       [] { return PluginLoader::Globle().Exports(FunctionPrefix); }},
+       FunctionNames},
       {"classes", "", "list the registered classes", &Shell::Classes, nullptr},
       {"class", "NAME", "show a class and its properties", &Shell::Class, ClassNames},
       {"objects", "", "list the objects that there are, with their ports", &Shell::Objects,
@@ -136,6 +86,12 @@ const std::vector<Shell::Command>& Shell::Commands() {
   return commands;
 }
 
+std::vector<std::string> Shell::Names() {
+  auto names = CommandTable::Globle().Names();
+  for (const auto& command : Commands()) names.emplace_back(command.name);
+  return names;
+}
+
 bool Shell::Execute(const std::string& line) {
   auto rest = Trimmed(line);
   if (rest.empty() || rest[0] == '#') return true;
@@ -147,7 +103,7 @@ bool Shell::Run(const std::string& name, const std::string& rest) {
   for (const auto& command : Commands())
     if (name == command.name) return (this->*command.run)(rest);
   const auto* handler = CommandTable::Globle().Find(name);
-  if (!handler) return Complain("there is no command \"" + name + "\"; \"help\" lists them");
+  if (!handler) return Complain("there is no command \"" + name + "\"" + Suggest(name, Names()));
   base::AttrSet arguments(rest.c_str());
   if (!arguments.Valid()) return false;  // which told what is wrong
   return (*handler)(arguments) || Complain("the command \"" + name + "\" failed");
@@ -165,8 +121,8 @@ bool Shell::Call(const std::string& rest) {
   const bool named = words[0].rfind(FunctionPrefix, 0) == 0;
   void* symbol = named ? loader.Symbol(words[0]) : nullptr;
   if (!symbol)
-    return Complain("call: there is no function \"" + words[0] +
-                    "\"; there are: " + Joined(loader.Exports(FunctionPrefix)));
+    return Complain("call: there is no function \"" + words[0] + "\"" +
+                    Suggest(words[0], FunctionNames()));
   const char* arguments[FunctionArguments] = {};
   for (std::size_t i = 1; i < words.size(); ++i) arguments[i - 1] = words[i].c_str();
   const int result = reinterpret_cast<Function>(symbol)(arguments[0], arguments[1], arguments[2]);
@@ -175,32 +131,24 @@ bool Shell::Call(const std::string& rest) {
 }
 
 bool Shell::Classes(const std::string&) {
-  std::vector<std::vector<std::string>> rows;
-  for (const auto* cl : IClass::Globle().Classes())
-    rows.push_back({cl->Name(), cl->Module() ? cl->Module() : ""});
-  base::cout << Columns(rows);
+  base::cout << ClassesText();
   return true;
 }
 
 bool Shell::Class(const std::string& rest) {
   if (rest.empty()) return Complain("usage: class NAME");
-  const auto* cl = IClass::Find(rest.c_str(), false);
-  if (!cl) return Complain("there is no class \"" + rest + "\"; \"classes\" lists them");
-  std::vector<std::vector<std::string>> rows;
-  for (const auto* property : cl->Properties())
-    rows.push_back({"  " + property->Name(), AccessOf(*property), TypeName(property->Type()),
-                    property->Description() ? property->Description() : ""});
-  std::string title = cl->Name();
-  if (cl->Module()) title += std::string(" (") + cl->Module() + ")";
-  if (cl->Description()) title += std::string(": ") + cl->Description();
-  base::cout << title + "\n" + Columns(rows);
+  auto* cl = IClass::Find(rest.c_str(), false);
+  if (!cl) return Complain("there is no class \"" + rest + "\"" + IClass::Globle().Suggest(rest));
+  base::cout << ClassView(*cl, rest).Text();
   return true;
 }
 
 bool Shell::Objects(const std::string&) {
   std::vector<std::vector<std::string>> rows;
-  for (const auto& live : stream::ListObjects())
-    rows.push_back({live.path, live.className, live.status, PortsOf(live.path)});
+  for (const auto& live : stream::ListObjects()) {
+    const auto* element = dynamic_cast<const stream::IElement*>(stream::FindObject(live.path));
+    rows.push_back({live.path, live.className, live.status, element ? PortsText(*element) : ""});
+  }
   base::cout << Columns(rows);
   return true;
 }
@@ -212,9 +160,12 @@ bool Shell::Get(const std::string& rest) {
   auto* object = ObjectAt(path);
   if (!object) return false;
   std::string value;
-  if (!object->GetStr(property.c_str(), value)) return NoProperty(path, property, "read");
-  Say(value);
-  return true;
+  if (object->GetStr(property.c_str(), value)) {
+    Say(value);
+    return true;
+  }
+  return Complain("\"" + path + "\" does not tell \"" + property + "\"" +
+                  stream::WhyNotRead(*object, property));
 }
 
 bool Shell::Set(const std::string& rest) {
@@ -227,15 +178,11 @@ bool Shell::Set(const std::string& rest) {
   if (property.empty() || words.empty()) return Complain("usage: set OBJECT PROPERTY VALUE");
   auto* object = ObjectAt(path);
   if (!object) return false;
-  const auto names = PropertyNames(path);
-  const auto same = [&](const auto& name) {
-    return base::Hash(name.c_str()) == base::Hash(property.c_str());
-  };
-  if (std::none_of(names.begin(), names.end(), same)) return NoProperty(path, property, "set");
   // One word may be quoted; several are the value as it was written.
   if (words.size() == 1) value = words[0];
   return object->SetStr(property.c_str(), value.c_str()) ||
-         Complain("\"" + path + "\" refused " + property + "=" + value);
+         Complain("\"" + path + "\" refused " + property + "=" + value +
+                  stream::WhyNotSet(*object, property, value));
 }
 
 bool Shell::Create(const std::string& rest) {
@@ -247,12 +194,7 @@ bool Shell::Create(const std::string& rest) {
   if (name.empty() || words.empty()) return Complain("usage: create NAME CONFIGURATION");
   if (stream::FindObject(name)) return Complain("there is an object \"" + name + "\" already");
   if (words.size() == 1) text = words[0];
-  auto attrs = stream::Object::AttrSetInit(
-      {{"type", "Application"}, {"name", name.c_str()}, {"serialize", text.c_str()}});
-  auto* application = base::IClass::New<stream::Application>(attrs);
-  if (application && application->Configure(attrs)) return true;
-  if (application) application->Release();
-  return Complain("cannot make \"" + name + "\"");
+  return stream::CreateApplication(name, text) || Complain("cannot make \"" + name + "\"");
 }
 
 bool Shell::SleepFor(const std::string& rest) {
@@ -273,8 +215,7 @@ bool Shell::Help(const std::string&) {
     rows.push_back({std::string(command.name) + " " + command.usage, command.description});
   for (const auto& name : CommandTable::Globle().Names())
     rows.push_back({name + " [KEY=VALUE,...]", "command of a plug-in"});
-  base::cout << Columns(rows) +
-                    "functions: " + Joined(PluginLoader::Globle().Exports(FunctionPrefix)) + "\n";
+  base::cout << Columns(rows) + "functions: " + base::Joined(FunctionNames()) + "\n";
   return true;
 }
 
@@ -290,10 +231,9 @@ std::vector<std::string> Shell::Candidates(const std::string& line) {
   const auto command = TakeWord(before);
   std::vector<std::string> all;
   if (command.empty()) {
-    all = CommandTable::Globle().Names();
-    for (const auto& entry : Commands()) all.emplace_back(entry.name);
+    all = Names();
   } else if ((command == "get" || command == "set") && !before.empty()) {
-    if (before.find_first_of(" \t") == std::string::npos) all = PropertyNames(before);
+    if (before.find_first_of(" \t") == std::string::npos) all = PropertiesAt(before);
   } else if (before.empty()) {
     for (const auto& entry : Commands())
       if (command == entry.name && entry.candidates) all = entry.candidates();

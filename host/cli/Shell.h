@@ -30,6 +30,8 @@ class Shell {
  private:
   struct Command;
   static const std::vector<Command>& Commands();
+  /// What a line can begin with: these, and the commands of plug-ins.
+  static std::vector<std::string> Names();
   bool Run(const std::string& name, const std::string& rest);
 
   bool Call(const std::string& rest);

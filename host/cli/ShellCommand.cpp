@@ -116,7 +116,15 @@ void AddShell(CLI::App& program, const Choose& chosen) {
   shell->add_flag("--stop", options->stop, "End at the first line of the input that fails");
   shell->footer(
       "Exit codes with commands from standard input: 0 all lines succeeded, 1 a line failed or a\n"
-      "signal ended the shell, 2 wrong usage. A terminal session ends with 0.");
+      "signal ended the shell, 2 wrong usage. A terminal session ends with 0.\n"
+      "\n"
+      "Examples:\n"
+      "  nimbo-host shell\n"
+      "  nimbo-host shell --stop < LINES, where the file LINES holds\n"
+      "      create cam shm-source:connect={pv:h264-0}+RingSink\n"
+      "      set cam status play\n"
+      "      sleep 2\n"
+      "      get cam/RingSink packets");
   shell->final_callback(
       [options, chosen] { chosen([options](ControlLoop& loop) { return Run(loop, *options); }); });
 }

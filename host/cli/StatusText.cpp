@@ -3,7 +3,9 @@
 #include <array>
 #include <cstdio>
 
+#include "host/cli/Json.h"
 #include "host/cli/StatusLine.h"
+#include "host/cli/Url.h"
 
 namespace nimbo::cli {
 
@@ -18,41 +20,25 @@ std::string Format(const char* format, Values... values) {
 
 std::string Number(std::uint64_t value) { return std::to_string(value); }
 
-/// A JSON string (RFC 8259, 7).
-std::string Quote(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char character : text) {
-    const auto code = static_cast<unsigned char>(character);
-    if (character == '"' || character == '\\') {
-      quoted += '\\';
-      quoted += character;
-    } else if (code < 0x20) {
-      quoted += Format("\\u%04x", code);
-    } else {
-      quoted += character;
-    }
-  }
-  return quoted + "\"";
-}
-
 std::string ClientJson(const Status& status, std::size_t index) {
   const ClientFigures& client = status.clients[index];
-  std::string messages;
+  std::vector<std::string> messages;
   for (const auto& [from, message] : status.events) {
-    if (from == index) messages += (messages.empty() ? "" : ",") + Quote(message);
+    if (from == index) messages.push_back(message);
   }
-  return "{\"url\":" + Quote(ShownUrl(status.urls[index])) +
-         ",\"connected\":" + (client.connected ? "true" : "false") +
-         ",\"video\":" + Number(client.videoPackets) + ",\"audio\":" + Number(client.audioPackets) +
-         ",\"bytes\":" + Number(client.bytes) + ",\"quality\":" + std::to_string(client.quality) +
-         ",\"reconnections\":" + Number(client.reconnections) +
-         ",\"refused\":" + Number(client.refused) + ",\"gaps\":" + Number(client.gaps) +
-         ",\"messages\":[" + messages + "]}";
+  return JsonObject({{"url", JsonText(ShownUrl(status.urls[index]))},
+                     {"connected", JsonBool(client.connected)},
+                     {"video", Number(client.videoPackets)},
+                     {"audio", Number(client.audioPackets)},
+                     {"bytes", Number(client.bytes)},
+                     {"quality", std::to_string(client.quality)},
+                     {"reconnections", Number(client.reconnections)},
+                     {"refused", Number(client.refused)},
+                     {"gaps", Number(client.gaps)},
+                     {"messages", JsonTexts(messages)}});
 }
 
 }  // namespace
-
-std::string ShownUrl(const std::string& url) { return url.substr(0, url.find('?')); }
 
 std::string StatusSentence(const Status& status) {
   std::string text =
@@ -68,13 +54,11 @@ std::string StatusSentence(const Status& status) {
 }
 
 std::string StatusJson(const Status& status) {
-  std::string clients;
-  for (std::size_t i = 0; i < status.clients.size(); ++i) {
-    clients += (i ? "," : "") + ClientJson(status, i);
-  }
-  return "{\"time\":" + Format("%.3f", status.seconds) +
-         ",\"bit_rate\":" + Format("%.0f", status.bitsPerSecond) + ",\"clients\":[" + clients +
-         "]}";
+  std::vector<std::string> clients;
+  for (std::size_t i = 0; i < status.clients.size(); ++i) clients.push_back(ClientJson(status, i));
+  return JsonObject({{"time", Format("%.3f", status.seconds)},
+                     {"bit_rate", Format("%.0f", status.bitsPerSecond)},
+                     {"clients", JsonArray(clients)}});
 }
 
 }  // namespace nimbo::cli

@@ -20,9 +20,6 @@ struct Status {
   const std::vector<Event>& events;  ///< since the last status
 };
 
-/// An address as it may be shown: without the stream's token.
-std::string ShownUrl(const std::string& url);
-
 /// One line for people: time, frames, bit rate, and how each client is doing.
 std::string StatusSentence(const Status& status);
 /// One JSON object (RFC 8259) without line breaks: "time" (s), "bit_rate" (bit/s), and for each

@@ -22,6 +22,8 @@ using Choose = std::function<void(Action)>;
 void AddShell(CLI::App& program, const Choose& chosen);
 void AddPublish(CLI::App& program, const Choose& chosen);
 void AddPush(CLI::App& program, const Choose& chosen);
+void AddInspect(CLI::App& program, const Choose& chosen);
+void AddGraph(CLI::App& program, const Choose& chosen);
 
 /// Loads the plug-ins at `paths`; without any, the one that belongs to this program. False with one
 /// line on failure. [control]

@@ -81,8 +81,8 @@ class AvSync final : public QueueElement {
   std::optional<Clock::time_point> _held_since;
 };
 
-[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<AvSync>(
-    "AvSync-ele-sync",
+[[maybe_unused]] base::IClass* const Registered = RegisterElement<AvSync>(
+    "AvSync-ele-sync", "merges streams by time stamp",
     {Setting("max", &AvSync::SetMax, &AvSync::GetMax, "packets queued at most for an input"),
      Figure("packets", &AvSync::GetPackets, "packets delivered"),
      Figure("dropped", &AvSync::GetDropped, "packets dropped because a queue was full"),

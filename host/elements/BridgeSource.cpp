@@ -89,8 +89,8 @@ class BridgeSource final : public ThreadElement {
   std::atomic<unsigned int> _dropped{0};
 };
 
-[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<BridgeSource>(
-    "BridgeSource-bridge-source",
+[[maybe_unused]] base::IClass* const Registered = RegisterElement<BridgeSource>(
+    "BridgeSource-bridge-source", "brings one stream of another pipeline into its own",
     {Figure("packets", &BridgeSource::GetPackets, "packets passed on"),
      Figure("dropped", &BridgeSource::GetDropped,
             "packets that the ring overwrote before they were read")});

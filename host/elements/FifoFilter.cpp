@@ -25,8 +25,8 @@ class FifoFilter final : public QueueElement {
   }
 };
 
-[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<FifoFilter>(
-    "FifoFilter-fifo-filter",
+[[maybe_unused]] base::IClass* const Registered = RegisterElement<FifoFilter>(
+    "FifoFilter-fifo-filter", "a queue between what stands before and behind it",
     {Setting("max", &FifoFilter::SetMax, &FifoFilter::GetMax, "packets queued at most"),
      Figure("packets", &FifoFilter::GetPackets, "packets delivered"),
      Figure("dropped", &FifoFilter::GetDropped, "packets dropped because the queue was full"),

@@ -4,8 +4,9 @@
 #include <string>
 
 #include "base/reflect/TClass.h"
+#include "host/base/ClassRegistry.h"
 
-/// Properties of the host's own elements.
+/// How the host's own elements are registered, with their properties.
 
 namespace nimbo::stream {
 
@@ -29,6 +30,13 @@ base::IProperty* Setting(const char* name, bool (T::*setter)(const char*), R (T:
     out << (dynamic_cast<T&>(instance).*getter)() << "\n";
   };
   return property;
+}
+
+/// [loading] Registers an element class of the framework's own library.
+template <class T>
+base::IClass* RegisterElement(const char* name, const char* description,
+                              std::initializer_list<base::IProperty*> properties) {
+  return base::Describe(base::TClass<>::Register<T>(name, properties), "nimbo", description);
 }
 
 /// [control] Sets the property `key` of `element` to the number of packets that `text` tells. False

@@ -135,8 +135,8 @@ class RingSink final : public FlowElement {
   std::atomic<unsigned long long> _bytes{0};
 };
 
-[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<RingSink>(
-    "RingSink-ring-sink",
+[[maybe_unused]] base::IClass* const Registered = RegisterElement<RingSink>(
+    "RingSink-ring-sink", "ends a pipeline in packet rings, one for each stream",
     {Setting("size", &RingSink::SetSize, &RingSink::GetSize, "packets that a ring holds"),
      Figure("packets", &RingSink::GetPackets, "packets written"),
      Figure("bytes", &RingSink::GetBytes, "bytes written"),

@@ -164,11 +164,12 @@ class ShmSource final : public ThreadElement {
   std::atomic<unsigned long long> _bytes{0};
 };
 
-[[maybe_unused]] base::IClass* const Registered = base::TClass<>::Register<ShmSource>(
-    "ShmSource-shm-source", {Setting("connect", &ShmSource::SetConnect, &ShmSource::GetConnect,
-                                     "the capture source, as pv:NAME[,key=value]..."),
-                             Figure("packets", &ShmSource::GetPackets, "packets delivered"),
-                             Figure("bytes", &ShmSource::GetBytes, "bytes delivered")});
+[[maybe_unused]] base::IClass* const Registered = RegisterElement<ShmSource>(
+    "ShmSource-shm-source", "brings the packets of a capture source into a pipeline",
+    {Setting("connect", &ShmSource::SetConnect, &ShmSource::GetConnect,
+             "the capture source, as pv:NAME[,key=value]..."),
+     Figure("packets", &ShmSource::GetPackets, "packets delivered"),
+     Figure("bytes", &ShmSource::GetBytes, "bytes delivered")});
 
 }  // namespace
 

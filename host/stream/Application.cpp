@@ -13,7 +13,8 @@ namespace nimbo::stream {
 
 namespace {
 
-[[maybe_unused]] base::IClass* const Registered = RegisterContainer<Application>("Application");
+[[maybe_unused]] base::IClass* const Registered =
+    RegisterContainer<Application>("Application", "pipelines that start and stop together");
 
 /// Later entries of a configuration are fed by earlier ones, so they come first here.
 StatusSteps::Children SinksFirst(const Application::State& state) {

@@ -5,6 +5,7 @@
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/ConfigText.h"
+#include "host/base/Nearest.h"
 #include "host/stream/Console.h"
 #include "host/stream/Names.h"
 #include "host/stream/State.h"
@@ -63,6 +64,16 @@ base::IClass* FindClass(const std::string& type) {
   return element ? element : registry.Find(type.c_str(), false, &typeid(Pipeline));
 }
 
+/// Why `type` names no class of the kinds that are `wanted`.
+std::string WhyNoClass(const std::string& type, const char* wanted,
+                       std::initializer_list<const std::type_info*> kinds) {
+  auto& registry = base::IClass::Globle();
+  if (const base::IClass* other = registry.Find(type.c_str(), false)) {
+    return "class " + other->Name() + " is no " + wanted;
+  }
+  return std::string("there is no ") + wanted + " class like it" + registry.Suggest(type, kinds);
+}
+
 /// The settings of an entry that are for the object that it creates. False when one names no
 /// property.
 bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet& own) {
@@ -71,8 +82,15 @@ bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet
     if (id == base::Hash(NameKey) || id == base::Hash(LinkKey)) continue;
     if (!cl.Property(key.c_str()) && id != base::Hash("status")) {
       const base::ConfigSetting* setting = entry.Find(key.c_str());
+      std::vector<std::string> names{NameKey, LinkKey, "status"};
+      for (const auto* property : cl.Properties()) names.push_back(property->Name());
+      std::string hint = base::DidYouMean(setting->key, names);
+      if (hint.empty()) {
+        hint = base::Suggest(setting->key, names);
+        if (setting != &entry.written.front()) hint += "; a value that holds commas needs braces";
+      }
       return RefusePiece(setting->key, setting->position,
-                         "class " + cl.Name() + " has no such property");
+                         "class " + cl.Name() + " has no such property" + hint);
     }
     own.Set(key.c_str(), value.c_str());
   }
@@ -112,7 +130,10 @@ class ApplicationBuilder {
 
   bool Add(const ConfigEntry& entry) {
     base::IClass* cl = FindClass(entry.type);
-    if (!cl) return RefuseType(entry, "there is no element or pipeline class like it");
+    if (!cl) {
+      return RefuseType(entry, WhyNoClass(entry.type, "element or pipeline",
+                                          {&typeid(IElement), &typeid(Pipeline)}));
+    }
     const base::ConfigSetting* link = entry.Find(LinkKey);
     if (link && base::Hash(link->value.c_str()) != base::Hash(LinkAll)) {
       return RefusePiece(link->value, link->valuePosition, "\"link\" can only be \"all\"");
@@ -121,7 +142,9 @@ class ApplicationBuilder {
     _open = nullptr;
     const std::vector<Port*> outputs = link ? Outputs() : std::vector<Port*>();
     if (link && outputs.empty()) {
-      return RefuseEntry(entry, "there is no output before it that it could link");
+      return RefuseEntry(entry,
+                         "there is no output before it that it could link: put a source in front, "
+                         "such as \"shm-source:connect={pv:h264-0}+RingSink\"");
     }
     for (const Port* output : outputs) {
       if (!output->Ring() && output->Owner()->HostState().live) {
@@ -220,11 +243,11 @@ bool BuildPipeline(Pipeline& pipeline, const std::string& text) {
   IElement* last = nullptr;
   for (const ConfigEntry& entry : entries) {
     if (!base::IClass::Globle().Find(entry.type.c_str(), false, &typeid(IElement))) {
-      return RefuseType(entry, "there is no element class like it");
+      return RefuseType(entry, WhyNoClass(entry.type, "element", {&typeid(IElement)}));
     }
     if (const base::ConfigSetting* link = entry.Find(LinkKey)) {
       return RefusePiece(link->key, link->position,
-                         "elements of one pipeline are linked in their order");
+                         "elements of one pipeline are linked in their order: leave it out");
     }
     if (!Append(entry, pipeline, last)) return false;
   }
@@ -239,6 +262,15 @@ bool BuildApplication(Application& application, const std::string& text) {
     if (!builder.Add(entry)) return false;
   }
   return true;
+}
+
+Application* CreateApplication(const std::string& name, const std::string& text) {
+  base::AttrSet attrs = Object::AttrSetInit(
+      {{"type", "Application"}, {"name", name.c_str()}, {"serialize", text.c_str()}});
+  auto* application = base::IClass::New<Application>(attrs);
+  if (!application || application->Configure(attrs)) return application;
+  application->Release();
+  return nullptr;
 }
 
 void DestroyElements(Pipeline& pipeline) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/reflect/TClass.h"
+#include "host/base/ClassRegistry.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/pipeline.h"
 
@@ -22,13 +23,17 @@ bool BuildPipeline(Pipeline& pipeline, const std::string& text);
 /// exact name first, then among the elements, then among the pipelines.
 bool BuildApplication(Application& application, const std::string& text);
 
+/// Makes an application called `name`, a name that is not in use, from a configuration text. Null
+/// on failure, when nothing is left of it.
+NIMBO_API Application* CreateApplication(const std::string& name, const std::string& text);
+
 /// Takes down and destroys what a container holds, the last first.
 void DestroyElements(Pipeline& pipeline);
 void DestroyPipelines(Application& application);
 
 /// [loading] Registers a container class with the properties that both kinds have.
 template <class T>
-base::IClass* RegisterContainer(const char* name) {
+base::IClass* RegisterContainer(const char* name, const char* description) {
   auto* serialize = new base::TProperty;
   serialize->init("serialize", &T::SetSerialize, "what it is made of, as a configuration text");
   serialize->initGet(&T::GetSerialize);
@@ -38,7 +43,8 @@ base::IClass* RegisterContainer(const char* name) {
                                 "null, ready or play");
   status->initGet(&T::GetStatus);
   status->initGetStr(&T::GetStatus);
-  return base::TClass<>::Register<T>(name, {serialize, status});
+  return base::Describe(base::TClass<>::Register<T>(name, {serialize, status}), "nimbo",
+                        description);
 }
 
 }  // namespace nimbo::stream

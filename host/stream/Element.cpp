@@ -112,7 +112,8 @@ void IElement::Release() {
 IElement* IElement::New(const char* type, const char* name, Pipeline* pipeline, const char* cfg) {
   base::IClass* cl = type ? base::IClass::Globle().Find(type, false, &typeid(IElement)) : nullptr;
   if (!cl) {
-    Explain("There is no element class \"", type, "\": load the plug-in that brings it");
+    Explain("There is no element class \"", type, "\"",
+            base::IClass::Globle().Suggest(type ? type : "", {&typeid(IElement)}));
     return nullptr;
   }
   const std::string own = name && *name ? name : FreeName(*cl, Neighbours(pipeline));

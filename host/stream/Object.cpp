@@ -5,6 +5,7 @@
 #include "host/base/ConfigText.h"
 #include "host/base/ObjectHooks.h"
 #include "host/stream/Console.h"
+#include "host/stream/Settings.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 #include "nimbo/stream/factory.h"
@@ -183,9 +184,8 @@ bool Object::configure(base::AttrSet& attrs) {
     FailureTold() = false;
     if (SetStr(key.c_str(), value.c_str())) continue;
     if (FailureTold()) return false;
-    const bool known = id == StatusKey || PropertyOf(*this, key.c_str());
-    return Refuse("\"", PathOf(*this), "\" ", known ? "refuses " : "has no property ",
-                  base::ShowPiece(key), known ? "=" + base::ShowPiece(value) : std::string());
+    return Refuse("\"", PathOf(*this), "\" refuses ", base::ShowPiece(key), "=",
+                  base::ShowPiece(value), WhyNotSet(*this, key, value));
   }
   return true;
 }
@@ -196,7 +196,8 @@ Service::~Service() = default;
 Service* Service::New(const char* type, const char* name, const char* cfgs) {
   base::IClass* cl = type ? base::IClass::Globle().Find(type, false, &typeid(Service)) : nullptr;
   if (!cl) {
-    Explain("There is no service class \"", type, "\": load the plug-in that brings it");
+    Explain("There is no service class \"", type, "\"",
+            base::IClass::Globle().Suggest(type ? type : "", {&typeid(Service)}));
     return nullptr;
   }
   if (name && *name && Factory::Globle().Find<base::object>(name, true)) {

@@ -15,7 +15,8 @@ namespace nimbo::stream {
 
 namespace {
 
-[[maybe_unused]] base::IClass* const Registered = RegisterContainer<Pipeline>("Pipeline");
+[[maybe_unused]] base::IClass* const Registered =
+    RegisterContainer<Pipeline>("Pipeline", "elements that deliver to each other");
 
 StatusSteps::Children SinksFirst(const Pipeline::State& state) {
   const auto elements = state.SinksFirst();

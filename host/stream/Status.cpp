@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/base/Nearest.h"
 #include "host/stream/Console.h"
 #include "host/stream/StatusSteps.h"
 #include "host/stream/Tree.h"
@@ -123,7 +124,8 @@ bool IStatus::StatusSet(const char* name) {
   for (const Status status : NamedStatus) {
     if (id == base::Hash(StatusName(status))) return StatusChange(status);
   }
-  Explain("There is no status \"", name, "\" to go to: it is null, ready or play");
+  Explain("There is no status \"", name, "\" to go to",
+          base::Suggest(name ? name : "", {"null", "ready", "play"}));
   return false;
 }
 

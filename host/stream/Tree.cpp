@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "base/reflect/Class.h"
+#include "host/base/Nearest.h"
 #include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "nimbo/stream/factory.h"
@@ -60,7 +61,9 @@ Port* FindPortAt(const std::string& path, std::string& problem) {
   }
   auto* element = dynamic_cast<IElement*>(FindObject(path.substr(0, dot)));
   if (!element) {
-    problem = "there is no such element";
+    std::vector<std::string> paths;
+    for (const LiveObject& live : ListObjects()) paths.push_back(live.path);
+    problem = "there is no such element" + base::Suggest(path.substr(0, dot), paths);
     return nullptr;
   }
   const std::string name = path.substr(dot + 1);
@@ -78,7 +81,10 @@ Port* FindPortAt(const std::string& path, std::string& problem) {
   } else if (const auto index = std::strtoul(number.c_str(), nullptr, 10); index < ports.size()) {
     port = ports[index].get();
   }
-  if (!port) problem = "that element has no such free port";
+  if (!port) {
+    problem = "that element has no such free port; it has " + std::to_string(ports.size()) +
+              (output ? " outputs" : " inputs");
+  }
   return port;
 }
 

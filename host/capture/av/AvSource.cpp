@@ -126,7 +126,7 @@ void AvSource::Run() {
 
 void AvSource::Register() {
   using stream::Setting;
-  base::TClass<>::Register<AvSource>(
+  base::IClass* cl = base::TClass<>::Register<AvSource>(
       ClassName,
       {Setting(Url, &AvSource::SetText<Url>, &AvSource::GetText<Url>,
                "file, device or URL to read; - is the standard input"),
@@ -142,6 +142,7 @@ void AvSource::Register() {
                "options for libavformat, as key=value,..."),
        stream::Figure("packets", &AvSource::GetPackets, "packets delivered"),
        stream::Figure("bytes", &AvSource::GetBytes, "bytes delivered")});
+  base::Describe(cl, "nimbo-av", "reads files, devices and network streams with libavformat");
 }
 
 }  // namespace nimbo::capture::av

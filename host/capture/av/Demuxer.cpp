@@ -85,7 +85,8 @@ bool Demuxer::OpenInput() {
   if (result < 0) return Fail("cannot be opened", result, log.Detail());
   _input.reset(input);
   if (_played == 0 && !rest.Keys().empty()) {
-    stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys());
+    stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys(),
+                    InputOptions::WhyUseless(rest.Keys()));
   }
   Expect();
   result = avformat_find_stream_info(_input.get(), nullptr);
@@ -241,8 +242,8 @@ bool Demuxer::Fail(const char* what, int code, const std::string& detail) const 
   const bool silent = code == AVERROR_EXIT && Late() && !_abort.IsSet();
   return stream::Refuse(
       "av: \"", _options.Shown(), "\" ", what, ": ",
-      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code),
-      detail);
+      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code), detail,
+      code == AVERROR_PROTOCOL_NOT_FOUND ? _options.WhyUnknown() : "");
 }
 
 void Demuxer::Expect() {

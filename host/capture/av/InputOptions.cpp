@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <sstream>
 
+#include "host/base/Nearest.h"
 #include "host/capture/av/Libav.h"
 #include "host/stream/Console.h"
 #include "nimbo/base/names.h"
@@ -41,6 +43,21 @@ bool SetFormat(InputOptions& options, const std::string& text) {
   avdevice_register_all();  // devices are formats by name only; repeating it does no harm
   options.format = text;
   return av_find_input_format(text.c_str()) != nullptr;
+}
+
+/// The names of all formats and devices; one may have several, joined by ",".
+std::vector<std::string> FormatNames() {
+  std::vector<std::string> names;
+  const auto add = [&names](const AVInputFormat& format) {
+    std::istringstream all(format.name);
+    for (std::string name; std::getline(all, name, ',');) names.push_back(name);
+  };
+  void* place = nullptr;
+  while (const AVInputFormat* format = av_demuxer_iterate(&place)) add(*format);
+  const AVInputFormat* device = nullptr;
+  while ((device = av_input_video_device_next(device)) != nullptr) add(*device);
+  while ((device = av_input_audio_device_next(device)) != nullptr) add(*device);
+  return names;
 }
 
 bool SetPace(InputOptions& options, const std::string& text) {
@@ -123,6 +140,18 @@ std::string InputOptions::Shown() const {
   return url.substr(0, password + 1) + "***" + url.substr(host);
 }
 
+std::string InputOptions::WhyUnknown() const {
+  std::vector<std::string> schemes{"file", "http", "https"};
+  schemes.insert(schemes.end(), std::begin(LiveSchemes), std::end(LiveSchemes));
+  return base::DidYouMean(Scheme(url), schemes);
+}
+
+std::string InputOptions::WhyUseless(const std::string& key) {
+  std::vector<std::string> keys{"url"};
+  for (const auto& known : Keys) keys.emplace_back(known.key);
+  return base::DidYouMean(key, keys);
+}
+
 bool ReadInputOptions(const base::AttrSet& from, InputOptions& options) {
   for (const auto& entry : from.Entries()) {
     const auto& [key, text] = entry;
@@ -135,7 +164,9 @@ bool ReadInputOptions(const base::AttrSet& from, InputOptions& options) {
     if (known == std::end(Keys)) {
       if (!Is(key, ConsumerOption)) options.rest.push_back(entry);
     } else if (!known->set(options, text)) {
-      return stream::Refuse("av: ", key, "=", text, ": ", known->wanted);
+      const bool isFormat = known->set == SetFormat;
+      return stream::Refuse("av: ", key, "=", text, ": ", known->wanted,
+                            isFormat ? base::DidYouMean(text, FormatNames()) : "");
     }
   }
   if (options.url.empty()) return stream::Refuse("av: no url: say pv:av,url=FILE, DEVICE or URL");

@@ -31,6 +31,11 @@ struct InputOptions {
   bool Network() const;
   /// `url` as it may be shown: without the password.
   std::string Shown() const;
+  /// The end of a line about an address of no known kind: the kind that was meant, if any.
+  std::string WhyUnknown() const;
+  /// The end of a line about an option that libavformat has no use for either: the one of these
+  /// that was meant, if any.
+  static std::string WhyUseless(const std::string& key);
 };
 
 /// Reads the options url, format, pace, loop, streams, transcode and wait; all others are meant for

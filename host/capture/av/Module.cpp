@@ -17,9 +17,12 @@ extern "C" NIMBO_API void RegisterAvModule() {
   av::InstallLogFilter();
   avformat_network_init();
   auto& registry = CaptureRegistry::Globle();
-  registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>);
-  registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>);
-  registry.Add("av", av::LibavSource::Make);
+  registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>,
+               "simulated camera: W, H, fr, br, gop, gopTypeStr");
+  registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>,
+               "simulated microphone: rate, channel, br");
+  registry.Add("av", av::LibavSource::Make,
+               "file, device or network stream: url, format, pace, loop, streams, transcode, wait");
   av::AvSource::Register();
   av::RtmpServer::Register();
 }

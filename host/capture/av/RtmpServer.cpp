@@ -235,13 +235,14 @@ int RtmpServer::Interrupted(void* self) {
 void RtmpServer::Register() {
   using stream::Figure;
   using stream::Setting;
-  base::TClass<>::Register<RtmpServer>(
+  base::IClass* cl = base::TClass<>::Register<RtmpServer>(
       ClassName, {Setting("addr", &RtmpServer::SetAddress, &RtmpServer::GetAddress,
                           "RTMP address to listen on"),
                   Setting("file", &RtmpServer::SetFile, &RtmpServer::GetFile,
                           "path of the recording, numbered from the second publisher on"),
                   Figure("packets", &RtmpServer::GetPackets, "audio and video packets recorded"),
                   Figure("bytes", &RtmpServer::GetBytes, "bytes recorded")});
+  base::Describe(cl, "nimbo-av", "takes one publisher after the other and records what comes");
 }
 
 }  // namespace nimbo::capture::av

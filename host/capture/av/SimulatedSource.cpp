@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "host/base/Nearest.h"
 #include "host/stream/Console.h"
 #include "nimbo/base/names.h"
 
@@ -92,7 +93,9 @@ bool SimulatedSource::ReadOptions(const base::AttrSet& options, const std::vecto
       *option->value = value;
     } else if (std::none_of(others.begin(), others.end(), is) &&
                std::none_of(std::begin(ConsumerOptions), std::end(ConsumerOptions), is)) {
-      stream::Explain(_name, ": option ", key, " has no effect here");
+      std::vector<std::string> names(others.begin(), others.end());
+      for (const Option& known : table) names.emplace_back(known.key);
+      stream::Explain(_name, ": option ", key, " has no effect here", base::Suggest(key, names));
     }
   }
   return true;

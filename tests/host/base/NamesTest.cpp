@@ -4,6 +4,8 @@
 
 #include <vector>
 
+#include "host/base/Nearest.h"
+
 namespace nimbo::base {
 namespace {
 
@@ -38,6 +40,19 @@ TEST(Arr32Test, CopiesAreIndependentBeyondTheInlineCapacity) {
   EXPECT_TRUE(copy.ContainsAll(list));
   EXPECT_FALSE(list.ContainsAll(copy));
   EXPECT_TRUE(list.ContainsAll(Arr32()));
+}
+
+TEST(NearestTest, IsTheChoiceWithTheFewestChangesUnlessThoseAreMany) {
+  const std::vector<std::string> choices{"shm-source", "ring-sink", "fr", "br"};
+  const std::pair<const char*, const char*> cases[] = {{"shm-sorce", "shm-source"},
+                                                       {"SHM-souRcee", "shm-source"},
+                                                       {"ringsink", "ring-sink"},
+                                                       {"rf", "fr"},
+                                                       {"bitrate", ""},
+                                                       {"", ""}};
+  for (const auto& [name, nearest] : cases) EXPECT_EQ(Nearest(name, choices), nearest) << name;
+  EXPECT_EQ(Suggest("rinksing", choices), "; did you mean \"ring-sink\"?");
+  EXPECT_EQ(Suggest("bitrate", {"W", "H"}), "; there are: W, H");
 }
 
 }  // namespace

@@ -28,19 +28,19 @@ TEST_P(ShellLine, PrintsItsResultAndCountsInTheExitCode) {
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, ShellLine,
-    ::testing::Values(LineCase{"echo p0={a,b=c},p1=x", "echo: p0={a,b=c},p1=x\n", true},
-                      LineCase{"echo fail=1", "the command \"echo\" failed", false},
-                      LineCase{"echo p0={a", "{a", false},
-                      LineCase{"call fwEcho", "nullnullnull\n= 7\n", true},
-                      LineCase{"call fwEcho \"a b\" {c d=e}  f:g={h i}",
-                               "[a b][c d=e][f:g={h i}]\n", true},
-                      LineCase{"call fwEcho 1 2 3 4", "at most 3", false},
-                      LineCase{"call fwNone", "there are: fwEcho, fwThrow", false},
-                      LineCase{"call fwThrow", "no good", false},
-                      LineCase{"call fwEcho \"a", "not closed: \"a", false},
-                      LineCase{"get nobody status", "there is no object \"nobody\"", false},
-                      LineCase{"sleep soon", "usage: sleep SECONDS", false},
-                      LineCase{"frobnicate", "there is no command \"frobnicate\"", false}));
+    ::testing::Values(
+        LineCase{"echo p0={a,b=c},p1=x", "echo: p0={a,b=c},p1=x\n", true},
+        LineCase{"echo fail=1", "the command \"echo\" failed", false},
+        LineCase{"echo p0={a", "{a", false}, LineCase{"call fwEcho", "nullnullnull\n= 7\n", true},
+        LineCase{"call fwEcho \"a b\" {c d=e}  f:g={h i}", "[a b][c d=e][f:g={h i}]\n", true},
+        LineCase{"call fwEcho 1 2 3 4", "at most 3", false},
+        LineCase{"call fwNone", "there are: fwEcho, fwThrow", false},
+        LineCase{"call fwThrow", "no good", false},
+        LineCase{"call fwEcho \"a", "not closed: \"a", false},
+        LineCase{"get nobody status", "there is no object \"nobody\"", false},
+        LineCase{"sleep soon", "usage: sleep SECONDS", false},
+        LineCase{"class ring-snk", "did you mean \"ring-sink\"?", false},
+        LineCase{"frobnicate", "there is no command \"frobnicate\"; there are: ", false}));
 
 TEST(Shell, GoesOnAfterAFailedLineUnlessToldToStop) {
   int code = -1;
@@ -75,13 +75,23 @@ TEST_P(Usage, IsToldInOneLine) {
 
 INSTANTIATE_TEST_SUITE_P(
     CommandLines, Usage,
-    ::testing::Values(UsageCase{{"push", "--duration", "-1"}, "--duration", 2},
-                      UsageCase{{"shell", "--plugin", "/nowhere.so"}, "/nowhere.so", 1},
-                      UsageCase{{"push", "--plugin", ECHO_PLUGIN, "--input", "/nowhere.mp4"},
-                                "cannot open \"/nowhere.mp4\": No such file",
-                                1},
-                      UsageCase{
-                          {"push", "--plugin", ECHO_PLUGIN, "--input", "a{.mp4"}, "brace", 1}));
+    ::testing::Values(
+        UsageCase{{"push", "--duration", "-1"}, "--duration", 2},
+        UsageCase{{"push", "--durtion=1"}, "did you mean \"--duration\"?", 2},
+        UsageCase{{"inspekt"}, "did you mean \"inspect\"?", 2},
+        UsageCase{
+            {"inspect", "--plugin", ECHO_PLUGIN, "ring-snk"}, "did you mean \"ring-sink\"?", 1},
+        UsageCase{{"graph", "ring-sink", "-o", "a.jpg"}, ".svg, .png and .dot", 2},
+        UsageCase{{"publish", "test:", "rmtp://h/a/s?x"},
+                  "\"rmtp://h/a/s\" cannot be published to: \"rmtp\" is no kind of "
+                  "RTMP; did you mean \"rtmp\"?",
+                  2},
+        UsageCase{{"push", "--url", "rtmp://h"}, "no application and stream", 2},
+        UsageCase{{"shell", "--plugin", "/nowhere.so"}, "/nowhere.so", 1},
+        UsageCase{{"push", "--plugin", ECHO_PLUGIN, "--input", "/nowhere.mp4"},
+                  "cannot open \"/nowhere.mp4\": No such file",
+                  1},
+        UsageCase{{"push", "--plugin", ECHO_PLUGIN, "--input", "a{.mp4"}, "brace", 1}));
 
 }  // namespace
 }  // namespace nimbo

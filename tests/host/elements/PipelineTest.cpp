@@ -196,7 +196,8 @@ TEST(PipelineTest, AMistakeIsToldInOneRedLine) {
   const Feed feed("h264-feed", nimbo::test::VideoMedia());
   const std::pair<const char*, const char*> mistakes[] = {
       {"shm-source", "set its \"connect\""},
-      {"shm-source:connect={pv:nothing-1}", "no capture source \"nothing-1\""},
+      {"shm-source:connect={pv:h264-fed}",
+       "no capture source \"h264-fed\"; did you mean \"h264-feed"},
       {"shm-source:connect={pv:h264-feed}+collector:link=all",
        "\"app/ShmSource\" brings in is live and must pass a ring: put \"+RingSink\" behind it"},
       {"RingSink:size=big", "size=big: a number of packets"}};

@@ -113,17 +113,23 @@ TEST_P(ApplicationText, FailsWithOneLineThatQuotesThePieceAndItsPosition) {
 INSTANTIATE_TEST_SUITE_P(
     Texts, ApplicationText,
     testing::Values(
-        BadText{"UnknownClass", "test-source+nobody", "\"nobody\" at byte 12: "},
+        BadText{"UnknownClass", "test-source+test-snk",
+                "\"test-snk\" at byte 12: there is no element or pipeline class like it; did you "
+                "mean \"test-sink\"?"},
+        BadText{"ClassOfAnotherKind", "test-source+test-service", "is no element or pipeline"},
         BadText{"UnknownClassInside", "type=pipeline,serialize={test-source+nobody}",
                 "\"nobody\" at byte 12: "},
         BadText{"UnknownProperty", "test-source+test-sink:flag=1,flags=1",
-                "\"flags\" at byte 29: "},
+                "\"flags\" at byte 29: class TestSink-test-sink has no such property; did you "
+                "mean \"flag\"?"},
         BadText{"PropertyNamedLikeItsClass", "test-source+TestSink:in=3", "\"in\" at byte 21: "},
+        BadText{"OpenList", "test-sink:fail=a,W=3", "fail, throw, port, flag; a value that holds "},
         BadText{"LongEntry", "test-sink:link=all,fail={rtmp://host/live/key?token=secret}",
                 "\"test-sink:link=all,fail={rtmp://...\" at byte 0: "},
         BadText{"ExceptionOfAPort", "test-source+test-sink:link=all,throw=PortAdd",
                 "Link of app/TestSink"},
-        BadText{"RefusedValue", "test-source+test-sink:flag=perhaps", "refuses flag=perhaps"},
+        BadText{"RefusedValue", "test-source+test-sink:flag=perhaps",
+                "refuses flag=perhaps: it is true or false"},
         BadText{"OtherLink", "test-source+test-sink:fail=in,link=in", "\"in\" at byte 35: "},
         BadText{"NothingToLink", "test-sink:link=all", "\"test-sink:link=all\" at byte 0: "},
         BadText{"NoOutput", "test-sink+test-source", "\"test-source\" at byte 10: "},
