@@ -1,7 +1,5 @@
 #pragma once
 
-#include <mutex>
-
 #include "base/reflect/Line.h"
 #include "nimbo/base/class.h"
 #include "nimbo/base/object_list.h"
@@ -33,7 +31,7 @@ T* ObjectList::Find(const char* name, bool byIdentifier) {
 
 template <class T>
 T* ObjectListSafe::Find(const char* name, bool byIdentifier) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   return ObjectList::Find<T>(name, byIdentifier);
 }
 

@@ -55,7 +55,7 @@ IClass* ClassRegistry::FindRegistered(std::uint32_t id, const Arr32& keywords, b
   const auto isKind = [kind](const IClass* cl) {
     return !kind || (cl->Type() && DerivesFrom(*cl->Type(), *kind));
   };
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   for (IClass* cl : _classes) {
     if (cl->ID() == id && isKind(cl)) return cl;
   }
@@ -69,7 +69,7 @@ IClass* ClassRegistry::FindRegistered(std::uint32_t id, const Arr32& keywords, b
 bool ClassRegistry::LoadOffered(std::uint32_t id, const Arr32& keywords) {
   bool (*load)() = nullptr;
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     for (const Offered& offered : _offered) {
       if (Hash(offered.name.c_str()) == id || offered.keywords.ContainsAll(keywords))
         load = offered.load;
@@ -84,17 +84,17 @@ bool ClassRegistry::LoadOffered(std::uint32_t id, const Arr32& keywords) {
 void ClassRegistry::Offer(const char* name, const std::type_info& kind, bool (*load)()) {
   Offered offered = {name, {}, &kind, load};
   offered.keywords.Add(name, '-');
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _offered.push_back(std::move(offered));
 }
 
 void ClassRegistry::Add(IClass& cl) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _classes.push_back(&cl);
 }
 
 std::vector<IClass*> ClassRegistry::Classes() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   return _classes;
 }
 
@@ -107,7 +107,7 @@ std::string ClassRegistry::Suggest(const std::string& name,
     if (std::find(names.begin(), names.end(), known) == names.end()) names.push_back(known);
   };
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     for (const IClass* cl : _classes) add(cl->Name(), cl->Type());
     for (const Offered& offered : _offered) add(offered.name, offered.kind);
   }

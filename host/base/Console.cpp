@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <mutex>
 
 #include "nimbo/base/ostream.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::base {
 namespace {
@@ -62,14 +62,14 @@ class Console final : public ostream {
   constexpr Console() noexcept = default;
 
   void Write(const char* text, std::size_t size) override {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     const SigpipeBlock block;
     std::fflush(stdout);  // what was printed with the C library comes first
     WriteWhole(STDOUT_FILENO, text, size);
   }
 
  private:
-  std::mutex _mutex;
+  sync::Mutex _mutex;  ///< held while a text is written
 };
 
 /// Ready before the first static initialiser and never destroyed, because lines are written before

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <atomic>
 #include <climits>
-#include <mutex>
 #include <string>
 
 #include "host/base/Guard.h"
+#include "sync/Mutex.h"
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -46,12 +46,12 @@ struct Thread::State {
   std::size_t stack = 0;
   std::function<void()> body;
   std::atomic<bool> running{false};
-  std::mutex mutex;      ///< guards what follows; held while the thread is joined
-  bool started = false;  ///< there is a thread to be joined
-  pthread_t thread = {};
+  sync::Mutex mutex;                       ///< held while the thread is joined
+  bool started GUARDED_BY(mutex) = false;  ///< there is a thread to be joined
+  pthread_t thread GUARDED_BY(mutex) = {};
 
   void Run();
-  void JoinLocked();
+  void JoinLocked() REQUIRES(mutex);
 };
 
 void Thread::State::Run() {
@@ -83,7 +83,7 @@ Thread::~Thread() { Join(); }
 bool Thread::Once(std::function<void()> body) {
   State& state = *_state;
   if (!body || state.running.load(std::memory_order_acquire)) return false;
-  const std::lock_guard<std::mutex> lock(state.mutex);
+  const sync::Lock lock(state.mutex);
   state.JoinLocked();  // an earlier run, which has ended
   state.body = std::move(body);
   state.running.store(true, std::memory_order_release);
@@ -105,7 +105,7 @@ bool Thread::Once(std::function<void()> body) {
 }
 
 bool Thread::Join() {
-  const std::lock_guard<std::mutex> lock(_state->mutex);
+  const sync::Lock lock(_state->mutex);
   if (_state->started && pthread_equal(_state->thread, pthread_self())) return false;
   _state->JoinLocked();
   return true;

@@ -116,7 +116,7 @@ std::string CaptureRegistry::Suggest(const std::string& name) const {
   for (const Entry& known : _entries) {
     examples.push_back(known.name + (Numbered(known.name) ? number : ""));
   }
-  const std::string question = base::DidYouMean(name, examples);
+  std::string question = base::DidYouMean(name, examples);
   if (!question.empty()) return question;
   std::vector<std::string> names;
   for (const Shown& source : Sources()) names.push_back(source.name);

@@ -144,6 +144,7 @@ std::vector<JsonMember> FactMembers(const Facts& facts) {
 
 std::vector<std::string> FactsJson(const std::vector<Facts>& things) {
   std::vector<std::string> objects;
+  objects.reserve(things.size());
   for (const Facts& facts : things) objects.push_back(JsonObject(FactMembers(facts)));
   return objects;
 }
@@ -179,6 +180,7 @@ std::vector<Facts> AllSources() {
 
 std::vector<Facts> Names(const std::vector<std::string>& names) {
   std::vector<Facts> things;
+  things.reserve(names.size());
   for (const auto& name : names) things.push_back({TextFact("name", name)});
   return things;
 }

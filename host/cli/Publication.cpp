@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "base/reflect/Class.h"
 #include "host/cli/Capture.h"
 #include "host/stream/Builder.h"
 #include "host/stream/State.h"

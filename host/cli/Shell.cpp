@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/CommandTable.h"
 #include "host/base/Guard.h"

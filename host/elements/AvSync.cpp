@@ -26,7 +26,7 @@ class AvSync final : public QueueElement {
   bool Link(IElement& sink) override { return IElement::Link(sink); }
 
  private:
-  void Begin() override {
+  void Begin() override REQUIRES(_mutex) {
     _picture_gone = false;
     _held_since.reset();
   }
@@ -42,7 +42,7 @@ class AvSync final : public QueueElement {
     return IsVideo(one.queue.Front()) && !IsVideo(other.queue.Front());
   }
 
-  Pair* Choose(Clock::time_point& due) override {
+  Pair* Choose(Clock::time_point& due) override REQUIRES(_mutex) {
     Pair* next = nullptr;
     Pair* picture = nullptr;
     bool complete = true;
@@ -68,7 +68,7 @@ class AvSync final : public QueueElement {
 
   /// The packets that are there have waited long enough; the inputs that are awaited are silent
   /// then. Otherwise sets when that will be.
-  bool Overdue(Clock::time_point& due) {
+  bool Overdue(Clock::time_point& due) REQUIRES(_mutex) {
     const auto now = Clock::now();
     if (!_held_since) _held_since = now;
     due = *_held_since + SilenceLimit;
@@ -77,8 +77,8 @@ class AvSync final : public QueueElement {
     return true;
   }
 
-  bool _picture_gone = false;
-  std::optional<Clock::time_point> _held_since;
+  bool _picture_gone GUARDED_BY(_mutex) = false;
+  std::optional<Clock::time_point> _held_since GUARDED_BY(_mutex);
 };
 
 [[maybe_unused]] base::IClass* const Registered = RegisterElement<AvSync>(

@@ -15,7 +15,7 @@ class FifoFilter final : public QueueElement {
   ~FifoFilter() override { StatusTakeDown(); }
 
  private:
-  Pair* Choose(Clock::time_point&) override {
+  Pair* Choose(Clock::time_point&) override REQUIRES(_mutex) {
     Pair* first = nullptr;
     for (const auto& pair : Pairs()) {
       if (pair->queue.Empty()) continue;

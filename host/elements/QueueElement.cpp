@@ -18,21 +18,31 @@ IPort* QueueElement::PortAdd(const char* caps, const char* direction) {
   pair->output = &HostState().Add(this, "", true);
   pair->output->Follow(*pair->input);
   Port* input = pair->input;
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   pair->queue.Reset(static_cast<std::size_t>(_max.load()));
   _pairs.push_back(std::move(pair));
   return input;
 }
 
 void QueueElement::MediaKnown(Port& input) {
-  for (const auto& pair : _pairs) {
-    if (pair->input == &input) TellMedia(*pair->output);
+  Port* output = nullptr;
+  {
+    const sync::Lock lock(_mutex);
+    if (const Pair* pair = Find(&input)) output = pair->output;
   }
+  if (output) TellMedia(*output);
+}
+
+QueueElement::Pair* QueueElement::Find(const void* input) {
+  for (const auto& pair : _pairs) {
+    if (pair->input == input) return pair.get();
+  }
+  return nullptr;
 }
 
 bool QueueElement::Start() {
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     for (const auto& pair : _pairs) {
       pair->queue.Reset(static_cast<std::size_t>(_max.load()));
       pair->silent = false;
@@ -46,60 +56,57 @@ bool QueueElement::Start() {
 }
 
 bool QueueElement::ReceivePacket(Packet& packet, void* from) {
-  std::unique_lock<std::mutex> lock(_mutex);
-  Pair* pair = nullptr;
-  for (const auto& candidate : _pairs) {
-    if (candidate->input == from) pair = candidate.get();
+  {
+    const sync::Lock lock(_mutex);
+    Pair* pair = Find(from);
+    if (!pair) return false;
+    if (pair->queue.Full() && SourceCanWait(*pair->input)) {
+      while (_taking && pair->queue.Full()) _drained.Wait(_mutex);
+    }
+    if (!_taking) return true;
+    const std::size_t before = pair->queue.Size();
+    _dropped += pair->queue.Offer(packet, _order++);
+    _queued += static_cast<unsigned int>(pair->queue.Size() - before);
+    pair->silent = false;
   }
-  if (!pair) return false;
-  if (pair->queue.Full() && SourceCanWait(*pair->input)) {
-    _drained.wait(lock, [this, pair] { return !_taking || !pair->queue.Full(); });
-  }
-  if (!_taking) return true;
-  const std::size_t before = pair->queue.Size();
-  _dropped += pair->queue.Offer(packet, _order++);
-  _queued += static_cast<unsigned int>(pair->queue.Size() - before);
-  pair->silent = false;
-  lock.unlock();
-  _filled.notify_one();
+  _filled.NotifyOne();
   return true;
 }
 
 void QueueElement::Run() {
-  std::unique_lock<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   while (_taking) {
     auto due = Clock::time_point::max();
     Pair* pair = Choose(due);
     if (!pair) {
       if (due == Clock::time_point::max()) {
-        _filled.wait(lock);
+        _filled.Wait(_mutex);
       } else {
-        _filled.wait_until(lock, due);
+        _filled.WaitUntil(_mutex, due);
       }
       continue;
     }
     Packet* packet = pair->queue.Pop();
     --_queued;
     Port& output = *pair->output;
-    lock.unlock();
-    _drained.notify_all();
+    const sync::Unlock meanwhile(_mutex);
+    _drained.NotifyAll();
     if (output.Deliver(*packet)) ++_packets;
     packet->Release();
-    lock.lock();
   }
 }
 
 void QueueElement::EndWaits() {
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _taking = false;
   }
-  _filled.notify_all();
-  _drained.notify_all();
+  _filled.NotifyAll();
+  _drained.NotifyAll();
 }
 
 void QueueElement::Ended() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   for (const auto& pair : _pairs) pair->queue.Clear();
   _queued = 0;
 }

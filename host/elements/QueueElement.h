@@ -2,13 +2,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "host/elements/FlowElement.h"
 #include "host/elements/PacketQueue.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::stream {
 
@@ -45,28 +44,32 @@ class QueueElement : public ThreadElement {
   QueueElement(const char* threadName, int max) : ThreadElement(threadName), _max(max) {}
 
   /// [delivering] The pair whose packet goes next; null when none may go yet. Then it is asked
-  /// again when a packet comes, and at `due` if it set that. Called under the lock.
-  virtual Pair* Choose(Clock::time_point& due) = 0;
-  /// [control] Playing begins anew. Called under the lock.
-  virtual void Begin() {}
+  /// again when a packet comes, and at `due` if it set that.
+  virtual Pair* Choose(Clock::time_point& due) REQUIRES(_mutex) = 0;
+  /// [control] Playing begins anew.
+  virtual void Begin() REQUIRES(_mutex) {}
 
   void Run() override;
   void EndWaits() override;
   void Ended() override;
 
-  /// The pairs, in the order of their creation; under the lock while the element plays.
-  std::vector<std::unique_ptr<Pair>>& Pairs() { return _pairs; }
+  /// The pairs, in the order of their creation.
+  std::vector<std::unique_ptr<Pair>>& Pairs() REQUIRES(_mutex) { return _pairs; }
+
+  /// Guards the pairs and what is in them. No other lock is taken under it but those of packets and
+  /// their pools.
+  sync::Mutex _mutex;
 
  private:
   bool SetCount(const char* key, const char* text);
+  /// The pair of an input; null for others.
+  Pair* Find(const void* input) REQUIRES(_mutex);
 
-  // No other lock is taken under it but those of packets and their pools.
-  std::mutex _mutex;
-  std::condition_variable _filled;
-  std::condition_variable _drained;
-  std::vector<std::unique_ptr<Pair>> _pairs;
-  std::uint64_t _order = 0;  ///< of the next packet, over all queues
-  bool _taking = false;      ///< packets are taken
+  sync::Condition _filled;
+  sync::Condition _drained;
+  std::vector<std::unique_ptr<Pair>> _pairs GUARDED_BY(_mutex);
+  std::uint64_t _order GUARDED_BY(_mutex) = 0;  ///< of the next packet, over all queues
+  bool _taking GUARDED_BY(_mutex) = false;      ///< packets are taken
   std::atomic<int> _max;
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned int> _dropped{0};

@@ -1,7 +1,6 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "host/elements/FlowElement.h"
@@ -9,6 +8,7 @@
 #include "host/stream/Console.h"
 #include "host/stream/RingBuffer.h"
 #include "host/stream/State.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::stream {
 
@@ -30,8 +30,7 @@ class RingSink final : public FlowElement {
       Explain("\"", Name(), "\" only adds inputs, each of which brings its ring");
       return nullptr;
     }
-    AddStream(caps);
-    return _streams.back()->input;
+    return &AddStream(caps);
   }
 
   void MediaKnown(Port& input) override {
@@ -47,24 +46,17 @@ class RingSink final : public FlowElement {
   bool CanWait(const Port&) const override { return true; }
 
   bool Open() override {
-    for (const auto& stream : _streams) {
-      stream->mediaKnown = false;
-      // Known already where the source was opened before this element.
-      if (IMedia* media = stream->input->Media()) {
-        StateMedia(*stream, media);
-      } else if (MediaWillBeKnown(*stream->input)) {
-        stream->ring->ForgetMedia();
-      } else {
-        stream->ring->SetMedia(nullptr);  // nobody may wait for what nobody will tell
-      }
-    }
+    StateMedias();
     return FlowElement::Open();
   }
 
   bool Close() override {
-    for (const auto& stream : _streams) {
-      StateMedia(*stream, nullptr);
-      stream->ring->Clear();
+    {
+      const sync::Lock lock(_mutex);
+      for (const auto& stream : _streams) {
+        StateMedia(*stream, nullptr);
+        stream->ring->Clear();
+      }
     }
     return FlowElement::Close();
   }
@@ -83,6 +75,7 @@ class RingSink final : public FlowElement {
   bool SetSize(const char* text) {
     if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: its size cannot change");
     if (!SetPacketCount(*this, "size", text, _size)) return false;
+    const sync::Lock lock(_mutex);
     for (const auto& stream : _streams) stream->ring->Resize(_size);
     return true;
   }
@@ -91,7 +84,7 @@ class RingSink final : public FlowElement {
   unsigned long long GetBytes() const { return _bytes; }
   /// [any] Packets of all rings that the slowest reader has not taken yet.
   unsigned int GetQueued() const {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     unsigned int queued = 0;
     for (const auto& stream : _streams) queued += stream->ring->Unread();
     return queued;
@@ -105,22 +98,40 @@ class RingSink final : public FlowElement {
     std::atomic<bool> mediaKnown{false};  ///< stated by its source, or by a packet
   };
 
-  void AddStream(const char* caps) {
+  /// The input of the new stream.
+  Port& AddStream(const char* caps) {
     auto stream = std::make_unique<Stream>(HostState().Add(this, caps, false), _size);
     Port& output = HostState().Add(this, "", true);
-    output.Follow(*stream->input);
+    Port& input = *stream->input;
+    output.Follow(input);
     output.SetRing(stream->ring.get());
     stream->ring->SetMedia(nullptr);
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _streams.push_back(std::move(stream));
+    return input;
   }
 
   Stream* Find(const void* input) const {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     for (const auto& stream : _streams) {
       if (stream->input == input) return stream.get();
     }
     return nullptr;
+  }
+
+  void StateMedias() {
+    const sync::Lock lock(_mutex);
+    for (const auto& stream : _streams) {
+      stream->mediaKnown = false;
+      // Known already where the source was opened before this element.
+      if (IMedia* media = stream->input->Media()) {
+        StateMedia(*stream, media);
+      } else if (MediaWillBeKnown(*stream->input)) {
+        stream->ring->ForgetMedia();
+      } else {
+        stream->ring->SetMedia(nullptr);  // nobody may wait for what nobody will tell
+      }
+    }
   }
 
   static void StateMedia(Stream& stream, IMedia* media) {
@@ -128,8 +139,8 @@ class RingSink final : public FlowElement {
     stream.mediaKnown = true;
   }
 
-  mutable std::mutex _mutex;  ///< the list of streams; taken before the mutex of a ring
-  std::vector<std::unique_ptr<Stream>> _streams;
+  mutable sync::Mutex _mutex;  ///< taken before the mutex of a ring
+  std::vector<std::unique_ptr<Stream>> _streams GUARDED_BY(_mutex);
   std::atomic<int> _size{DefaultSize};
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};

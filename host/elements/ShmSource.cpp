@@ -1,6 +1,5 @@
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -72,12 +71,12 @@ class ShmSource final : public ThreadElement {
     if (!MakeOutputs(codecs)) return false;
     _source = std::move(source);
     HostState().live = !_source->Unpaced();
-    const std::lock_guard<std::mutex> lock(TreeMutex());
+    const sync::Lock lock(TreeMutex());
     _connect = text;
     return true;
   }
   std::string GetConnect() const {
-    const std::lock_guard<std::mutex> lock(TreeMutex());
+    const sync::Lock lock(TreeMutex());
     return _connect;
   }
   unsigned int GetPackets() const { return _packets; }
@@ -100,8 +99,8 @@ class ShmSource final : public ThreadElement {
       }
     }
     {
-      const std::lock_guard<std::mutex> lock(TreeMutex());
-      outputs.clear();
+      const sync::Lock lock(TreeMutex());
+      outputs.Change().clear();
     }
     for (const std::string& codec : codecs) HostState().Add(this, codec.c_str(), true);
     _codecs = codecs;
@@ -159,7 +158,7 @@ class ShmSource final : public ThreadElement {
   std::unique_ptr<capture::CaptureSource> _source;
   std::vector<std::string> _codecs;  ///< of the outputs
   std::vector<Stream> _streams;
-  std::string _connect;  ///< under TreeMutex()
+  std::string _connect GUARDED_BY(TreeMutex());
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};
 };

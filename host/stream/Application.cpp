@@ -24,14 +24,15 @@ StatusSteps::Children SinksFirst(const Application::State& state) {
 }  // namespace
 
 void Application::State::Attach(Pipeline& pipeline) {
-  const std::lock_guard<std::mutex> lock(TreeMutex());
-  pipelines.push_back(&pipeline);
+  const sync::Lock lock(TreeMutex());
+  pipelines.Change().push_back(&pipeline);
   pipeline.HostState().application = &self;
 }
 
 void Application::State::Detach(Pipeline& pipeline) {
-  const std::lock_guard<std::mutex> lock(TreeMutex());
-  pipelines.erase(std::remove(pipelines.begin(), pipelines.end(), &pipeline), pipelines.end());
+  const sync::Lock lock(TreeMutex());
+  auto& list = pipelines.Change();
+  list.erase(std::remove(list.begin(), list.end(), &pipeline), list.end());
   pipeline.HostState().application = nullptr;
 }
 
@@ -63,13 +64,13 @@ bool Application::SetSerialize(std::string text) {
     DestroyPipelines(*this);
     return false;
   }
-  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const sync::Lock lock(TreeMutex());
   _state->serialize = std::move(text);
   return true;
 }
 
 std::string Application::GetSerialize() const {
-  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const sync::Lock lock(TreeMutex());
   return _state->serialize;
 }
 

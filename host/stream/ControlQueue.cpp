@@ -23,25 +23,24 @@ ControlQueue::ControlQueue() : _event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 ControlQueue::~ControlQueue() { close(_event); }
 
 void ControlQueue::Post(std::function<void()> work) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _work.push_back(std::move(work));
   eventfd_write(_event, 1);
-  _changed.notify_all();
+  _changed.NotifyAll();
 }
 
 int ControlQueue::Run() {
-  std::unique_lock<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   int done = 0;
   // One at a time, so that work that calls Run itself does not change the order.
   for (auto posted = _work.size(); posted != 0 && !_work.empty(); --posted, ++done) {
     const auto work = std::move(_work.front());
     _work.pop_front();
-    lock.unlock();
+    const sync::Unlock meanwhile(_mutex);
     Shielded("Work for the control thread", nullptr, [&work] {
       work();
       return true;
     });
-    lock.lock();
   }
   eventfd_t drained = 0;
   if (_work.empty()) eventfd_read(_event, &drained);
@@ -53,17 +52,17 @@ void ControlQueue::RunFor(std::chrono::nanoseconds duration) {
   const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
   for (;;) {
     Run();
-    std::unique_lock<std::mutex> lock(_mutex);
-    const auto due = [this] { return _interrupted || !_work.empty(); };
-    if (!_changed.wait_until(lock, end, due)) return;
-    if (std::exchange(_interrupted, false)) return;
+    const sync::Lock lock(_mutex);
+    bool inTime = true;
+    while (inTime && !_interrupted && _work.empty()) inTime = _changed.WaitUntil(_mutex, end);
+    if (std::exchange(_interrupted, false) || _work.empty()) return;
   }
 }
 
 void ControlQueue::Interrupt() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _interrupted = true;
-  _changed.notify_all();
+  _changed.NotifyAll();
 }
 
 }  // namespace nimbo::stream

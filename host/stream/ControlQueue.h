@@ -1,12 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 
 #include "nimbo/base/api.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::stream {
 
@@ -17,23 +16,23 @@ class NIMBO_API ControlQueue {
   static ControlQueue& Globle();
 
   /// [any] Leaves work. It must not refer to objects that may be gone when it runs.
-  void Post(std::function<void()> work);
+  void Post(std::function<void()> work) EXCLUDES(_mutex);
   /// [control] Does what has been posted so far. Returns how many pieces that were.
-  int Run();
+  int Run() EXCLUDES(_mutex);
   /// [control] Does what is posted until `duration` is over or Interrupt was called.
-  void RunFor(std::chrono::nanoseconds duration);
+  void RunFor(std::chrono::nanoseconds duration) EXCLUDES(_mutex);
   /// [any] Ends a RunFor, or the next one. To be called from another thread, not a signal handler.
-  void Interrupt();
+  void Interrupt() EXCLUDES(_mutex);
   /// [any] A descriptor that is readable while work is waiting, for use with poll.
   int Descriptor() const noexcept { return _event; }
 
  private:
   ControlQueue();
   ~ControlQueue();
-  std::mutex _mutex;
-  std::condition_variable _changed;
-  std::deque<std::function<void()>> _work;
-  bool _interrupted = false;
+  sync::Mutex _mutex;
+  sync::Condition _changed;
+  std::deque<std::function<void()>> _work GUARDED_BY(_mutex);
+  bool _interrupted GUARDED_BY(_mutex) = false;
   int _event;
 };
 

@@ -21,7 +21,8 @@ std::vector<const base::object*> Neighbours(Pipeline* pipeline) {
   if (!pipeline) return all;
   std::vector<Pipeline*> pipelines{pipeline};
   if (Application* application = pipeline->HostState().application) {
-    pipelines = application->HostState().pipelines;
+    const auto& list = application->HostState().pipelines;
+    pipelines.assign(list.begin(), list.end());
   }
   for (Pipeline* part : pipelines) {
     const auto& elements = part->HostState().elements;
@@ -47,8 +48,8 @@ std::string FreeName(const base::IClass& cl, const std::vector<const base::objec
 Port& IElement::State::Add(IElement* owner, const char* caps, bool output) {
   auto port = std::make_unique<Port>(owner, caps ? caps : "", output);
   auto& ports = output ? outputs : inputs;
-  const std::lock_guard<std::mutex> lock(TreeMutex());
-  ports.push_back(std::move(port));
+  const sync::Lock lock(TreeMutex());
+  ports.Change().push_back(std::move(port));
   return *ports.back();
 }
 
@@ -192,7 +193,7 @@ bool IElement::SendMessageUp(const char* name, const char* text, base::AttrSet* 
   std::shared_ptr<MessageListeners> pipeline;
   std::shared_ptr<MessageListeners> application;
   {
-    const std::lock_guard<std::mutex> lock(TreeMutex());
+    const sync::Lock lock(TreeMutex());
     if (_pipeline) {
       pipeline = _pipeline->HostState().listeners;
       if (Application* above = _pipeline->HostState().application) {

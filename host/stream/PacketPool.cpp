@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <limits>
-#include <mutex>
 #include <vector>
+
+#include "sync/Mutex.h"
 
 namespace nimbo::stream {
 
@@ -31,12 +32,13 @@ unsigned int Rounded(unsigned int capacity) {
 
 /// What the packets of a pool share; lives until the pool and the last packet in use are gone.
 struct PacketPool::Shared {
-  std::mutex mutex;
-  std::vector<HostPacket*> free;  ///< the one that was returned last stands at the end
-  std::size_t packets = 0;
-  std::size_t free_bytes = 0;
-  std::size_t used_bytes = 0;
-  bool closed = false;
+  sync::Mutex mutex;
+  /// The one that was returned last stands at the end.
+  std::vector<HostPacket*> free GUARDED_BY(mutex);
+  std::size_t packets GUARDED_BY(mutex) = 0;
+  std::size_t free_bytes GUARDED_BY(mutex) = 0;
+  std::size_t used_bytes GUARDED_BY(mutex) = 0;
+  bool closed GUARDED_BY(mutex) = false;
 };
 
 struct HostPacket::Storage {
@@ -68,7 +70,7 @@ void HostPacket::Destroy() noexcept {
   const std::shared_ptr<PacketPool::Shared> pool = std::move(_storage->pool);
   HostPacket* surplus = nullptr;
   {
-    const std::lock_guard<std::mutex> lock(pool->mutex);
+    const sync::Lock lock(pool->mutex);
     pool->used_bytes -= _storage->capacity;
     if (pool->closed) {
       surplus = this;
@@ -92,7 +94,7 @@ PacketPool::PacketPool() : _shared(std::make_shared<Shared>()) {}
 PacketPool::~PacketPool() {
   std::vector<HostPacket*> free;
   {
-    const std::lock_guard<std::mutex> lock(_shared->mutex);
+    const sync::Lock lock(_shared->mutex);
     _shared->closed = true;
     free.swap(_shared->free);
   }
@@ -101,7 +103,7 @@ PacketPool::~PacketPool() {
 
 HostPacket* PacketPool::New(unsigned int capacity) {
   {
-    const std::lock_guard<std::mutex> lock(_shared->mutex);
+    const sync::Lock lock(_shared->mutex);
     auto& free = _shared->free;
     auto best = free.end();
     for (auto it = free.begin(); it != free.end(); ++it) {
@@ -129,7 +131,7 @@ HostPacket* PacketPool::New(unsigned int capacity) {
   packet->_storage->bytes.reset(new unsigned char[room]);
   packet->_storage->capacity = room;
   packet->_storage->pool = _shared;
-  const std::lock_guard<std::mutex> lock(_shared->mutex);
+  const sync::Lock lock(_shared->mutex);
   const std::size_t packets = ++_shared->packets;
   if (_shared->free.capacity() < packets) _shared->free.reserve(packets * 2);
   _shared->used_bytes += room;

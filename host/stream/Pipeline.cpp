@@ -61,15 +61,16 @@ Port& Pipeline::State::AddPort(IElement& receiver, const char* caps) {
 }
 
 void Pipeline::State::Attach(IElement& element) {
-  const std::lock_guard<std::mutex> lock(TreeMutex());
-  elements.push_back(&element);
+  const sync::Lock lock(TreeMutex());
+  elements.Change().push_back(&element);
   element._pipeline = &self;
 }
 
 void Pipeline::State::Detach(IElement& element) {
   {
-    const std::lock_guard<std::mutex> lock(TreeMutex());
-    elements.erase(std::remove(elements.begin(), elements.end(), &element), elements.end());
+    const sync::Lock lock(TreeMutex());
+    auto& list = elements.Change();
+    list.erase(std::remove(list.begin(), list.end(), &element), list.end());
     element._pipeline = nullptr;
   }
   const auto feeds = [&element](const auto& port) { return port->Receiver() == &element; };
@@ -138,13 +139,13 @@ bool Pipeline::SetSerialize(std::string text) {
     DestroyElements(*this);
     return false;
   }
-  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const sync::Lock lock(TreeMutex());
   _state->serialize = std::move(text);
   return true;
 }
 
 std::string Pipeline::GetSerialize() const {
-  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const sync::Lock lock(TreeMutex());
   return _state->serialize;
 }
 

@@ -25,21 +25,21 @@ class LivePorts {
     return ports;
   }
   void Add(const IPort* port) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _ports.insert(port);
   }
   void Remove(const IPort* port) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _ports.erase(port);
   }
   bool Has(const IPort* port) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     return _ports.count(port) != 0;
   }
 
  private:
-  std::mutex _mutex;
-  std::unordered_set<const IPort*> _ports;
+  sync::Mutex _mutex;
+  std::unordered_set<const IPort*> _ports GUARDED_BY(_mutex);
 };
 
 bool IsAny(const char* caps) { return !caps || !*caps; }
@@ -111,17 +111,17 @@ void Port::Unlink() {
   Port& output = _output ? *this : *peer;
   Port& input = _output ? *peer : *this;
   {
-    const std::lock_guard<std::mutex> lock(output._mutex);
+    const sync::Lock lock(output._mutex);
     output._peer = nullptr;
-    output._changed.notify_all();
+    output._changed.NotifyAll();
   }
   // Whoever delivers has read the other end under this mutex.
-  { const std::lock_guard<std::mutex> ended(output._delivering); }
+  { const sync::Lock ended(output._delivering); }
   input._peer = nullptr;
 }
 
 bool Port::Deliver(Packet& packet) {
-  const std::lock_guard<std::mutex> delivering(_delivering);
+  const sync::Lock delivering(_delivering);
   Port* const peer = _peer;
   IElement* const receiver = peer ? peer->_receiver : nullptr;
   if (!receiver || !WaitForPause(*receiver, peer)) return false;
@@ -151,18 +151,20 @@ bool Port::WaitForPause(IElement& receiver, const Port* peer) {
   const Clock::time_point until(std::chrono::duration_cast<Clock::duration>(
       std::chrono::nanoseconds(receiver.HostState().pauseUntil.load())));
   if (until <= Clock::now()) return true;
-  std::unique_lock<std::mutex> lock(_mutex);
-  return !_changed.wait_until(lock, until, [this, peer] { return _interrupted || _peer != peer; });
+  const sync::Lock lock(_mutex);
+  bool inTime = true;
+  while (inTime && !_interrupted && _peer == peer) inTime = _changed.WaitUntil(_mutex, until);
+  return !_interrupted && _peer == peer;
 }
 
 void Port::Interrupt() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _interrupted = true;
-  _changed.notify_all();
+  _changed.NotifyAll();
 }
 
 void Port::Resume() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _interrupted = false;
 }
 

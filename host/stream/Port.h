@@ -1,14 +1,13 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "nimbo/stream/packet.h"
 #include "nimbo/stream/packet_ring.h"
 #include "nimbo/stream/port.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::stream {
 
@@ -43,7 +42,7 @@ class NIMBO_API Port : public IPort {
   /// delivery that pauses is given up, one that has reached the element at the other end is waited
   /// for, so that element must have been stopped. Called without a lock that its ReceivePacket
   /// could take, and not from a delivery through this very link.
-  void Unlink();
+  void Unlink() EXCLUDES(_delivering, _mutex);
 
   IElement* Owner() const noexcept { return _owner; }
   Port* Peer() const noexcept { return _peer; }
@@ -67,13 +66,13 @@ class NIMBO_API Port : public IPort {
   /// exception that escapes becomes one console line and a false result. False when the packet was
   /// not taken. The element gets its input as `from`, a Port*. The other end and its element stay
   /// until it returns, see Unlink.
-  bool Deliver(Packet& packet);
+  bool Deliver(Packet& packet) EXCLUDES(_delivering, _mutex);
   /// [any] What was delivered to this input since it was made.
   const PortFigures& Figures() const noexcept { return _figures; }
   /// [any] Ends a pause of Deliver; further pauses end at once until Resume. The status machine
   /// calls both for the outputs of every element: Resume before Start, Interrupt before Stop.
-  void Interrupt();
-  void Resume();
+  void Interrupt() EXCLUDES(_mutex);
+  void Resume() EXCLUDES(_mutex);
 
   /// [any] What the stream through this port carries; null while unknown. Valid until the producer
   /// sets another one, which it does in Open or Close alone.
@@ -83,7 +82,7 @@ class NIMBO_API Port : public IPort {
 
  private:
   /// False when the pause was ended, by Interrupt or because this output leads to `peer` no more.
-  bool WaitForPause(IElement& receiver, const Port* peer);
+  bool WaitForPause(IElement& receiver, const Port* peer) REQUIRES(_delivering) EXCLUDES(_mutex);
   /// [sending] Counts a packet that was offered to this input.
   void Count(const Packet& packet, bool taken) noexcept;
 
@@ -97,10 +96,11 @@ class NIMBO_API Port : public IPort {
   std::atomic<IMedia*> _media{nullptr};
   PortFigures _figures;
   std::uint32_t _next_sequence = 0;  ///< [sending] of this input
-  std::mutex _delivering;            ///< of an output, held by Deliver; taken before all others
-  std::mutex _mutex;                 ///< guards what follows; no other lock is taken under it
-  std::condition_variable _changed;
-  bool _interrupted = false;
+  /// Of an output, held by Deliver; taken before all others.
+  sync::Mutex _delivering ACQUIRED_BEFORE(_mutex);
+  sync::Mutex _mutex;  ///< no other lock is taken under it
+  sync::Condition _changed;
+  bool _interrupted GUARDED_BY(_mutex) = false;
 };
 
 /// [any] True for an address of a live port; how texts that name ports are checked.

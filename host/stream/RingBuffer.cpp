@@ -18,28 +18,20 @@ std::optional<Clock::time_point> DeadlineAfter(std::chrono::nanoseconds timeout)
   return Clock::now() + timeout;
 }
 
-/// Waits once. False when the deadline has passed.
-bool WaitOnce(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
-              const std::optional<Clock::time_point>& deadline) {
-  if (deadline) return changed.wait_until(lock, *deadline) == std::cv_status::no_timeout;
-  changed.wait(lock);
-  return true;
-}
-
 }  // namespace
 
 RingBuffer::RingBuffer(int capacity, std::uint32_t start)
     : _capacity(std::max(capacity, 1)),
-      _slots(static_cast<std::size_t>(_capacity.load()), nullptr),
-      _write(start) {}
+      _write(start),
+      _slots(static_cast<std::size_t>(_capacity.load()), nullptr) {}
 
 RingBuffer::~RingBuffer() {
   {
-    std::unique_lock<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _ending = true;
     for (const auto& member : _members) member->reader->ring = nullptr;
-    _changed.notify_all();
-    _left.wait(lock, [this] { return _inside == 0; });
+    _changed.NotifyAll();
+    while (_inside != 0) _left.Wait(_mutex);
   }
   for (const auto& member : _members) {
     if (Packet* packet = Unpin(*member)) packet->Release();
@@ -52,13 +44,13 @@ void RingBuffer::Write(Packet& packet) {
   packet.Hold();
   Packet* dropped;
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     dropped = std::exchange(_slots[_next], &packet);
     _next = (_next + 1) % _slots.size();
     if (!dropped) ++_count;
     _write.fetch_add(1, std::memory_order_release);
   }
-  _changed.notify_all();
+  _changed.NotifyAll();
   if (dropped) dropped->Release();
 }
 
@@ -66,7 +58,7 @@ void RingBuffer::Resize(int capacity) {
   capacity = std::max(capacity, 1);
   std::vector<Packet*> dropped(static_cast<std::size_t>(capacity), nullptr);
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     _slots.swap(dropped);
     _capacity = capacity;
     _next = 0;
@@ -79,7 +71,7 @@ void RingBuffer::Resize(int capacity) {
 
 void RingBuffer::SetMedia(IMedia* media) {
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     if (media && std::find(_medias.begin(), _medias.end(), media) == _medias.end()) {
       media->Hold();
       _medias.push_back(media);
@@ -87,20 +79,20 @@ void RingBuffer::SetMedia(IMedia* media) {
     _media = media;
     _media_known = true;
   }
-  _changed.notify_all();
+  _changed.NotifyAll();
 }
 
 void RingBuffer::ForgetMedia() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _media_known = false;
   _media = nullptr;
 }
 
 IMedia* RingBuffer::Media(std::chrono::nanoseconds timeout) {
   const auto deadline = DeadlineAfter(timeout);
-  std::unique_lock<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   while (!_media_known) {
-    if (!WaitOnce(_changed, lock, deadline)) break;
+    if (!WaitOnce(deadline)) break;
   }
   return _media;
 }
@@ -110,7 +102,7 @@ std::pair<IRing<Packet*>*, std::uint32_t> RingBuffer::StartPoint() {
 }
 
 Packet** RingBuffer::Get(std::uint32_t position) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   for (const auto& pin : _pins) {
     if (pin->readers > 0 && pin->position == position) return &pin->packet;
   }
@@ -124,14 +116,13 @@ int RingBuffer::WaitFor(Reader& reader, bool& woken, std::int64_t timeout) {
 }
 
 int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline) {
-  std::unique_lock<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   Member* member = Find(reader);
   if (!member) return 0;
   ++_inside;
   if (Packet* done = Unpin(*member)) {
-    lock.unlock();
+    const sync::Unlock meanwhile(_mutex);
     done->Release();
-    lock.lock();
   }
   bool ready = false;
   for (bool in_time = true; !_ending;) {
@@ -142,23 +133,29 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
     ready = Ready(reader);
     if (ready) PinFor(*member);
     if (ready || !in_time) break;
-    in_time = WaitOnce(_changed, lock, deadline);
+    in_time = WaitOnce(deadline);
   }
   --_inside;
-  if (_ending && _inside == 0) _left.notify_all();
+  if (_ending && _inside == 0) _left.NotifyAll();
   return ready ? 1 : 0;
+}
+
+bool RingBuffer::WaitOnce(const Deadline& deadline) {
+  if (deadline) return _changed.WaitUntil(_mutex, *deadline);
+  _changed.Wait(_mutex);
+  return true;
 }
 
 void RingBuffer::Wake(Reader& reader) {
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     if (Member* member = Find(reader)) member->aborted = true;
   }
-  _changed.notify_all();
+  _changed.NotifyAll();
 }
 
 void RingBuffer::AddReader(Reader& reader) {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _pins.push_back(std::make_unique<Pinned>());
   _members.push_back(std::make_unique<Member>(Member{&reader}));
   reader.ring = this;
@@ -168,7 +165,7 @@ void RingBuffer::AddReader(Reader& reader) {
 void RingBuffer::ReaderAdded(Reader&) {}
 
 std::uint32_t RingBuffer::Unread() {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   std::uint32_t most = 0;
   for (const auto& member : _members)
     most = std::max(most, WritePosition() - member->reader->position.load());
@@ -178,7 +175,7 @@ std::uint32_t RingBuffer::Unread() {
 void RingBuffer::RemoveReader(Reader& reader) {
   Packet* done = nullptr;
   {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const sync::Lock lock(_mutex);
     Member* member = Find(reader);
     if (!member) return;
     done = Unpin(*member);

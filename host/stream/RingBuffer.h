@@ -1,14 +1,13 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "nimbo/stream/packet_ring.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::stream {
 
@@ -25,16 +24,16 @@ class NIMBO_API RingBuffer final : public PacketRing,
   ~RingBuffer() override;
 
   /// [writing] Appends a packet, of which the ring takes a reference, over the oldest one.
-  void Write(Packet& packet);
+  void Write(Packet& packet) EXCLUDES(_mutex);
   /// [control] Lets the packets go, apart from pinned ones. Positions go on where they were.
-  void Clear() { Resize(_capacity); }
+  void Clear() EXCLUDES(_mutex) { Resize(_capacity); }
   /// [control] The same, and changes the capacity.
-  void Resize(int capacity);
+  void Resize(int capacity) EXCLUDES(_mutex);
 
   /// [any] States what the stream carries; null says that its producer failed.
-  void SetMedia(IMedia* media);
+  void SetMedia(IMedia* media) EXCLUDES(_mutex);
   /// [control] The media is to be stated anew. What was stated before stays alive.
-  void ForgetMedia();
+  void ForgetMedia() EXCLUDES(_mutex);
   IMedia* Media(std::chrono::nanoseconds timeout) override;
 
   std::pair<IRing*, std::uint32_t> StartPoint() override;
@@ -50,7 +49,7 @@ class NIMBO_API RingBuffer final : public PacketRing,
   int Size() const override { return _capacity; }
   std::uint32_t WritePosition() const override { return _write.load(std::memory_order_acquire); }
   /// [any] How many packets the slowest reader has not taken yet; 0 without readers.
-  std::uint32_t Unread();
+  std::uint32_t Unread() EXCLUDES(_mutex);
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -68,31 +67,32 @@ class NIMBO_API RingBuffer final : public PacketRing,
     bool aborted = false;
   };
 
-  int WaitUntil(Reader& reader, bool& woken, const Deadline& deadline);
-  // The following need the mutex.
-  Member* Find(const Reader& reader);
-  Packet** Slot(std::uint32_t position);
-  bool Ready(Reader& reader);
-  void PinFor(Member& member);
-  Packet* Unpin(Member& member);
+  int WaitUntil(Reader& reader, bool& woken, const Deadline& deadline) EXCLUDES(_mutex);
+  /// Waits once for a change. False when the deadline has passed.
+  bool WaitOnce(const Deadline& deadline) REQUIRES(_mutex);
+  Member* Find(const Reader& reader) REQUIRES(_mutex);
+  Packet** Slot(std::uint32_t position) REQUIRES(_mutex);
+  bool Ready(Reader& reader) REQUIRES(_mutex);
+  void PinFor(Member& member) REQUIRES(_mutex);
+  Packet* Unpin(Member& member) REQUIRES(_mutex);
 
-  // The mutex is the innermost one of all: nothing else is locked, and no packet released, under
-  // it.
-  std::mutex _mutex;
-  std::condition_variable _changed;  ///< a packet, an abort, a media, or the end of the ring
-  std::condition_variable _left;     ///< the last waiting reader has left an ending ring
+  /// The innermost one of all: nothing else is locked, and no packet released, under it.
+  sync::Mutex _mutex;
+  sync::Condition _changed;  ///< a packet, an abort, a media, or the end of the ring
+  sync::Condition _left;     ///< the last waiting reader has left an ending ring
   std::atomic<int> _capacity;
-  std::vector<Packet*> _slots;
-  std::size_t _next = 0;   ///< index of the slot that is written next
-  std::size_t _count = 0;  ///< packets in the slots
   std::atomic<std::uint32_t> _write;
-  std::vector<std::unique_ptr<Member>> _members;
-  std::vector<std::unique_ptr<Pinned>> _pins;  ///< one for each member
-  int _inside = 0;                             ///< readers in WaitUntil
-  bool _ending = false;
-  bool _media_known = false;
-  IMedia* _media = nullptr;
-  std::vector<IMedia*> _medias;  ///< all that were ever stated, one reference each
+  std::vector<Packet*> _slots GUARDED_BY(_mutex);
+  std::size_t _next GUARDED_BY(_mutex) = 0;   ///< index of the slot that is written next
+  std::size_t _count GUARDED_BY(_mutex) = 0;  ///< packets in the slots
+  std::vector<std::unique_ptr<Member>> _members GUARDED_BY(_mutex);
+  std::vector<std::unique_ptr<Pinned>> _pins GUARDED_BY(_mutex);  ///< one for each member
+  int _inside GUARDED_BY(_mutex) = 0;                             ///< readers in WaitUntil
+  bool _ending GUARDED_BY(_mutex) = false;
+  bool _media_known GUARDED_BY(_mutex) = false;
+  IMedia* _media GUARDED_BY(_mutex) = nullptr;
+  /// All that were ever stated, one reference each.
+  std::vector<IMedia*> _medias GUARDED_BY(_mutex);
 };
 
 }  // namespace nimbo::stream

@@ -8,20 +8,20 @@
 
 #include "host/stream/Message.h"
 #include "host/stream/Port.h"
+#include "host/stream/TreeList.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/element.h"
 #include "nimbo/stream/packet_ring.h"
 #include "nimbo/stream/pipeline.h"
 
-/// What the reference host keeps beside the members that the contract names. The lists are changed
-/// on the control thread, under TreeMutex(); other threads read them under that mutex only.
+/// What the reference host keeps beside the members that the contract names.
 
 namespace nimbo::stream {
 
 struct IElement::State {
   /// The element's ports, which it owns, in the order of their creation.
-  std::vector<std::unique_ptr<Port>> inputs;
-  std::vector<std::unique_ptr<Port>> outputs;
+  TreeList<std::unique_ptr<Port>> inputs;
+  TreeList<std::unique_ptr<Port>> outputs;
   /// Until when delivery to this element pauses, in nanoseconds of the steady clock. [any]
   std::atomic<std::int64_t> pauseUntil{0};
   /// [control] The element brings in what goes on whether it is taken or not, so that its packets
@@ -30,7 +30,7 @@ struct IElement::State {
 
   /// [control] Adds a port of `owner`. Elements with fixed ports call this in their constructor;
   /// empty caps stand for any.
-  Port& Add(IElement* owner, const char* caps, bool output);
+  Port& Add(IElement* owner, const char* caps, bool output) EXCLUDES(TreeMutex());
   /// [control] The first unlinked input that takes `caps`; null when there is none.
   Port* FreeInput(const char* caps);
   /// [control] The first unlinked output; null when there is none. A ring never runs out of them.
@@ -52,12 +52,12 @@ struct Pipeline::State {
   explicit State(Pipeline& owner) : self(owner) {}
 
   Pipeline& self;
-  Application* application = nullptr;
+  Application* application = nullptr;  ///< changed and read as a TreeList is
   /// The pipeline's elements, which it owns, in the order of their creation.
-  std::vector<IElement*> elements;
+  TreeList<IElement*> elements;
   /// The ports behind Pipeline::_ports.
   std::vector<std::unique_ptr<Port>> ports;
-  std::string serialize;
+  std::string serialize GUARDED_BY(TreeMutex());
   std::shared_ptr<MessageListeners> listeners = std::make_shared<MessageListeners>();
 
   /// [control] Appends an input port to the pipeline. What is delivered to it goes to `receiver`,
@@ -73,8 +73,8 @@ struct Pipeline::State {
   /// [control] Brings elements that were added late to the pipeline's own status, sinks first.
   bool Settle();
 
-  void Attach(IElement& element);
-  void Detach(IElement& element);
+  void Attach(IElement& element) EXCLUDES(TreeMutex());
+  void Detach(IElement& element) EXCLUDES(TreeMutex());
 };
 
 struct Application::State {
@@ -82,12 +82,12 @@ struct Application::State {
 
   Application& self;
   /// The application's pipelines, which it owns, in the order of the configuration.
-  std::vector<Pipeline*> pipelines;
-  std::string serialize;
+  TreeList<Pipeline*> pipelines;
+  std::string serialize GUARDED_BY(TreeMutex());
   std::shared_ptr<MessageListeners> listeners = std::make_shared<MessageListeners>();
 
-  void Attach(Pipeline& pipeline);
-  void Detach(Pipeline& pipeline);
+  void Attach(Pipeline& pipeline) EXCLUDES(TreeMutex());
+  void Detach(Pipeline& pipeline) EXCLUDES(TreeMutex());
 };
 
 }  // namespace nimbo::stream

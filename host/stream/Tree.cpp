@@ -30,7 +30,7 @@ void PinElements(Pipeline& pipeline, const std::string& prefix, std::vector<Entr
 /// Everything below `root`, which is pinned: a container's elements behind the container.
 void PinChildren(base::object& root, std::vector<Entry>& entries) {
   const std::string prefix = root.Name().empty() ? std::string() : root.Name() + Separator;
-  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const sync::Lock lock(TreeMutex());
   if (auto* application = dynamic_cast<Application*>(&root)) {
     for (Pipeline* pipeline : application->HostState().pipelines) {
       entries.push_back({prefix + pipeline->Name(), base::Pin(*pipeline)});
@@ -90,13 +90,13 @@ Port* FindPortAt(const std::string& path, std::string& problem) {
 
 }  // namespace
 
-std::mutex& TreeMutex() {
-  static auto& mutex = *new std::mutex;
+sync::Mutex& TreeMutex() {
+  static auto& mutex = *new sync::Mutex;
   return mutex;
 }
 
 std::string PathOf(const Object& object) {
-  const std::lock_guard<std::mutex> lock(TreeMutex());
+  const sync::Lock lock(TreeMutex());
   const base::object* owner = nullptr;
   const auto* pipeline = dynamic_cast<const Pipeline*>(&object);
   if (const auto* element = dynamic_cast<const IElement*>(&object)) {

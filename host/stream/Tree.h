@@ -1,13 +1,13 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "host/base/Pin.h"
 #include "host/stream/Message.h"
+#include "host/stream/TreeList.h"
 #include "nimbo/stream/object.h"
 #include "nimbo/stream/port.h"
 
@@ -52,10 +52,5 @@ NIMBO_API const char* StatusName(IStatus::Status status);
 
 /// [control] Ends everything in the global list, the newest first: the last step of a host.
 NIMBO_API void ReleaseAll();
-
-/// Guards the lists of children. They are changed on the control
-/// thread alone, which needs it for changes only; everyone else locks it to read, and makes pins
-/// under it. It is taken before the mutex of an object list, and no other lock is taken under it.
-NIMBO_API std::mutex& TreeMutex();
 
 }  // namespace nimbo::stream

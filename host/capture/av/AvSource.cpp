@@ -68,8 +68,8 @@ bool AvSource::SetStreams(const char* text) {
   }
   if (!Keep(Streams, text)) return false;
   {
-    const std::lock_guard<std::mutex> lock(stream::TreeMutex());
-    outputs.clear();
+    const sync::Lock lock(stream::TreeMutex());
+    outputs.Change().clear();
   }
   for (const auto& output : Outputs) {
     if (base::Hash(text) != base::Hash(output.onlyOther)) HostState().Add(this, output.codec, true);
@@ -79,7 +79,7 @@ bool AvSource::SetStreams(const char* text) {
 
 bool AvSource::Keep(const char* key, const char* text) {
   if (!StatusIsNull()) return stream::Refuse("\"", Name(), "\" is open: ", key, " cannot change");
-  const std::lock_guard<std::mutex> lock(stream::TreeMutex());
+  const sync::Lock lock(stream::TreeMutex());
   _settings.Set(key, text);
   InputOptions input;
   if (const char* url = _settings.Get(Url)) input.url = url;
@@ -89,15 +89,17 @@ bool AvSource::Keep(const char* key, const char* text) {
 }
 
 std::string AvSource::Kept(const char* key) const {
-  const std::lock_guard<std::mutex> lock(stream::TreeMutex());
+  const sync::Lock lock(stream::TreeMutex());
   const char* text = _settings.Get(key);
   return text ? text : "";
 }
 
 bool AvSource::MakeOptions(base::AttrSet& options) const {
-  // Changed on this thread alone, so that reading needs no lock.
-  options = _settings;
-  const base::AttrSet forLibav(_settings.Get(LibavOptions));
+  {
+    const sync::Lock lock(stream::TreeMutex());
+    options = _settings;
+  }
+  const base::AttrSet forLibav(options.Get(LibavOptions));
   options.Set(LibavOptions, nullptr);
   for (const auto& [key, value] : forLibav.Entries()) options.Set(key.c_str(), value.c_str());
   return forLibav.Valid();

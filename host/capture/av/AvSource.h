@@ -6,6 +6,7 @@
 
 #include "host/capture/CaptureSource.h"
 #include "host/elements/FlowElement.h"
+#include "host/stream/TreeList.h"
 #include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture::av {
@@ -51,7 +52,7 @@ class AvSource final : public stream::ThreadElement {
   void Run() override;
   void EndWaits() override { _source->Abort(); }
 
-  base::AttrSet _settings;  ///< under TreeMutex()
+  base::AttrSet _settings GUARDED_BY(stream::TreeMutex());
   std::unique_ptr<CaptureSource> _source;
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};

@@ -2,9 +2,9 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 
 #include "base/reflect/Line.h"
+#include "sync/Mutex.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -51,10 +51,10 @@ void Complain(const std::string& text) {
     if (s_scope->_first.empty()) s_scope->_first = text;
     return;
   }
-  static std::mutex mutex;
-  static std::string last;
+  static sync::Mutex mutex;
+  static std::string last GUARDED_BY(mutex);
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const sync::Lock lock(mutex);
     if (text == last) return;
     last = text;
   }

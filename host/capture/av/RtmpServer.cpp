@@ -127,25 +127,25 @@ bool RtmpServer::Close() {
 
 bool RtmpServer::SetAddress(const char* address) {
   if (!StatusIsNull()) return stream::Refuse("rtmp-server is open: addr cannot change");
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _address = address;
   return true;
 }
 
 std::string RtmpServer::GetAddress() const {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   return _address;
 }
 
 bool RtmpServer::SetFile(const char* path) {
   if (!StatusIsNull()) return stream::Refuse("rtmp-server is open: file cannot change");
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   _file = path;
   return true;
 }
 
 std::string RtmpServer::GetFile() const {
-  const std::lock_guard<std::mutex> lock(_mutex);
+  const sync::Lock lock(_mutex);
   return _file;
 }
 

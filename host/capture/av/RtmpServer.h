@@ -2,12 +2,12 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "host/capture/ByteWindow.h"
 #include "nimbo/base/thread.h"
 #include "nimbo/stream/service.h"
+#include "sync/Mutex.h"
 
 struct AVIOContext;
 
@@ -46,9 +46,9 @@ class RtmpServer final : public stream::Service {
   bool ReadWhole(AVIOContext& publisher, unsigned char* to, std::size_t size);
   static int Interrupted(void* self);
 
-  mutable std::mutex _mutex;
-  std::string _address;  ///< under _mutex
-  std::string _file;     ///< under _mutex
+  mutable sync::Mutex _mutex;
+  std::string _address GUARDED_BY(_mutex);
+  std::string _file GUARDED_BY(_mutex);
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};
   AbortEvent _closing;

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <mutex>
 #include <vector>
 
 #include "nimbo/base/api.h"
 #include "nimbo/base/object.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::base {
 
@@ -26,16 +26,16 @@ class NIMBO_API ObjectList {
 class NIMBO_API ObjectListSafe : public ObjectList {
  public:
   template <class T>
-  T* Find(const char* name, bool byIdentifier);
+  T* Find(const char* name, bool byIdentifier) EXCLUDES(_mutex);
 
   /// Adding an object that is in the list does nothing.
-  void Add(object& instance);
+  void Add(object& instance) EXCLUDES(_mutex);
   /// Removing an object that is not in the list does nothing.
-  void Remove(object& instance);
+  void Remove(object& instance) EXCLUDES(_mutex);
 
  protected:
   friend class Pin;
-  std::mutex _mutex;
+  sync::Mutex _mutex;  ///< guards `_objects`
 };
 
 }  // namespace nimbo::base
