@@ -3,9 +3,9 @@
 #
 #   ./test.sh [--fast] [CTEST-ARGUMENT...]
 #
-# Presets one after the other: release (the artefacts, against a real server), armhf (cross-built for
-# 32-bit ARM, run by qemu), debug with the checks of the sources, then with address and
-# undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter. Other
+# Presets one after the other: release (the artefacts against a real server, and the packages), armhf
+# (cross-built for 32-bit ARM, run by qemu), debug with the checks of the sources, then with address
+# and undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter. Other
 # arguments go to ctest (-R NAME, -j 1); with them only debug and the sanitizers run. Ends with
 # ctest's summary line, and at the first preset that fails.
 set -euo pipefail
@@ -48,9 +48,9 @@ tools/install-deps || fail "what is needed could not be installed"
 for preset in "${presets[@]}"; do
   case $preset in
     release)
-      # The artefacts alone; their tests are those that drive the program from outside.
+      # The artefacts alone; their tests are those from outside.
       build release --target nimbo-host pluginrtmp nimbo-av
-      tests=(-L interop)
+      tests=(-L 'interop|packages')
       ;;
     armhf)
       printf '\n== Making the armhf sysroot\n'
