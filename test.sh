@@ -3,14 +3,14 @@
 #
 #   ./test.sh [--fast | --soak] [CTEST-ARGUMENT...]
 #
-# Presets one after the other: release (the artefacts, against a real server), armhf (cross-built for
-# 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire tests with
-# librtmp's own transport), then with address and undefined-behaviour, and with thread sanitizer.
-# --fast is debug alone, without the linter and the fault matrix. --soak is what takes longer instead:
-# that matrix with its real deadlines, a thousand lost connections, a server that is frozen for a
-# minute; its figures lie in build/reliability.md. Other arguments go to ctest (-R NAME, -j 1); with
-# them only debug and the sanitizers run. Ends with ctest's summary line, and at the first preset that
-# fails.
+# Presets one after the other: release (the artefacts against a real server, and the packages), armhf
+# (cross-built for 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire
+# tests with librtmp's own transport), then with address and undefined-behaviour, and with thread
+# sanitizer. --fast is debug alone, without the linter and the fault matrix. --soak is what takes
+# longer instead: that matrix with its real deadlines, a thousand lost connections, a server that is
+# frozen for a minute; its figures lie in build/reliability.md. Other arguments go to ctest (-R NAME,
+# -j 1); with them only debug and the sanitizers run. Ends with ctest's summary line, and at the first
+# preset that fails.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -74,9 +74,9 @@ fi
 for preset in "${presets[@]}"; do
   case $preset in
     release)
-      # The artefacts alone; their tests are those that drive the program from outside.
+      # The artefacts alone; their tests are those from outside.
       build release --target nimbo-host pluginrtmp nimbo-av
-      tests=(-L interop)
+      tests=(-L 'interop|packages')
       ;;
     armhf)
       printf '\n== Making the armhf sysroot\n'

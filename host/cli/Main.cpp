@@ -13,8 +13,8 @@ using nimbo::cli::ControlLoop;
 
 /// All subcommands. A further one is a file of its own, declared in Subcommand.h and named here.
 constexpr void (*Subcommands[])(CLI::App&, const nimbo::cli::Choose&) = {
-    nimbo::cli::AddPublish, nimbo::cli::AddPush, nimbo::cli::AddShell, nimbo::cli::AddInspect,
-    nimbo::cli::AddGraph};
+    nimbo::cli::AddAbout, nimbo::cli::AddPublish, nimbo::cli::AddPush,
+    nimbo::cli::AddShell, nimbo::cli::AddInspect, nimbo::cli::AddGraph};
 
 /// What is wrong with a command line: what nothing takes is named with what is like it.
 std::string WhatIsWrong(const CLI::App& program, const CLI::ParseError& error) {

@@ -22,6 +22,8 @@ using Choose = std::function<void(Action)>;
 void AddShell(CLI::App& program, const Choose& chosen);
 void AddPublish(CLI::App& program, const Choose& chosen);
 void AddPush(CLI::App& program, const Choose& chosen);
+/// What the program tells of itself: its version, manual and completion.
+void AddAbout(CLI::App& program, const Choose& chosen);
 void AddInspect(CLI::App& program, const Choose& chosen);
 void AddGraph(CLI::App& program, const Choose& chosen);
 

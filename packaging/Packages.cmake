@@ -1,0 +1,59 @@
+# The Debian packages, one for each component of the installation.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "pluginrtmp developers")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_SET_DESTDIR ON)  # for what belongs under /etc
+set(CPACK_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+if(CMAKE_CROSSCOMPILING)
+  # The sysroot tells which package has which library; see tools/armhf-sysroot.
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf")
+endif()
+
+# debian_package(NAME SECTION SUMMARY DESCRIPTION [FIELD VALUE]...)
+macro(debian_package name section summary description)
+  list(APPEND CPACK_COMPONENTS_ALL ${name})
+  string(TOUPPER ${name} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${summary}\n${description}")
+  set(fields ${ARGN})
+  while(fields)
+    list(POP_FRONT fields field value)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_${field} "${value}")
+  endwhile()
+endmacro()
+set(CPACK_COMPONENTS_ALL)
+
+debian_package(pluginrtmp libs "plug-in that publishes a camera to RTMP servers"
+"For hosts of the media framework nimbo: publishes live H.264 and AAC to RTMP
+and RTMPS ingest servers and makes lost connections again."
+  RECOMMENDS ca-certificates ENHANCES nimbo-host)
+debian_package(nimbo-host video "runs publishing plug-ins on any Linux machine"
+"The reference host of the media framework nimbo and its plug-in pluginrtmp:
+publishes elementary streams and, with nimbo-host-av, files, devices, network
+cameras and a simulated camera to RTMP servers, from the command line or as a
+service."
+  DEPENDS "pluginrtmp (= ${PROJECT_VERSION})" RECOMMENDS "nimbo-host-av (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_NIMBO-HOST_PACKAGE_CONTROL_EXTRA "")
+foreach(script conffiles postinst prerm postrm)
+  list(APPEND CPACK_DEBIAN_NIMBO-HOST_PACKAGE_CONTROL_EXTRA
+       "${CMAKE_CURRENT_SOURCE_DIR}/debian/${script}")
+endforeach()
+if(NIMBO_AV)
+  debian_package(nimbo-host-av video "media files, devices and a simulated camera for nimbo-host"
+"The module of nimbo-host on the libraries of FFmpeg: opens what libavformat
+opens, transcodes what RTMP cannot describe, and simulates a camera."
+    DEPENDS "nimbo-host (= ${PROJECT_VERSION})")
+endif()
+debian_package(nimbo-dev libdevel "headers for plug-ins of the media framework nimbo"
+"The framework's interface with a CMake package and an example. A plug-in is
+linked with nothing of it: its symbols come from the process that loads it."
+  SUGGESTS nimbo-host ARCHITECTURE all)
+
+include(CPack)
