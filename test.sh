@@ -5,8 +5,8 @@
 #
 # Presets one after the other: release (the artefacts against a real server, and the packages), armhf
 # (cross-built for 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire
-# tests with librtmp's own transport), then with address and undefined-behaviour, and with thread
-# sanitizer. --fast is debug alone, without the linter and the fault matrix. --soak is what takes
+# tests with librtmp's own transport), fuzz (the fuzzers on their seeds and a little more), then with
+# address and undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter and the fault matrix. --soak is what takes
 # longer instead: that matrix with its real deadlines, a thousand lost connections, a server that is
 # frozen for a minute; its figures lie in build/reliability.md. Other arguments go to ctest (-R NAME,
 # -j 1); with them only debug and the sanitizers run. Ends with ctest's summary line, and at the first
@@ -30,7 +30,7 @@ if $fast; then
   presets=(debug)
   arguments+=(-LE 'lint|waiting')
 elif [ ${#arguments[@]} -eq 0 ]; then
-  presets=(release armhf debug stock asan tsan)
+  presets=(release armhf debug stock fuzz asan tsan)
 fi
 
 fail() { printf 'test.sh: %s\n' "$1" >&2; exit 1; }
@@ -55,7 +55,7 @@ run() {
   shift
   printf '\n== Testing %s\n' "$preset"
   cores=$(nproc)
-  if [ $# -eq 0 ] && [ "$preset" != armhf ] && [ "$preset" != stock ]; then
+  if [ $# -eq 0 ] && [[ $preset =~ debug|san ]]; then
     ctest --preset "$preset" -L waiting -j $((cores * 4))
     set -- -LE waiting
   fi
