@@ -217,15 +217,19 @@ bool Reader::Connect(ConnectText& connect) {
 
 bool IsUrlKey(const std::string& key) { return IsKey(key, "url"); }
 
-std::string ShowPiece(std::string piece) {
-  if (piece.size() > QuoteLimit) piece.replace(QuoteLimit, End, "...");
+std::string Printable(std::string text) {
   constexpr unsigned char FirstPrintable = 0x20, Delete = 0x7F;
   const auto isControl = [](char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte < FirstPrintable || byte == Delete;
   };
-  std::replace_if(piece.begin(), piece.end(), isControl, '?');
-  return piece;
+  std::replace_if(text.begin(), text.end(), isControl, '?');
+  return text;
+}
+
+std::string ShowPiece(std::string piece) {
+  if (piece.size() > QuoteLimit) piece.replace(QuoteLimit, End, "...");
+  return Printable(std::move(piece));
 }
 
 std::string QuotePiece(const std::string& piece, std::size_t position) {

@@ -15,8 +15,11 @@ constexpr std::string_view ConfigBlanks = " \t\r\n\v\f";
 /// True for the key whose unbraced value runs to the end of its level.
 NIMBO_API bool IsUrlKey(const std::string& key);
 
-/// How console lines show a piece of a text: cut to 32 bytes, which also keeps what is secret in a
-/// long URL off the console, and with "?" for control bytes, which must not steer the terminal.
+/// How console lines show a text from outside: with "?" for control bytes, which must not steer the
+/// terminal.
+NIMBO_API std::string Printable(std::string text);
+/// The same for a piece of a text, cut to 32 bytes, which also keeps what is secret in a long URL
+/// off the console.
 NIMBO_API std::string ShowPiece(std::string piece);
 /// The beginning of a line about a piece that starts at byte `position`: `"PIECE" at byte N`.
 NIMBO_API std::string QuotePiece(const std::string& piece, std::size_t position);

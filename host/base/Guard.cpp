@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "base/reflect/Line.h"
+#include "host/base/ConfigText.h"
 
 namespace nimbo::base {
 
@@ -10,9 +11,9 @@ void TellException(const std::string& what) noexcept {
   try {
     throw;
   } catch (const std::exception& error) {
-    Line(Colour::Red) << what << ": an exception escaped: " << error.what();
+    Line(Colour::Red) << Printable(what) << ": an exception escaped: " << Printable(error.what());
   } catch (...) {
-    Line(Colour::Red) << what << ": an exception of unknown type escaped";
+    Line(Colour::Red) << Printable(what) << ": an exception of unknown type escaped";
   }
 }
 

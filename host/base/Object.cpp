@@ -1,6 +1,7 @@
 #include "nimbo/base/object.h"
 
 #include "base/reflect/Line.h"
+#include "host/base/ConfigText.h"
 #include "host/base/Nearest.h"
 #include "host/base/Pin.h"
 #include "nimbo/base/class.h"
@@ -28,8 +29,8 @@ bool object::configure(AttrSet& attrs) {
     for (const IProperty* known : _class ? _class->Properties() : std::vector<IProperty*>()) {
       if (known->setStr) names.push_back(known->Name());
     }
-    Line(Colour::Red) << "\"" << Name() << "\" does not take the setting \"" << key << "\""
-                      << (property ? "" : Suggest(key, names));
+    Line(Colour::Red) << "\"" << Printable(Name()) << "\" does not take the setting \""
+                      << ShowPiece(key) << "\"" << (property ? "" : Suggest(key, names));
     return false;
   }
   return true;

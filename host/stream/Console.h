@@ -1,6 +1,9 @@
 #pragma once
 
+#include <string>
+
 #include "base/reflect/Line.h"
+#include "host/base/ConfigText.h"
 #include "nimbo/base/object.h"
 
 /// What the framework tells on the console, and how it shields itself from the code that it calls.
@@ -11,19 +14,26 @@ namespace nimbo::stream {
 /// one mistake give one line: whoever finds the reason sets it, those further out stay silent.
 NIMBO_API bool& FailureTold();
 
+/// [any] One console line. The pieces may come from outside, so it is made printable.
+template <class... Pieces>
+void Tell(base::Colour colour, const Pieces&... pieces) {
+  std::string text;
+  base::ostream_string out(text);
+  (out << ... << pieces);
+  base::Line(colour) << base::Printable(text);
+}
+
 /// [any] One yellow line: why something will fail, for a caller that has its own failure line.
 template <class... Pieces>
 void Explain(const Pieces&... pieces) {
-  base::Line line(base::Colour::Yellow);
-  (line << ... << pieces);
+  Tell(base::Colour::Yellow, pieces...);
 }
 
 /// [any] One red line: what failed and why. Always false.
 template <class... Pieces>
 bool Refuse(const Pieces&... pieces) {
   FailureTold() = true;
-  base::Line line(base::Colour::Red);
-  (line << ... << pieces);
+  Tell(base::Colour::Red, pieces...);
   return false;
 }
 

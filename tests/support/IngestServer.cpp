@@ -35,7 +35,17 @@ struct Loopback {
   socklen_t size;
 };
 
-/// Binds a socket to a loopback port (0: a free one), which is stored.
+std::string UrlOf(int port) { return "rtmp://127.0.0.1:" + std::to_string(port) + "/live/stream"; }
+
+template <class Condition>
+std::vector<Message> Select(const std::vector<Message>& messages, Condition condition) {
+  std::vector<Message> found;
+  std::copy_if(messages.begin(), messages.end(), std::back_inserter(found), condition);
+  return found;
+}
+
+}  // namespace
+
 int BoundSocket(bool ipv6, int& port) {
   const int descriptor = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int yes = 1;
@@ -49,17 +59,6 @@ int BoundSocket(bool ipv6, int& port) {
   port = ntohs(address.v6.sin6_port);
   return descriptor;
 }
-
-std::string UrlOf(int port) { return "rtmp://127.0.0.1:" + std::to_string(port) + "/live/stream"; }
-
-template <class Condition>
-std::vector<Message> Select(const std::vector<Message>& messages, Condition condition) {
-  std::vector<Message> found;
-  std::copy_if(messages.begin(), messages.end(), std::back_inserter(found), condition);
-  return found;
-}
-
-}  // namespace
 
 std::vector<Message> Record::OfType(std::uint8_t type) const {
   return Select(messages, [type](const Message& message) { return message.type == type; });

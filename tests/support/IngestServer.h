@@ -15,6 +15,9 @@
 
 namespace nimbo::test {
 
+/// Binds a socket to a loopback port (0: a free one), which is stored.
+int BoundSocket(bool ipv6, int& port);
+
 /// What no machine that runs these tests should need for one step.
 constexpr std::chrono::seconds LongTime{60};
 
