@@ -14,6 +14,8 @@ namespace nimbo::capture {
 namespace {
 
 constexpr std::uint32_t MostFramesPerSecond = 1000;
+/// Sound waits for a picture that comes so soon behind it (ns).
+constexpr std::int64_t TogetherWithin = 50'000'000;
 
 /// The last one is the consumer's.
 const std::vector<std::string> Options = {"video", "audio", "fr",       "loop",
@@ -143,8 +145,16 @@ stream::Packet* EsSource::Read() {
   EsTrack* track = Next();
   if (!track) return nullptr;
   _position = _round_start + track->Time();
-  const bool due = _fast ? !_abort.IsSet() : _abort.WaitUntil(_origin + _position);
+  const bool due = _fast ? !_abort.IsSet() : _abort.WaitUntil(_origin + _round_start + Due(*track));
   return due ? track->Take(_origin + _round_start) : nullptr;
+}
+
+/// When the next frame, one of `track`, is handed out. Whoever merges sound and pictures waits for
+/// the next picture before the sound in front of it may go, so one wake-up serves both.
+std::int64_t EsSource::Due(const EsTrack& track) const {
+  const std::int64_t time = track.Time();
+  const std::int64_t picture = _tracks.front()->Time();
+  return picture > time && picture - time <= TogetherWithin ? picture : time;
 }
 
 /// The track whose frame comes next. Null at the end, after an abort and after a failure.
