@@ -362,10 +362,15 @@ void RtmpSession::EndWatch() {
 
 // ---- inbound ------------------------------------------------------------------------------------
 
+void RtmpSession::DiscardInboundOfBurst() {
+  if (Watcher::Clock::now() - _inbound_read >= Limits().burst) DiscardInbound();
+}
+
 void RtmpSession::DiscardInbound() {
 #ifndef RTMP_STOCK_TRANSPORT
   // Over HTTP librtmp reads the answers to its own posts.
   if (!IsConnected() || (_rtmp->Link.protocol & ProtocolHttp)) return;
+  _inbound_read = Watcher::Clock::now();
   // Enough to keep up with any server, and an end to one that never stops.
   constexpr int MostReads = 16;
   char discarded[4096];
@@ -423,7 +428,6 @@ bool RtmpSession::CanSendInPlace() const {
 bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t timestamp, Bytes head,
                               Bytes tail) {
   if (!_rtmp) return false;
-  const SigPipeGuard guard;
   const Operation operation(*this, Activity::Sending);
   const ChunkHeader header = {channel, static_cast<unsigned char>(type), timestamp,
                               head.size + tail.size, StreamId()};
@@ -432,8 +436,10 @@ bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t times
       _own_tls ? writer.Write(static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl), head, tail)
                : writer.Write(_rtmp->m_sb.sb_socket, head, tail);
   if (!sent) {
-    const LibrtmpLog log;
+    // Neither of the writes above raises the signal; librtmp's goodbye does.
+    const SigPipeGuard guard;
     SigPipeGuard::Suspect();
+    const LibrtmpLog log;
     // Nothing more can be said on a connection that takes nothing, so the goodbye must not wait.
     shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR);
     RTMP_Close(_rtmp);
