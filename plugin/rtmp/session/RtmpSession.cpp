@@ -154,10 +154,19 @@ bool RtmpSession::DialsItself() const {
 #endif
 }
 
+void RtmpSession::Hurry([[maybe_unused]] LibrtmpLog& log) {
+#ifndef RTMP_STOCK_TRANSPORT
+  log.OnLine([this] {
+    if (_rtmp->m_sb.sb_socket >= 0) Connector::AcknowledgeNow(_rtmp->m_sb.sb_socket);
+  });
+#endif
+}
+
 bool RtmpSession::Connect() {
   if (!_rtmp) return false;
   const SigPipeGuard guard;
-  const LibrtmpLog log;
+  LibrtmpLog log;
+  Hurry(log);
   const Operation operation(*this, Activity::Opening);
   const bool connected = operation.Allowed() && (DialsItself() ? ConnectByLibrtmp() : ConnectOwn());
   // The connection only counts once the stream is set up.
@@ -252,6 +261,7 @@ bool RtmpSession::ConnectStream() {
   if (!_rtmp) return false;
   const SigPipeGuard guard;
   LibrtmpLog log;
+  Hurry(log);
   // librtmp does not take a refused publish for an answer and goes on waiting.
   log.OnRefusal([this] { shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR); });
   const Operation operation(*this, Activity::Opening);

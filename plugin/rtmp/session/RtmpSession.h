@@ -14,6 +14,8 @@
 
 namespace nimbo::plugin::rtmp {
 
+class LibrtmpLog;
+
 /// One publishing session with a server: the only code that touches librtmp's session. It knows the
 /// steps; in which order they are made, and what is said when one fails, is for its owner to
 /// decide.
@@ -105,6 +107,8 @@ class RtmpSession {
   /// Ends the step under way at `deadline`.
   void Bound(Watcher::Clock::time_point deadline) REQUIRES(_mutex);
   bool DialsItself() const;
+  /// Keeps the answers of a set-up from waiting for acknowledgements, as far as `log` reaches.
+  void Hurry(LibrtmpLog& log);
   bool ConnectOwn();
   bool ConnectByLibrtmp();
   bool MakeTls(const std::string& host, int socket);
