@@ -14,7 +14,7 @@ namespace nimbo::capture {
 namespace {
 
 constexpr std::uint32_t MostFramesPerSecond = 1000;
-/// Sound waits for a picture that comes so soon behind it (ns).
+/// Sound goes with the picture that stands so closely before it (ns).
 constexpr std::int64_t TogetherWithin = 50'000'000;
 
 /// The last one is the consumer's.
@@ -125,7 +125,7 @@ bool EsSource::Open() {
     _streams.push_back(track->Media());
   }
   _played = 1;
-  _round_start = _position = _origin = 0;
+  _round_start = _position = _picture = _origin = 0;
   return true;
 }
 
@@ -145,16 +145,15 @@ stream::Packet* EsSource::Read() {
   EsTrack* track = Next();
   if (!track) return nullptr;
   _position = _round_start + track->Time();
-  const bool due = _fast ? !_abort.IsSet() : _abort.WaitUntil(_origin + _round_start + Due(*track));
+  const bool due = _fast ? !_abort.IsSet() : _abort.WaitUntil(_origin + Due(*track));
   return due ? track->Take(_origin + _round_start) : nullptr;
 }
 
-/// When the next frame, one of `track`, is handed out. Whoever merges sound and pictures waits for
-/// the next picture before the sound in front of it may go, so one wake-up serves both.
-std::int64_t EsSource::Due(const EsTrack& track) const {
-  const std::int64_t time = track.Time();
-  const std::int64_t picture = _tracks.front()->Time();
-  return picture > time && picture - time <= TogetherWithin ? picture : time;
+/// When the frame at `_position`, one of `track`, is handed out. Whoever merges sound and pictures
+/// lets no picture go before the sound behind it has come, so the two go together.
+std::int64_t EsSource::Due(const EsTrack& track) {
+  if (&track == _tracks.front().get()) return _picture = _position;
+  return _position - _picture <= TogetherWithin ? _picture : _position;
 }
 
 /// The track whose frame comes next. Null at the end, after an abort and after a failure.

@@ -15,7 +15,7 @@ namespace nimbo::capture {
 /// ("-": standard input); at least one. `fr` frames per second of the video (30, 29.97,
 /// 30000/1001); otherwise the stream tells, or 30 is taken. `loop` how often it is played: a
 /// number, or `true` for without end. `pace`: `realtime` (as usual) hands out pictures when they
-/// are due and sound with the picture behind it, `fast` as soon as they are asked for. `wait`: the
+/// are due and sound with the picture before it, `fast` as soon as they are asked for. `wait`: the
 /// seconds that Open gives each stream to its first frame, 10 as usual.
 ///
 /// Time stamps count frames. In real time they start at the time of CLOCK_MONOTONIC at which Start
@@ -41,7 +41,7 @@ class NIMBO_API EsSource final : public CaptureSource {
  private:
   EsSource() = default;
   EsTrack* Next();
-  std::int64_t Due(const EsTrack& track) const;
+  std::int64_t Due(const EsTrack& track);
   bool Again();
 
   AbortEvent _abort;
@@ -54,6 +54,7 @@ class NIMBO_API EsSource final : public CaptureSource {
   std::int64_t _round_start = 0;  ///< time of the first frame of this round, in the source's time
   std::int64_t _origin = 0;       ///< time stamp of the source's time 0
   std::int64_t _position = 0;     ///< source's time of the next packet
+  std::int64_t _picture = 0;      ///< source's time of the latest picture
 };
 
 }  // namespace nimbo::capture
