@@ -9,16 +9,16 @@ import sys
 REFERENCE = "tuned FFmpeg"
 # (key, heading, digits, shown as a ratio)
 FIGURES = [
-    ("cpu", "CPU, real time, ms/s", 1, True),
-    ("fast", "CPU, fast, s/GB", 2, True),
+    ("cpu", "CPU in real time, ms/s", 1, True),
+    ("fast", "CPU as fast as possible, s/GB", 2, True),
     ("calls", "system calls/frame", 1, True),
     ("segments", "TCP segments/frame", 1, True),
     ("overhead", "bytes above payload, %", 2, False),
     ("memory", "peak memory, MB", 1, True),
     ("first720", "first media byte 720p, ms", 1, True),
-    ("first", "1080p, ms", 1, True),
-    ("median", "lateness median, ms", 2, False),
-    ("p99", "99 %, ms", 2, False),
+    ("first", "first media byte 1080p, ms", 1, True),
+    ("median", "lateness (median), ms", 2, False),
+    ("p99", "lateness (99 %), ms", 2, False),
 ]
 
 
@@ -58,8 +58,7 @@ def plot(folder, rows):
         file.write("figure " + " ".join(f'"{name}"' for name in plain) + "\n")
         for key, heading in ratios:
             cells = [cell(figures, key, 0).replace("-", "NaN") for figures in plain.values()]
-            file.write(f'"{heading.split(",")[0] if key != "fast" else "CPU as fast as possible"}" '
-                       + " ".join(cells) + "\n")
+            file.write(f'"{heading.split(",")[0]}" ' + " ".join(cells) + "\n")
     script = f"""
         set terminal pngcairo size 1400,700 font 'sans,11'
         set output '{folder}/ratios.png'
