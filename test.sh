@@ -1,31 +1,36 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs all tests.
 #
-#   ./test.sh [--fast] [CTEST-ARGUMENT...]
+#   ./test.sh [--fast | --soak] [CTEST-ARGUMENT...]
 #
 # Presets one after the other: release (the artefacts against a real server, and the packages), armhf
-# (cross-built for 32-bit ARM, run by qemu), debug with the checks of the sources, then with address
-# and undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter. Other
-# arguments go to ctest (-R NAME, -j 1); with them only debug and the sanitizers run. Ends with
-# ctest's summary line, and at the first preset that fails.
+# (cross-built for 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire
+# tests with librtmp's own transport), fuzz (the fuzzers on their seeds and a little more), then with
+# address and undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter and the fault matrix. --soak is what takes
+# longer instead: that matrix with its real deadlines, a thousand lost connections, a server that is
+# frozen for a minute; its figures lie in build/reliability.md. Other arguments go to ctest (-R NAME,
+# -j 1); with them only debug and the sanitizers run. Ends with ctest's summary line, and at the first
+# preset that fails.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 presets=(debug asan tsan)
 arguments=()
 fast=false
+soak=false
 for argument in "$@"; do
   case $argument in
     -h | --help) sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0"; exit 0 ;;
     --fast) fast=true ;;
+    --soak) soak=true ;;
     *) arguments+=("$argument") ;;
   esac
 done
 if $fast; then
   presets=(debug)
-  arguments+=(-LE lint)
+  arguments+=(-LE 'lint|waiting')
 elif [ ${#arguments[@]} -eq 0 ]; then
-  presets=(release armhf "${presets[@]}")
+  presets=(release armhf debug stock fuzz asan tsan)
 fi
 
 fail() { printf 'test.sh: %s\n' "$1" >&2; exit 1; }
@@ -44,7 +49,28 @@ build() {
   fi || fail "building $preset failed"
 }
 
+# run PRESET [CTEST-ARGUMENT...]: the tests that wait first, many at a time.
+run() {
+  local preset=$1 cores
+  shift
+  printf '\n== Testing %s\n' "$preset"
+  cores=$(nproc)
+  if [ $# -eq 0 ] && [[ $preset =~ debug|san ]]; then
+    ctest --preset "$preset" -L waiting -j $((cores * 4))
+    set -- -LE waiting
+  fi
+  ctest --preset "$preset" -j "$cores" "$@"
+}
+
 tools/install-deps || fail "what is needed could not be installed"
+if $soak; then
+  build release --target nimbo-host pluginrtmp nimbo-av rtmp_fault_test
+  printf '\n== Meeting every fault\n'
+  tools/reliability build/release >build/reliability.md || fail "see build/reliability.md"
+  cat build/reliability.md
+  NIMBO_FROZEN_SECONDS=60 run release -L interop
+  exit
+fi
 for preset in "${presets[@]}"; do
   case $preset in
     release)
@@ -60,11 +86,14 @@ for preset in "${presets[@]}"; do
       build armhf
       tests=()
       ;;
+    stock)
+      build stock --target pluginrtmp rtmp_plugin_test
+      tests=(-R '^(Pusher|Client)')
+      ;;
     *)
       build "$preset"
       tests=()
       ;;
   esac
-  printf '\n== Testing %s\n' "$preset"
-  ctest --preset "$preset" -j "$(nproc)" "${tests[@]}" "${arguments[@]}"
+  run "$preset" "${tests[@]}" "${arguments[@]}"
 done

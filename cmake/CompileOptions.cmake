@@ -18,6 +18,13 @@ if(NIMBO_SANITIZE)
   add_link_options("-fsanitize=${NIMBO_SANITIZE}")
 endif()
 
+# For folders whose code never runs often: what is instrumented is not optimised as well.
+macro(nimbo_build_fast)
+  if(NIMBO_SANITIZE)
+    add_compile_options(-O0)
+  endif()
+endmacro()
+
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")

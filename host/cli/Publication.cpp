@@ -60,11 +60,17 @@ bool SourceConfiguration(const PublishOptions& options, std::string& text, std::
       error = "the simulated camera runs in real time: --fast and --loop are for files";
       return false;
     }
+    if (!options.audio.empty()) {
+      error = "the simulated camera has sound of its own: --audio is for elementary streams";
+      return false;
+    }
     text = TestConfiguration(input.substr(sizeof TestInput - 1));
     return true;
   }
+  std::vector<std::string> inputs = {input};
+  if (!options.audio.empty()) inputs.push_back(options.audio);
   std::string connect;
-  if (!InputConnection({input}, connect, error)) {
+  if (!InputConnection(inputs, connect, error)) {
     if (input + ":" == TestInput) error += "; the simulated camera is \"test:\"";
     return false;
   }

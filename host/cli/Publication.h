@@ -14,6 +14,7 @@ namespace nimbo::cli {
 /// What is to be published, where and how.
 struct PublishOptions {
   std::string input;
+  std::string audio;  ///< elementary stream beside an elementary video input; may be empty
   std::vector<std::string> urls;
   std::string loop;   ///< how often a file is played: a number or "true"; empty: once
   bool fast = false;  ///< as fast as the server takes it, with nothing dropped

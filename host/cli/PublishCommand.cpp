@@ -163,6 +163,8 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
   publish->add_option("URL", options->what.urls, "rtmp://HOST[:PORT]/APPLICATION/STREAM, or rtmps")
       ->check(UrlFault)
       ->required();
+  publish->add_option("--audio", options->what.audio,
+                      "An ADTS file to go with an elementary H.264 file");
   publish->add_option("--duration", options->duration, "Stop after so many seconds")
       ->check(CLI::PositiveNumber);
   publish->add_flag(

@@ -33,12 +33,13 @@ until_true() {
   done
 }
 
-# start_server [OPTION...]: sets `address`, of the stream to publish.
+# start_server [OPTION...]: sets `address`, of the stream to publish, and with --tls `secure`.
 start_server() {
   exec {said}< <(exec "$tools/ingest-server" "$folder/server" "$@")
   children+=($!)
   read -r address <&"$said" || fail "the server did not start"
   address=$address/stream
+  if read -r secure <&"$said"; then secure=$secure/stream; fi
 }
 
 # push OPTION... and publish OPTION...: to their ends. The output is left in `log`.
@@ -275,6 +276,39 @@ AClientFindsAKilledServerAgain() {
   order=$(grep -o 'rtmp_send_data_fail\|rtmp_reconnect_[a-z]*' "$log" | uniq | sed -n '1p;2p;$p' | xargs)
   [ "$order" = "rtmp_send_data_fail rtmp_reconnect_fail rtmp_reconnect_success" ] ||
     fail "the messages came as $order"
+}
+
+AFrozenServerIsLeftAndFoundAgain() {
+  start_server
+  "${host[@]}" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
+  pusher=$!
+  children+=("$pusher")
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  kill -STOP "$(cat "$folder/server/nginx.pid")"
+  sleep "${NIMBO_FROZEN_SECONDS:-10}"
+  kill -CONT "$(cat "$folder/server/nginx.pid")"
+  until_true grep -q rtmp_reconnect_success "$log" || fail "no reconnection is told"
+  until_true recorded 2 200000 || fail "nothing was recorded afterwards"
+  kill -TERM "$pusher"
+  wait "$pusher" || true
+  [ "$(first_tags "$(newest)")" = "audio:header video:header" ] ||
+    fail "the new recording starts with $(first_tags "$(newest)")"
+  decodes_clean "$(newest)"
+}
+
+ASecureServerOfAPrivateAuthorityIsTrustedOnlyByName() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server --tls
+  publish "$folder/source.mp4" "$secure" && fail "the certificate was not checked"
+  grep -q 'TLS: The certificate is NOT trusted' "$log" || fail "no explanation: $(cat "$log")"
+  ! grep -q 'connect: app\|stream' "$folder/server/error.log" || fail "the stream name was sent"
+  export RTMP_CA_FILE=$folder/server/authority.pem
+  publish "$folder/source.mp4" "$secure" || fail "publish ended with $?"
+  grep -q "connect: app" "$folder/server/error.log" || fail "the server tells nothing"
+  decodes_clean "$(newest)"
+  same_frames "$folder/source.mp4" "$(newest)"
+  publish "$folder/source.mp4" "${secure}2" --fast --no-copy || fail "publish ended with $?"
+  same_frames "$folder/source.mp4" "$(newest)"
 }
 
 # shell LINE...: its output, both streams.

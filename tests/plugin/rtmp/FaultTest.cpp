@@ -26,7 +26,7 @@ using Who = std::tuple<Publisher::Kind, bool>;  ///< and whether over TLS
 /// Far longer than what is bounded here, far shorter than what is not.
 constexpr seconds Soon{25};
 constexpr std::size_t SmallFrame = 100;
-constexpr std::size_t LargeFrame = 200000;
+constexpr std::size_t LargeFrame = 50000;
 
 class FaultCase : public PluginTest {
  protected:
@@ -91,14 +91,18 @@ class FaultCase : public PluginTest {
     });
   }
   /// The connection began with both sequence headers, and no frame is missing from the third on: a
-  /// pusher whose ring has run ahead meanwhile goes on with its oldest entry.
-  static void ExpectWhole(const Record& record) {
+  /// pusher whose ring has run ahead meanwhile goes on with its oldest entry. With `lapped` it may
+  /// happen again.
+  static void ExpectWhole(const Record& record, bool lapped = false) {
     EXPECT_EQ(record.error, "");
     for (const std::uint8_t type : {AudioMessage, VideoMessage}) {
       const std::vector<Message> sent = record.OfType(type);
       ASSERT_GE(sent.size(), 4u);
       EXPECT_EQ(sent[0].body.at(1), 0);
-      for (std::size_t i = 3; i < sent.size(); ++i) EXPECT_EQ(sent[i].time, sent[i - 1].time + 20);
+      for (std::size_t i = 3; i < sent.size(); ++i) {
+        const std::uint32_t step = sent[i].time - sent[i - 1].time;
+        EXPECT_TRUE(step == 20 || (lapped && step > 20)) << step << " ms at " << sent[i].time;
+      }
     }
   }
 
@@ -251,7 +255,7 @@ TEST_P(Publishing, GoesOnWithANewConnection) {
   ASSERT_TRUE(server.WaitForMedia(0, 8));
   if (stalls) publisher->StartFeeding(LargeFrame);
   Time("back", [&] { ASSERT_TRUE(WaitForMedia(server, 1)); });
-  ExpectWhole(server.Get(1));
+  ExpectWhole(server.Get(1), stalls && !IsClient());
   EXPECT_TRUE(publisher->Connected());
   ExpectMessages({"rtmp_connected", "rtmp_send_data_fail", "rtmp_reconnect_success"});
   EXPECT_EQ(server.Connections(), 2u);
