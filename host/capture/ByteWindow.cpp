@@ -19,7 +19,7 @@ namespace nimbo::capture {
 
 namespace {
 
-constexpr std::size_t ReadSize = std::size_t{32} * 1024;
+constexpr std::size_t ReadSize = std::size_t{128} * 1024;
 /// No access unit is larger: level 5.2 allows about 5 MB for one.
 constexpr std::size_t LargestPiece = std::size_t{16} * 1024 * 1024;
 constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
@@ -61,25 +61,27 @@ AbortEvent::AbortEvent() : _event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
 
 AbortEvent::~AbortEvent() { close(_event); }
 
-void AbortEvent::Set() { eventfd_write(_event, 1); }
+void AbortEvent::Set() {
+  _set = true;
+  eventfd_write(_event, 1);
+}
 
 void AbortEvent::Clear() {
+  _set = false;
   eventfd_t count = 0;
   eventfd_read(_event, &count);
 }
 
-bool AbortEvent::IsSet() const {
-  pollfd wait{_event, POLLIN, 0};
-  return poll(&wait, 1, 0) > 0;
-}
+bool AbortEvent::IsSet() const { return _set; }
 
 bool AbortEvent::WaitUntil(std::int64_t due) const {
   pollfd wait{_event, POLLIN, 0};
-  for (;;) {
-    const timespec timeout = Until(due);
-    if (ppoll(&wait, 1, &timeout, nullptr) > 0) return false;
+  while (!IsSet()) {
     if (MonotonicNow() >= due) return true;
+    const timespec timeout = Until(due);
+    ppoll(&wait, 1, &timeout, nullptr);
   }
+  return false;
 }
 
 bool AbortEvent::WaitReadable(int descriptor, std::int64_t due) const {
@@ -151,8 +153,9 @@ bool ByteWindow::MakeRoom() {
 ByteWindow::Result ByteWindow::More() {
   if (!MakeRoom()) return Result::TooLarge;
   for (;;) {
-    // A regular file can always be read; waiting for it only serves to see an abort.
-    if (!_abort.WaitReadable(_descriptor, _deadline)) return Result::Aborted;
+    // A regular file can always be read.
+    const bool readable = _seekable ? !_abort.IsSet() : _abort.WaitReadable(_descriptor, _deadline);
+    if (!readable) return Result::Aborted;
     const ssize_t got = read(_descriptor, _memory.get() + _end, ReadSize);
     if (got > 0) {
       _end += static_cast<std::size_t>(got);

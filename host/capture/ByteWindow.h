@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -31,6 +32,7 @@ class NIMBO_API AbortEvent {
   bool WaitReadable(int descriptor, std::int64_t due = Never) const;
 
  private:
+  std::atomic<bool> _set{false};  ///< so that looking costs no system call
   int _event;
 };
 

@@ -14,9 +14,9 @@ namespace nimbo::capture {
 /// Options: `video` the path of an H.264 stream in Annex B form, `audio` that of AAC in ADTS frames
 /// ("-": standard input); at least one. `fr` frames per second of the video (30, 29.97,
 /// 30000/1001); otherwise the stream tells, or 30 is taken. `loop` how often it is played: a
-/// number, or `true` for without end. `pace`: `realtime` (as usual) hands out packets when they are
-/// due, `fast` as soon as they are asked for. `wait`: the seconds that Open gives each stream to
-/// its first frame, 10 as usual.
+/// number, or `true` for without end. `pace`: `realtime` (as usual) hands out pictures when they
+/// are due and sound with the picture before it, `fast` as soon as they are asked for. `wait`: the
+/// seconds that Open gives each stream to its first frame, 10 as usual.
 ///
 /// Time stamps count frames. In real time they start at the time of CLOCK_MONOTONIC at which Start
 /// was called; a stop holds them up. With `fast` they start at 0, so that streams of several
@@ -41,6 +41,7 @@ class NIMBO_API EsSource final : public CaptureSource {
  private:
   EsSource() = default;
   EsTrack* Next();
+  std::int64_t Due(const EsTrack& track);
   bool Again();
 
   AbortEvent _abort;
@@ -53,6 +54,7 @@ class NIMBO_API EsSource final : public CaptureSource {
   std::int64_t _round_start = 0;  ///< time of the first frame of this round, in the source's time
   std::int64_t _origin = 0;       ///< time stamp of the source's time 0
   std::int64_t _position = 0;     ///< source's time of the next packet
+  std::int64_t _picture = 0;      ///< source's time of the latest picture
 };
 
 }  // namespace nimbo::capture

@@ -58,6 +58,8 @@ class Publication {
 
   std::size_t Clients() const noexcept { return _clients.size(); }
   ClientFigures Figures(std::size_t index) const;
+  /// True when a source has come to its end. A message tells that.
+  bool Ending() const noexcept { return _ended > 0; }
   /// True when every source has come to its end and everything it gave has been published.
   bool Finished() const;
   /// True when a message of a failure came up.

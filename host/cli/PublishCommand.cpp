@@ -17,7 +17,7 @@ namespace {
 
 using Clock = ControlLoop::Clock;
 
-/// How often the end of the input is looked for.
+/// How often it is looked, behind the end of the input, whether everything has been sent.
 constexpr std::chrono::milliseconds LookPeriod{100};
 /// How long a server that could not be published to is left alone before the next attempt.
 constexpr std::chrono::seconds OpenPause{5};
@@ -83,7 +83,8 @@ class Publish {
         next = now + (_options.json ? JsonPeriod : _line.Period());
       }
       if (now >= _retry) OpenMissing();
-      const auto wake = std::min({end, next, now + LookPeriod});
+      auto wake = std::min({end, next, _retry});
+      if (_publication.Ending()) wake = std::min(wake, now + LookPeriod);
       if (_loop.Wait(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
     Show(Clock::now());

@@ -1,5 +1,6 @@
 #include "host/elements/QueueElement.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "host/elements/Properties.h"
@@ -69,20 +70,49 @@ bool QueueElement::ReceivePacket(Packet& packet, void* from) {
     _queued += static_cast<unsigned int>(pair->queue.Size() - before);
     pair->silent = false;
   }
-  _filled.NotifyOne();
+  _filled->Notify();
   return true;
+}
+
+std::shared_ptr<sync::Signal> QueueElement::Lend(const Port& input, Borrower& source) {
+  const sync::Lock lending(_lending);
+  const sync::Lock lock(_mutex);
+  Pair* pair = Find(&input);
+  if (!pair) return nullptr;
+  _loans.push_back({pair, &source});
+  return _filled;
+}
+
+void QueueElement::TakeBack(const Borrower& source) {
+  const sync::Lock lending(_lending);
+  const auto of = [&source](const Loan& loan) { return loan.source == &source; };
+  _loans.erase(std::remove_if(_loans.begin(), _loans.end(), of), _loans.end());
+}
+
+void QueueElement::RunBorrowers() {
+  const sync::Lock lending(_lending);
+  for (const Loan& loan : _loans) {
+    // Nobody else fills or drains the queue meanwhile.
+    while (!loan.pair->queue.Full() && loan.source->DeliverNext()) {
+    }
+  }
 }
 
 void QueueElement::Run() {
   const sync::Lock lock(_mutex);
   while (_taking) {
+    {
+      const sync::Unlock meanwhile(_mutex);
+      RunBorrowers();
+    }
     auto due = Clock::time_point::max();
     Pair* pair = Choose(due);
     if (!pair) {
+      const sync::Unlock meanwhile(_mutex);
       if (due == Clock::time_point::max()) {
-        _filled.Wait(_mutex);
+        _filled->Wait();
       } else {
-        _filled.WaitUntil(_mutex, due);
+        _filled->WaitUntil(due);
       }
       continue;
     }
@@ -101,7 +131,7 @@ void QueueElement::EndWaits() {
     const sync::Lock lock(_mutex);
     _taking = false;
   }
-  _filled.NotifyAll();
+  _filled->Notify();
   _drained.NotifyAll();
 }
 

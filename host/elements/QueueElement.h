@@ -8,8 +8,19 @@
 #include "host/elements/FlowElement.h"
 #include "host/elements/PacketQueue.h"
 #include "sync/Mutex.h"
+#include "sync/Signal.h"
 
 namespace nimbo::stream {
+
+/// A source without a thread of its own, to which the queue behind it lends its thread.
+class Borrower {
+ public:
+  /// [delivering] Delivers the next packet. False when there is none yet.
+  virtual bool DeliverNext() = 0;
+
+ protected:
+  ~Borrower() = default;
+};
 
 /// An element with pairs of an input and an output, each with a queue between them, and one thread
 /// that delivers for all pairs. What comes in while a queue is full waits where the source can wait
@@ -23,6 +34,13 @@ class QueueElement : public ThreadElement {
   bool CanWait(const Port&) const override { return true; }
   bool ReceivePacket(Packet& packet, void* from) override;
   bool Start() override;
+  /// [control] Lets `source` deliver to `input` in this element's thread, after each signal and as
+  /// far as there is room, until TakeBack: so a packet costs one wake-up on its way from a ring.
+  /// The signal may outlive the element. Null when `input` is another element's.
+  std::shared_ptr<sync::Signal> Lend(const Port& input, Borrower& source)
+      EXCLUDES(_lending, _mutex);
+  /// [control] The source is not called any more.
+  void TakeBack(const Borrower& source) EXCLUDES(_lending);
 
   bool SetMax(const char* text) { return SetCount("max", text); }
   /// [any] Figures: packets that a queue holds at most, that were delivered, dropped because a
@@ -61,11 +79,21 @@ class QueueElement : public ThreadElement {
   sync::Mutex _mutex;
 
  private:
+  struct Loan {
+    Pair* pair;
+    Borrower* source;
+  };
+
   bool SetCount(const char* key, const char* text);
   /// The pair of an input; null for others.
   Pair* Find(const void* input) REQUIRES(_mutex);
+  /// [delivering] Lets every borrower deliver what it has and there is room for.
+  void RunBorrowers() EXCLUDES(_lending, _mutex);
 
-  sync::Condition _filled;
+  sync::Mutex _lending ACQUIRED_BEFORE(_mutex);  ///< held while borrowers deliver
+  std::vector<Loan> _loans GUARDED_BY(_lending);
+
+  const std::shared_ptr<sync::Signal> _filled = std::make_shared<sync::Signal>();
   sync::Condition _drained;
   std::vector<std::unique_ptr<Pair>> _pairs GUARDED_BY(_mutex);
   std::uint64_t _order GUARDED_BY(_mutex) = 0;  ///< of the next packet, over all queues

@@ -51,6 +51,10 @@ void RingBuffer::Write(Packet& packet) {
     _write.fetch_add(1, std::memory_order_release);
   }
   _changed.NotifyAll();
+  {
+    const sync::Lock lock(_listening);
+    for (const Listener& listener : _listeners) listener.written();
+  }
   if (dropped) dropped->Release();
 }
 
@@ -172,7 +176,17 @@ std::uint32_t RingBuffer::Unread() {
   return most;
 }
 
+void RingBuffer::Listen(const Reader& reader, std::function<void()> written) {
+  const sync::Lock lock(_listening);
+  _listeners.push_back({&reader, std::move(written)});
+}
+
 void RingBuffer::RemoveReader(Reader& reader) {
+  {
+    const sync::Lock lock(_listening);
+    const auto of = [&reader](const Listener& listener) { return listener.reader == &reader; };
+    _listeners.erase(std::remove_if(_listeners.begin(), _listeners.end(), of), _listeners.end());
+  }
   Packet* done = nullptr;
   {
     const sync::Lock lock(_mutex);

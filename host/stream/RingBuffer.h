@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -48,6 +49,10 @@ class NIMBO_API RingBuffer final : public PacketRing,
   void RemoveReader(Reader& reader) override;
   int Size() const override { return _capacity; }
   std::uint32_t WritePosition() const override { return _write.load(std::memory_order_acquire); }
+  /// [control] Lets the writer call `written` after each packet from now on, until the reader
+  /// leaves the ring: for a reader that does not wait. It must not write, nor add or remove
+  /// readers.
+  void Listen(const Reader& reader, std::function<void()> written) EXCLUDES(_listening);
   /// [any] How many packets the slowest reader has not taken yet; 0 without readers.
   std::uint32_t Unread() EXCLUDES(_mutex);
 
@@ -93,6 +98,15 @@ class NIMBO_API RingBuffer final : public PacketRing,
   IMedia* _media GUARDED_BY(_mutex) = nullptr;
   /// All that were ever stated, one reference each.
   std::vector<IMedia*> _medias GUARDED_BY(_mutex);
+
+  struct Listener {
+    const Reader* reader;
+    std::function<void()> written;
+  };
+  /// Of its own, so that readers are not held up while listeners are told; never held with the
+  /// other.
+  sync::Mutex _listening;
+  std::vector<Listener> _listeners GUARDED_BY(_listening);
 };
 
 }  // namespace nimbo::stream

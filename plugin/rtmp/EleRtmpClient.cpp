@@ -3,7 +3,6 @@
 #include "base/reflect/TClass.h"
 #include "nimbo/base/exit_call.h"
 #include "plugin/rtmp/Getter.h"
-#include "plugin/rtmp/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -112,7 +111,6 @@ bool EleRtmpClient::Stop() {
 bool EleRtmpClient::ReceivePacket(Packet& packet, void* /*from*/) {
   IMedia* media = packet.Media();
   const sync::Lock lock(_mutex);
-  const SigPipeGuard guard;
   const char* codec = media ? media->Codec() : nullptr;
   if (!_rtmp.IsConnected()) return HandleFailure(packet, codec);
   if (!media) return Failure(Site::Here(), "!media");

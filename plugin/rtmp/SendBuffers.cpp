@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <new>
+#include <cstdlib>
 
 #include "nimbo/base/attr_set.h"
 #include "nimbo/base/ostream.h"
@@ -21,20 +21,21 @@ SendBuffers::send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
   const std::size_t words = (static_cast<std::size_t>(size) + 3) / sizeof(std::uint32_t);
   // A size whose rounding up passes the end of 32 bits leaves no words on a 32-bit target.
   const bool representable = words != 0 && words <= UINT32_MAX / sizeof(std::uint32_t);
-  auto* ptr = representable ? new (std::nothrow) std::uint32_t[words]() : nullptr;
+  // Zero pages cost no memory as long as nothing is written to them.
+  void* ptr = representable ? std::calloc(words, sizeof(std::uint32_t)) : nullptr;
   if (!ptr) {
     Failure(_profile.At("SendBufferCreate"), "!ptr");
     return nullptr;
   }
   auto* buf = new send_buffer_t;
-  buf->data = reinterpret_cast<unsigned char*>(ptr);
+  buf->data = static_cast<unsigned char*>(ptr);
   buf->capacity = static_cast<unsigned int>(words * sizeof(std::uint32_t));
   return buf;
 }
 
 void SendBuffers::SendBufferDestroy(send_buffer_t* buf) {
   if (!buf) return;
-  delete[] reinterpret_cast<std::uint32_t*>(buf->data);
+  std::free(buf->data);
   delete buf;
 }
 

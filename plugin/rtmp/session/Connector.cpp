@@ -45,6 +45,12 @@ void Connector::SetOptions(int socket, milliseconds answer, milliseconds stalled
   SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, ToTimeval(stalledSend));
 }
 
+void Connector::AcknowledgeNow(int socket) {
+  const int error = errno;  // of whoever is in the middle of something
+  SetOption(socket, IPPROTO_TCP, TCP_QUICKACK, int{1});
+  errno = error;
+}
+
 Connector::Result Connector::Connect(const std::string& host, unsigned port, milliseconds answer,
                                      milliseconds stalledSend, const std::function<void()>& started,
                                      const Watch& watch) {

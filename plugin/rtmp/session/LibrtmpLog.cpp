@@ -57,6 +57,7 @@ LibrtmpLog::~LibrtmpLog() { current = _outer; }
 void LibrtmpLog::Receive(int level, const char* format, va_list arguments) {
   // Only what is used is formatted: other lines may hold texts without an end.
   if (!current) return;
+  if (current->_on_line) current->_on_line();
   const bool told = std::strstr(format, StatusMark) || std::strstr(format, ErrorMark);
   if (!told && level > RTMP_LOGERROR) return;
   char text[512];

@@ -18,6 +18,8 @@ class LibrtmpLog {
 
   /// Calls `hook` when the server refuses the publish, which librtmp itself overlooks.
   void OnRefusal(std::function<void()> hook) { _on_refusal = std::move(hook); }
+  /// Calls `hook` whenever librtmp says anything, which it does for every message that it reads.
+  void OnLine(std::function<void()> hook) { _on_line = std::move(hook); }
   /// The last thing that tells why a step failed: what the server answered, else librtmp's last
   /// error; empty when there was neither.
   std::string Reason() const;
@@ -27,6 +29,7 @@ class LibrtmpLog {
 
   LibrtmpLog* _outer;
   std::function<void()> _on_refusal;
+  std::function<void()> _on_line;
   std::string _answer;
   std::string _error;
 };

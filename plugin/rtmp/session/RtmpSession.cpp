@@ -154,10 +154,19 @@ bool RtmpSession::DialsItself() const {
 #endif
 }
 
+void RtmpSession::Hurry([[maybe_unused]] LibrtmpLog& log) {
+#ifndef RTMP_STOCK_TRANSPORT
+  log.OnLine([this] {
+    if (_rtmp->m_sb.sb_socket >= 0) Connector::AcknowledgeNow(_rtmp->m_sb.sb_socket);
+  });
+#endif
+}
+
 bool RtmpSession::Connect() {
   if (!_rtmp) return false;
   const SigPipeGuard guard;
-  const LibrtmpLog log;
+  LibrtmpLog log;
+  Hurry(log);
   const Operation operation(*this, Activity::Opening);
   const bool connected = operation.Allowed() && (DialsItself() ? ConnectByLibrtmp() : ConnectOwn());
   // The connection only counts once the stream is set up.
@@ -252,6 +261,7 @@ bool RtmpSession::ConnectStream() {
   if (!_rtmp) return false;
   const SigPipeGuard guard;
   LibrtmpLog log;
+  Hurry(log);
   // librtmp does not take a refused publish for an answer and goes on waiting.
   log.OnRefusal([this] { shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR); });
   const Operation operation(*this, Activity::Opening);
@@ -362,10 +372,15 @@ void RtmpSession::EndWatch() {
 
 // ---- inbound ------------------------------------------------------------------------------------
 
+void RtmpSession::DiscardInboundOfBurst() {
+  if (Watcher::Clock::now() - _inbound_read >= Limits().burst) DiscardInbound();
+}
+
 void RtmpSession::DiscardInbound() {
 #ifndef RTMP_STOCK_TRANSPORT
   // Over HTTP librtmp reads the answers to its own posts.
   if (!IsConnected() || (_rtmp->Link.protocol & ProtocolHttp)) return;
+  _inbound_read = Watcher::Clock::now();
   // Enough to keep up with any server, and an end to one that never stops.
   constexpr int MostReads = 16;
   char discarded[4096];
@@ -423,7 +438,6 @@ bool RtmpSession::CanSendInPlace() const {
 bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t timestamp, Bytes head,
                               Bytes tail) {
   if (!_rtmp) return false;
-  const SigPipeGuard guard;
   const Operation operation(*this, Activity::Sending);
   const ChunkHeader header = {channel, static_cast<unsigned char>(type), timestamp,
                               head.size + tail.size, StreamId()};
@@ -432,8 +446,10 @@ bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t times
       _own_tls ? writer.Write(static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl), head, tail)
                : writer.Write(_rtmp->m_sb.sb_socket, head, tail);
   if (!sent) {
-    const LibrtmpLog log;
+    // Neither of the writes above raises the signal; librtmp's goodbye does.
+    const SigPipeGuard guard;
     SigPipeGuard::Suspect();
+    const LibrtmpLog log;
     // Nothing more can be said on a connection that takes nothing, so the goodbye must not wait.
     shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR);
     RTMP_Close(_rtmp);

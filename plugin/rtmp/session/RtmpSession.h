@@ -14,6 +14,8 @@
 
 namespace nimbo::plugin::rtmp {
 
+class LibrtmpLog;
+
 /// One publishing session with a server: the only code that touches librtmp's session. It knows the
 /// steps; in which order they are made, and what is said when one fails, is for its owner to
 /// decide.
@@ -74,6 +76,9 @@ class RtmpSession {
   /// [session] Reads what the server has sent and forgets it, without waiting. A server that has
   /// ended the stream is noticed here: the session is then no longer connected.
   void DiscardInbound();
+  /// [session] The same, unless it was done a moment ago: sound beside a picture need not look
+  /// again.
+  void DiscardInboundOfBurst();
 
   /// Sends a message whose body has RTMP_MAX_HEADER_SIZE writable bytes in front of it. With
   /// `queue` librtmp remembers a command that it expects an answer to. A connection that fails is
@@ -102,6 +107,8 @@ class RtmpSession {
   /// Ends the step under way at `deadline`.
   void Bound(Watcher::Clock::time_point deadline) REQUIRES(_mutex);
   bool DialsItself() const;
+  /// Keeps the answers of a set-up from waiting for acknowledgements, as far as `log` reaches.
+  void Hurry(LibrtmpLog& log);
   bool ConnectOwn();
   bool ConnectByLibrtmp();
   bool MakeTls(const std::string& host, int socket);
@@ -133,6 +140,7 @@ class RtmpSession {
   TlsClient _tls;
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
   std::atomic<bool> _connected{false};
+  Watcher::Clock::time_point _inbound_read;  ///< of this session or one before
 
   sync::Mutex _mutex;  ///< held for moments only; Watcher's is taken under it
   Activity _activity GUARDED_BY(_mutex) = Activity::Idle;
