@@ -151,7 +151,7 @@ bool MediaSender::SetRtmpPacketSize() {
 
 bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data,
                                  unsigned int size, unsigned int timestamp) {
-  if (!ReadyToSend(MessageType{type}, size)) return false;
+  if (!ReadyToSend(size)) return false;
   packet->m_headerType = RTMP_PACKET_SIZE_LARGE;
   packet->m_packetType = type;
   packet->m_hasAbsTimestamp = 0;
@@ -164,15 +164,11 @@ bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* d
   return _rtmp.Send(*packet, false);
 }
 
-bool MediaSender::ReadyToSend(MessageType type, std::size_t size) {
+bool MediaSender::ReadyToSend(std::size_t size) {
   const Site site = _profile.At(_profile.sendName);
   {
     const VfpBracket bracket(_profile.bracketsEachCall);
-    if (type == MessageType::Audio) {
-      _rtmp.DiscardInboundOfBurst();
-    } else {
-      _rtmp.DiscardInbound();
-    }
+    _rtmp.DiscardInbound();
   }
   if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
   return size <= MaxMessageBody || Failure(site, "size > 0xFFFFFF");
@@ -191,7 +187,7 @@ bool MediaSender::SendFrame(MessageType type, send_buffer_t* buffer, bool copy, 
                             Bytes payload, const Packet& pkt) {
   const std::uint32_t timestamp = Milliseconds(pkt.TimeStamp());
   if (!copy && _rtmp.CanSendInPlace()) {
-    if (!ReadyToSend(type, header.size + payload.size)) return false;
+    if (!ReadyToSend(header.size + payload.size)) return false;
     const VfpBracket bracket(_profile.bracketsEachCall);
     return _rtmp.SendInPlace(MediaChannel, type, timestamp, header, payload);
   }

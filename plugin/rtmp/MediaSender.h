@@ -80,7 +80,7 @@ class MediaSender : public SendBuffers {
   bool SendAvcHeader(const stream::Packet& pkt);
   bool SendAacHeader(const stream::Packet& pkt);
   /// The test in front of each message; see SendRtmpPacket.
-  bool ReadyToSend(MessageType type, std::size_t size);
+  bool ReadyToSend(std::size_t size);
   /// Sends the first `size` bytes of the buffer's body.
   bool SendBody(MessageType type, send_buffer_t* buffer, std::size_t size, std::uint32_t timestamp);
   /// The buffer holds a message with a body of `body` bytes, grown where needed.

@@ -16,8 +16,6 @@ struct SessionLimits {
   Duration stalledSend{5000};
   /// A send that is under way when it is cancelled.
   Duration cancelledSend{1000};
-  /// How long a look at what the server has sent serves the sound behind it.
-  Duration burst{5};
   /// The goodbye, and the wait until the server has taken all that was sent.
   Duration close{2000};
 };

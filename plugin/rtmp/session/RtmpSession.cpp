@@ -372,15 +372,10 @@ void RtmpSession::EndWatch() {
 
 // ---- inbound ------------------------------------------------------------------------------------
 
-void RtmpSession::DiscardInboundOfBurst() {
-  if (Watcher::Clock::now() - _inbound_read >= Limits().burst) DiscardInbound();
-}
-
 void RtmpSession::DiscardInbound() {
 #ifndef RTMP_STOCK_TRANSPORT
   // Over HTTP librtmp reads the answers to its own posts.
   if (!IsConnected() || (_rtmp->Link.protocol & ProtocolHttp)) return;
-  _inbound_read = Watcher::Clock::now();
   // Enough to keep up with any server, and an end to one that never stops.
   constexpr int MostReads = 16;
   char discarded[4096];

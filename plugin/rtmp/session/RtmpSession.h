@@ -76,9 +76,6 @@ class RtmpSession {
   /// [session] Reads what the server has sent and forgets it, without waiting. A server that has
   /// ended the stream is noticed here: the session is then no longer connected.
   void DiscardInbound();
-  /// [session] The same, unless it was done a moment ago: sound beside a picture need not look
-  /// again.
-  void DiscardInboundOfBurst();
 
   /// Sends a message whose body has RTMP_MAX_HEADER_SIZE writable bytes in front of it. With
   /// `queue` librtmp remembers a command that it expects an answer to. A connection that fails is
@@ -140,7 +137,6 @@ class RtmpSession {
   TlsClient _tls;
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
   std::atomic<bool> _connected{false};
-  Watcher::Clock::time_point _inbound_read;  ///< of this session or one before
 
   sync::Mutex _mutex;  ///< held for moments only; Watcher's is taken under it
   Activity _activity GUARDED_BY(_mutex) = Activity::Idle;
