@@ -29,7 +29,7 @@ for seconds in 2 4; do
     -f lavfi -i anoisesrc=c=pink:r=44100:a=0.3:seed=1 -t $seconds -map 0 -pix_fmt yuv420p \
     -c:v libx264 -preset ultrafast -profile:v baseline -b:v 6M -maxrate 6M -bufsize 6M -g 30 \
     -threads 1 -x264-params slices=1:scenecut=0:repeat-headers=1:nal-hrd=cbr \
-    -bsf:v h264_mp4toannexb "$folder/$seconds.h264" -map 1 -c:a aac -b:a 128k "$folder/$seconds.aac"
+    -bsf:v h264_mp4toannexb "$folder/$seconds.h264" -map 1 -t $seconds -c:a aac -b:a 128k "$folder/$seconds.aac"
 done
 exec {said}< <(tools/ingest-server "$folder/server")
 server=$!
