@@ -14,7 +14,7 @@ namespace nimbo::stream {
 
 namespace {
 
-constexpr int DefaultSize = 128;
+constexpr int DefaultSize = 64;
 
 /// Ends a pipeline in packet rings, one for each input: "RingSink". The media of a ring is known
 /// when the source of its packets has been opened; a closed one has none. Where no source will tell

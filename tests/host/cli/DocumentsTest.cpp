@@ -42,8 +42,8 @@ TEST(Inventory, IsOneJsonDocumentAsAWholeAndForAClass) {
     EXPECT_THAT(json, HasSubstr("\"keywords\":[\"RingSink\",\"ring\",\"sink\"]"));
   }
   EXPECT_THAT(sink.Json(), HasSubstr("{\"name\":\"size\",\"type\":\"text\",\"access\":\"rw\","
-                                     "\"default\":\"128\",\"description\":\"packets that"));
-  EXPECT_THAT(sink.Text(), HasSubstr("  size     text                rw      128      packets"));
+                                     "\"default\":\"64\",\"description\":\"packets that"));
+  EXPECT_THAT(sink.Text(), HasSubstr("  size     text                rw      64       packets"));
 }
 
 TEST(Graph, ShowsPortsRingsAndWaysThatGraphvizCanDraw) {
