@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs all tests.
 #
-#   ./test.sh [--fast | --soak] [CTEST-ARGUMENT...]
+#   ./test.sh [--fast | --soak | --packages] [CTEST-ARGUMENT...]
 #
-# Presets one after the other: release (the artefacts against a real server, and the packages), armhf
-# (cross-built for 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire
+# Presets one after the other: release (the artefacts, against a real server), armhf (cross-built
+# for 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire
 # tests with librtmp's own transport), fuzz (the fuzzers on their seeds and a little more), then with
 # address and undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter and the fault matrix. --soak is what takes
 # longer instead: that matrix with its real deadlines, a thousand lost connections, a server that is
-# frozen for a minute; its figures lie in build/reliability.md. Other arguments go to ctest (-R NAME,
+# frozen for a minute; its figures lie in build/reliability.md. --packages builds the Debian
+# packages instead, installs and tries them in a Debian of their own, and compares two builds of the
+# plug-in. Other arguments go to ctest (-R NAME,
 # -j 1); with them only debug and the sanitizers run. Ends with ctest's summary line, and at the first
 # preset that fails.
 set -euo pipefail
@@ -18,11 +20,13 @@ presets=(debug asan tsan)
 arguments=()
 fast=false
 soak=false
+packages=false
 for argument in "$@"; do
   case $argument in
     -h | --help) sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0"; exit 0 ;;
     --fast) fast=true ;;
     --soak) soak=true ;;
+    --packages) packages=true ;;
     *) arguments+=("$argument") ;;
   esac
 done
@@ -71,12 +75,17 @@ if $soak; then
   NIMBO_FROZEN_SECONDS=60 run release -L interop
   exit
 fi
+if $packages; then
+  build release --target nimbo-host pluginrtmp nimbo-av
+  run release -L packages
+  exit
+fi
 for preset in "${presets[@]}"; do
   case $preset in
     release)
-      # The artefacts alone; their tests are those from outside.
+      # The artefacts alone; their tests are those that drive the program from outside.
       build release --target nimbo-host pluginrtmp nimbo-av
-      tests=(-L 'interop|packages')
+      tests=(-L interop)
       ;;
     armhf)
       printf '\n== Making the armhf sysroot\n'
