@@ -3,16 +3,19 @@
 #
 #   ./test.sh [--fast | --soak | --packages] [CTEST-ARGUMENT...]
 #
-# Presets one after the other: release (the artefacts, against a real server), armhf (cross-built
-# for 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire
-# tests with librtmp's own transport), fuzz (the fuzzers on their seeds and a little more), then with
-# address and undefined-behaviour, and with thread sanitizer. --fast is debug alone, without the linter and the fault matrix. --soak is what takes
-# longer instead: that matrix with its real deadlines, a thousand lost connections, a server that is
-# frozen for a minute; its figures lie in build/reliability.md. --packages builds the Debian
-# packages instead, installs and tries them in a Debian of their own, and compares two builds of the
-# plug-in. Other arguments go to ctest (-R NAME,
-# -j 1); with them only debug and the sanitizers run. Ends with ctest's summary line, and at the first
+# Presets one after the other: release (the artefacts, against a real server), armhf (cross-built for
+# 32-bit ARM, run by qemu), debug with the checks of the sources, stock (the wire tests with
+# librtmp's own transport), fuzz (the fuzzers on their seeds and a little more), then with address
+# and undefined-behaviour, and with thread sanitizer. Other arguments go to ctest (-R NAME, -j 1);
+# with them only debug and the sanitizers run. Ends with ctest's summary line, and at the first
 # preset that fails.
+#
+# --fast      debug alone, without the linter and the fault matrix
+# --soak      what takes longer instead: the fault matrix with its real deadlines, a thousand lost
+#             connections, a server that is frozen for a minute; the figures lie in
+#             build/reliability.md
+# --packages  builds the Debian packages instead, installs and tries them in a Debian of their own,
+#             and compares two builds of the plug-in
 set -euo pipefail
 cd "$(dirname "$0")"
 
