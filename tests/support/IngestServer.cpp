@@ -48,8 +48,9 @@ std::vector<Message> Select(const std::vector<Message>& messages, Condition cond
 
 int BoundSocket(bool ipv6, int& port) {
   const int descriptor = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int yes = 1;
-  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  // A free port must be nobody else's, not even one that a process only holds.
+  const int reuse = port != 0 ? 1 : 0;
+  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
   Loopback address(ipv6, port);
   if (bind(descriptor, &address.any, address.size) != 0) {
     close(descriptor);
@@ -213,6 +214,7 @@ class IngestServer::Connection {
       Reply(refused ? "_error" : "_result", command.transaction, 0,
             refused ? EncodeInformation("error", "NetConnection.Connect.Rejected")
                     : EncodeInformation("status", "NetConnection.Connect.Success"));
+      Reach(Point::Connected);
     } else if (command.name == "createStream") {
       const bool refused = Reach(Point::CreateStream);
       Reply(refused ? "_error" : "_result", command.transaction, 0,
@@ -370,10 +372,13 @@ FullListener::~FullListener() {
 
 std::string FullListener::Url() const { return UrlOf(_port); }
 
-std::string UnusedUrl() {
-  int port = 0;
-  close(BoundSocket(false, port));
-  return UrlOf(port);
+UnusedPort::UnusedPort() : _descriptor(BoundSocket(false, _port)) {
+  const int yes = 1;
+  setsockopt(_descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
+
+UnusedPort::~UnusedPort() { close(_descriptor); }
+
+std::string UnusedPort::Url() const { return UrlOf(_port); }
 
 }  // namespace nimbo::test

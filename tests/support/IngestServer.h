@@ -26,6 +26,7 @@ enum class Point {
   Accepted,      ///< the TCP connection stands, nothing was read
   Hello,         ///< the publisher's greeting came, not answered
   Connect,       ///< the command came, not answered
+  Connected,     ///< the command to connect was answered
   CreateStream,  ///< the command came, not answered
   Publish,       ///< the command came, not answered
   Media,         ///< the count-th audio or video message came (from 1)
@@ -151,7 +152,19 @@ class FullListener {
   std::vector<int> _descriptors;
 };
 
-/// An address at which nobody listens.
-std::string UnusedUrl();
+/// A port at which nobody listens and that nobody else is given meanwhile, so that no server of
+/// another process is met there. A server of the test's own may take it.
+class UnusedPort {
+ public:
+  UnusedPort();
+  UnusedPort(const UnusedPort&) = delete;
+  UnusedPort& operator=(const UnusedPort&) = delete;
+  ~UnusedPort();
+  std::string Url() const;
+
+ private:
+  int _port = 0;
+  int _descriptor;
+};
 
 }  // namespace nimbo::test

@@ -104,11 +104,11 @@ void Feed::Push(Bytes bytes, bool key, std::int64_t time, std::uint32_t sequence
 
 void Feed::FailToOpen() { _state->broken = true; }
 
-std::string RingConfiguration(const std::vector<std::string>& sources) {
+std::string RingConfiguration(const std::vector<std::string>& sources, const std::string& ring) {
   std::string text;
   for (const std::string& source : sources) {
     if (!text.empty()) text += "+";
-    text += "type=pipeline,serialize={shm-source:connect={pv:" + source + "}+RingSink}";
+    text += "type=pipeline,serialize={shm-source:connect={pv:" + source + "}+" + ring + "}";
   }
   return text;
 }

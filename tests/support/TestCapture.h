@@ -34,6 +34,7 @@ class Feed {
 };
 
 /// The configuration of an application with one packet ring for each of the named sources.
-std::string RingConfiguration(const std::vector<std::string>& sources);
+std::string RingConfiguration(const std::vector<std::string>& sources,
+                              const std::string& ring = "RingSink");
 
 }  // namespace nimbo::test

@@ -125,6 +125,9 @@ bool RtmpSession::SetupUrl(const char* url) {
   _shown = url;
   const bool usable = RTMP_SetupURL(_rtmp, _url.data()) != 0;
   _stream_name = ToString(_rtmp->Link.playpath);
+  // A send that fails while librtmp answers the server's first result closes the connection and
+  // frees the name; the next command in the same answer would still read it.
+  _rtmp->Link.playpath.av_val = _stream_name.data();
   if (!usable) {
     const std::string reason = log.Reason();
     return Fail("cannot use the address \"" + _shown + "\"" +

@@ -131,7 +131,7 @@ class RtmpSession {
   RTMP* _rtmp = nullptr;
   std::string _url;          ///< what the session's pointers point into
   std::string _shown;        ///< the address as it was given
-  std::string _stream_name;  ///< a copy: librtmp frees its own when it closes the connection
+  std::string _stream_name;  ///< what librtmp reads, which frees its own when it closes
   std::string _remark;       ///< why the last step failed
   std::string _warning;      ///< what should be known although nothing failed
   TlsClient _tls;

@@ -31,7 +31,8 @@ class ClientCommand : public FeedTest {
 };
 
 TEST_F(ClientCommand, StartReportsWhatFailedAndLeavesNothing) {
-  const std::string away = UnusedUrl();
+  const UnusedPort unused;
+  const std::string away = unused.Url();
   const std::string rings = Configuration();
   const char* const cfg = rings.c_str();
   const struct {

@@ -56,7 +56,10 @@ class FaultCase : public PluginTest {
   std::string Scheme(const std::string& plain) const {
     return Secured() ? "rtmps" + plain.substr(4) : plain;
   }
-  void Make(const std::string& url) { publisher = Publisher::New(std::get<0>(_who), url); }
+  void Make(const std::string& url) {
+    // Frames come several times as fast as a camera's, on machines that do other things, too.
+    publisher = Publisher::New(std::get<0>(_who), url, "RingSink:size=512");
+  }
 
   /// Records how long `action` took; it must have been bounded.
   template <class Action>
@@ -131,7 +134,7 @@ class Connecting : public FaultCase,
 
   std::string FaultyUrl() {
     const SetupFault& fault = std::get<0>(GetParam());
-    if (fault.server == SetupFault::NobodyListens) return Scheme(UnusedUrl());
+    if (fault.server == SetupFault::NobodyListens) return Scheme(unused.Url());
     if (fault.server == SetupFault::SynsSwallowed) return Scheme(full.Url());
     faulty = std::make_unique<IngestServer>(std::vector<Script>{fault.script}, options);
     return faulty->Url();
@@ -142,6 +145,7 @@ class Connecting : public FaultCase,
            console.Count("RTMP_ConnectStream(_rtmp, 0) == 0");
   }
 
+  UnusedPort unused;
   FullListener full;
   std::unique_ptr<IngestServer> faulty;
 };
@@ -216,6 +220,7 @@ INSTANTIATE_TEST_SUITE_P(
             SetupFault{"reset in RTMP handshake", When(Point::Hello, Reaction::Reset)},
             SetupFault{"stall at connect", When(Point::Connect, Reaction::Stall)},
             SetupFault{"connect refused", When(Point::Connect, Reaction::Refuse)},
+            SetupFault{"reset behind connect", When(Point::Connected, Reaction::Reset)},
             SetupFault{"stall at createStream", When(Point::CreateStream, Reaction::Stall)},
             SetupFault{"stall at publish", When(Point::Publish, Reaction::Stall)},
             SetupFault{"publish refused (BadName)", When(Point::Publish, Reaction::Refuse)},
@@ -336,7 +341,7 @@ TEST_P(Listening, DoesNotDisturbPublishing) {
   // The goodbye arrives although more was said than anybody had read.
   const Record record = server.Get(0);
   EXPECT_EQ(record.CommandNames().back(), "deleteStream");
-  ExpectWhole(record);
+  ExpectWhole(record, !IsClient());
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -7,8 +7,8 @@ namespace {
 
 class PusherPublisher final : public Publisher {
  public:
-  explicit PusherPublisher(const std::string& url)
-      : _pusher(url, RingConfiguration({"h264-fed", "aac-fed"})) {}
+  PusherPublisher(const std::string& url, const std::string& ring)
+      : _pusher(url, RingConfiguration({"h264-fed", "aac-fed"}, ring)) {}
   ~PusherPublisher() override { StopFeeding(); }
 
   void SetUrl(const std::string& url) override { (*_pusher).Set("addr", url.c_str()); }
@@ -63,8 +63,9 @@ class ClientPublisher final : public Publisher {
 
 }  // namespace
 
-std::unique_ptr<Publisher> Publisher::New(Kind kind, const std::string& url) {
-  if (kind == Kind::Pusher) return std::make_unique<PusherPublisher>(url);
+std::unique_ptr<Publisher> Publisher::New(Kind kind, const std::string& url,
+                                          const std::string& ring) {
+  if (kind == Kind::Pusher) return std::make_unique<PusherPublisher>(url, ring);
   return std::make_unique<ClientPublisher>(url, kind == Kind::Client);
 }
 

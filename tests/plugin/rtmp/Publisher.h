@@ -15,7 +15,9 @@ class Publisher {
  public:
   enum class Kind { Pusher, Client, ClientInPlace };
 
-  static std::unique_ptr<Publisher> New(Kind kind, const std::string& url);
+  /// A pusher takes its frames from rings of the kind `ring`.
+  static std::unique_ptr<Publisher> New(Kind kind, const std::string& url,
+                                        const std::string& ring = "RingSink");
   virtual ~Publisher() { StopFeeding(); }
 
   /// Counts from the next attempt to connect on.

@@ -21,6 +21,7 @@ using test::Reaction;
 using test::Record;
 using test::Script;
 using test::TlsServer;
+using test::UnusedPort;
 using Octets = test::Bytes;
 
 /// Far longer than what is bounded in these tests, far shorter than what is not.
@@ -86,7 +87,8 @@ TEST_F(Session, CredentialsInTheAddressAreNotToldAndNotSentUnchecked) {
   EXPECT_TRUE(Open(session, server.Url() + credentials));
   session.Disconnect();
   // librtmp makes this connection itself, and it checks no certificate.
-  for (const std::string& url : {test::UnusedUrl(), "rtmps" + server.Url().substr(4)}) {
+  const UnusedPort unused;
+  for (const std::string& url : {unused.Url(), "rtmps" + server.Url().substr(4)}) {
     EXPECT_FALSE(Open(session, url + credentials));
     const std::string remark = session.TakeRemark();
     EXPECT_NE(remark, "");

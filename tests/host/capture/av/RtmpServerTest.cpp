@@ -44,7 +44,8 @@ class RtmpServer : public testing::Test {
 
   const StreamFile first{{}};
   const std::string second = first.Path() + "-2";
-  const std::string address = UnusedUrl();
+  const UnusedPort port;
+  const std::string address = port.Url();
   ServicePtr server;
 };
 
