@@ -157,10 +157,13 @@ bool FindPort(const std::string& text, IPort*& port) {
 
 void ReleaseAll() {
   for (;;) {
-    base::object* newest = nullptr;
-    for (const base::Pin& pin : base::Pin::All(Factory::Globle())) newest = &*pin;
-    if (!newest) return;
-    newest->Release();
+    base::object* oldest = nullptr;
+    {
+      const auto pins = base::Pin::All(Factory::Globle());
+      if (pins.empty()) return;
+      oldest = &*pins.front();
+    }
+    oldest->Release();
   }
 }
 
