@@ -50,7 +50,8 @@ NIMBO_API std::string PathOf(const Object& object);
 /// [any] "null", "ready", "pause" or "play".
 NIMBO_API const char* StatusName(IStatus::Status status);
 
-/// [control] Ends everything in the global list, the newest first: the last step of a host.
+/// [control] Ends everything in the global list, services before all else and the newest first: the
+/// last step of a host.
 NIMBO_API void ReleaseAll();
 
 }  // namespace nimbo::stream
