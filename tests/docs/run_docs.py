@@ -29,11 +29,13 @@ ONE_SLICE = "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -bf 0 -x264-params 
 PLACES = [
     (r"rtmp://(server|backup)/", "{rtmp}"),
     (r"rtmps://server/", "{rtmps}"),
-    (r"DNS:server\b", "DNS:localhost"),
+    (r"server:443", "{secure}"),
+    (r"(DNS:|-servername |-verify_hostname )server\b", "\\1localhost"),
     (r"rtsp://camera/", "{rtsp}"),
+    (r"rtsp_transport=tcp", "rtsp_transport=udp"),
     (r"format=(v4l2|alsa)", "format=lavfi"),
-    (r"url=/dev/video0", "url=testsrc2=size=1280x720:rate=30"),
-    (r"url=default\b", "url=sine=sample_rate=48000"),
+    (r"url=/dev/video0(?=['}])", "url=testsrc2=size=1280x720:rate=30"),
+    (r"url=default(?=['}])", "url=sine=sample_rate=48000"),
     (r"/etc/nimbo/", "etc/nimbo/"),
     (r"(?<![\w/])build/release\b", "{build}"),
     (r"(?<![\w/])(?:\./)?(publish\.sh|tools/)", "{root}/\\1"),
@@ -43,8 +45,8 @@ PLACES = [
 # Programs that are not here.
 STAND_INS = {
     "sudo": 'exec "$@"',
-    "systemctl": f"""[ "${{*%@*}}" = "enable --now nimbo-publish" ]
-      set -a; . "etc/nimbo/${{*#*@}}.conf"
+    "systemctl": f"""[ "$1 $2 ${{3%@*}}" = "enable --now nimbo-publish" ]
+      set -a; . "etc/nimbo/${{3#*@}}.conf"
       eval "$(sed -n 's,^ExecStart=[^/]*/,,p' '{UNIT}') --duration 3" """,
     "rpicam-vid": f"""declare -A is
       while [ $# -gt 0 ]; do
@@ -63,16 +65,21 @@ class Camera(socketserver.StreamRequestHandler):
                    "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:video\r\n"
                    "a=fmtp:96 packetization-mode=1\r\n")
 
+    def asked(self):
+        lines = []
+        while line := self.rfile.readline().decode().strip():
+            lines.append(line)
+        return lines
+
     def handle(self):
         sender = None
-        while request := [line.decode().strip() for line in iter(self.rfile.readline, b"\r\n")
-                          if line][:32]:
-            method, asked = request[0].split()[0], dict(l.split(": ", 1) for l in request[1:])
-            reply = {"CSeq": asked["CSeq"], "Session": "1", "Public": "DESCRIBE, SETUP, PLAY"}
+        while request := self.asked():
+            method, more = request[0].split()[0], dict(line.split(": ", 1) for line in request[1:])
+            reply = {"CSeq": more["CSeq"], "Session": "1", "Public": "DESCRIBE, SETUP, PLAY"}
             body = self.description if method == "DESCRIBE" else ""
             if method == "SETUP":
-                reply["Transport"] = asked["Transport"] + ";server_port=9-9"
-                port = re.search(r"client_port=(\d+)", asked["Transport"])[1]
+                reply["Transport"] = more["Transport"] + ";server_port=9-9"
+                port = re.search(r"client_port=(\d+)", more["Transport"])[1]
             reply.update({"Content-Type": "application/sdp", "Content-Length": str(len(body))})
             head = "".join(f"{key}: {value}\r\n" for key, value in reply.items())
             self.wfile.write(f"RTSP/1.0 200 OK\r\n{head}\r\n{body}".encode())
@@ -142,6 +149,7 @@ def run_page(page, build):
                                               stdout=subprocess.PIPE, text=True)
                     for scheme in ("rtmp", "rtmps"):
                         known[scheme] = server.stdout.readline().strip().removesuffix("live")
+                    known["secure"] = known["rtmps"].split("/")[2]
                 run_block(f"{page.name}:{line}", text.replace("\\\n", ""), known, folder)
         finally:
             camera.shutdown()
