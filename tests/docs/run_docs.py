@@ -9,9 +9,11 @@ Every block says what it is: "sh (run)" is run; "sh" behind a comment "<!-- stan
 with something in place of what is not here; "sh" behind "<!-- not run: WHY -->" is not; "LANGUAGE
 (file NAME)" is written into that file; and every other language is for reading.
 """
+import contextlib
 import os
 import pathlib
 import re
+import signal
 import socketserver
 import subprocess
 import sys
@@ -164,12 +166,19 @@ def run_block(place, text, known, folder):
         text = re.sub(called, lambda m, here=here: m.expand(here).format(**known), text)
     env = dict(os.environ, PATH=f"{folder}/bin:{known['build']}:{os.environ['PATH']}")
     began = time.monotonic()
-    done = subprocess.run(["bash", "-euo", "pipefail", "-c", text], cwd=folder, env=env, timeout=120,
-                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, errors="replace", check=False)
-    print(f"== {place}, {time.monotonic() - began:.1f} s\n{text}{done.stdout}", flush=True)
-    if done.returncode:
-        fail(f"{place}: ended with {done.returncode}")
+    with tempfile.TemporaryFile("w+", errors="replace") as said:
+        shell = subprocess.Popen(["bash", "-euo", "pipefail", "-c", text], cwd=folder, env=env,
+                                 stdin=subprocess.DEVNULL, stdout=said, stderr=subprocess.STDOUT,
+                                 start_new_session=True)
+        try:
+            status = shell.wait(timeout=120)
+        finally:  # what the block has left in the background ends with it
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(shell.pid, signal.SIGTERM)
+            said.seek(0)
+            print(f"== {place}, {time.monotonic() - began:.1f} s\n{text}{said.read()}", flush=True)
+    if status:
+        fail(f"{place}: ended with {status}")
     for stream in streams:
         if not arrived(folder / "tls/recordings", stream):
             fail(f"{place}: nothing of \"{stream}\" arrived")
@@ -211,6 +220,7 @@ def compare_messages():
         fail("docs/troubleshooting.md and the sources differ")
 
 
+signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
 if sys.argv[1:] == ["--messages"]:
     compare_messages()
 elif len(sys.argv) == 3:
