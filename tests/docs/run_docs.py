@@ -4,10 +4,6 @@
   run_docs.py PAGE BUILD   runs the page's blocks in order, in a folder of their own, against a
                            private server; whatever a block publishes must arrive there
   run_docs.py --messages   compares the tables of docs/troubleshooting.md with the sources
-
-Every block says what it is: "sh (run)" is run; "sh" behind a comment "<!-- stand-in: WHAT -->" too,
-with something in place of what is not here; "sh" behind "<!-- not run: WHY -->" is not; "LANGUAGE
-(file NAME)" is written into that file; and every other language is for reading.
 """
 import contextlib
 import os
@@ -21,6 +17,10 @@ import tempfile
 import threading
 import time
 
+# Every block of a page says what it is: "sh (run)" is run; "sh" behind a comment "<!-- stand-in: WHAT
+# -->" too, with something in place of what is not here; "sh" behind "<!-- not run: WHY -->" is not;
+# "LANGUAGE (file NAME)" is written into that file; every other language is for reading.
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 UNIT = ROOT / "packaging/nimbo-publish@.service.in"
 CLIP = "ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=s=1280x720:r=30"
@@ -29,11 +29,11 @@ ONE_SLICE = "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -bf 0 -x264-params 
 # What the pages call something, and what it is here; {name} is known once the servers run. Whatever
 # publishes without end is given one.
 PLACES = [
-    (r"rtmp://(server|backup)/", "{rtmp}"),
-    (r"rtmps://server/", "{rtmps}"),
-    (r"server:443", "{secure}"),
+    (r"rtmp://(server|backup)/", "rtmp://{rtmp}/"),
+    (r"rtmps://server/", "rtmps://{rtmps}/"),
+    (r"server:443", "{rtmps}"),
     (r"(DNS:|-servername |-verify_hostname )server\b", "\\1localhost"),
-    (r"rtsp://camera/", "{rtsp}"),
+    (r"rtsp://camera/", "rtsp://127.0.0.1:{rtsp}/"),
     (r"rtsp_transport=tcp", "rtsp_transport=udp"),
     (r"format=(v4l2|alsa)", "format=lavfi"),
     (r"url=/dev/video0(?=['}])", "url=testsrc2=size=1280x720:rate=30"),
@@ -63,34 +63,27 @@ STAND_INS = {
 class Camera(socketserver.StreamRequestHandler):
     """A network camera: as much of RTSP (RFC 2326) as a client asks for. ffmpeg sends the RTP."""
 
-    description = ("v=0\r\no=- 0 0 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\n"
-                   "m=video 0 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\na=control:video\r\n"
-                   "a=fmtp:96 packetization-mode=1\r\n")
-
-    def asked(self):
-        lines = []
-        while line := self.rfile.readline().decode().strip():
-            lines.append(line)
-        return lines
+    description = """v=0\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=video 0 RTP/AVP 96\r
+a=rtpmap:96 H264/90000\r\na=fmtp:96 packetization-mode=1\r\na=control:video\r\n"""
 
     def handle(self):
-        sender = None
-        while request := self.asked():
-            method, more = request[0].split()[0], dict(line.split(": ", 1) for line in request[1:])
-            reply = {"CSeq": more["CSeq"], "Session": "1", "Public": "DESCRIBE, SETUP, PLAY"}
+        port, sender = 0, None
+        while line := self.rfile.readline().decode():
+            method = line.split()[0]
+            reply = "Session: 1\r\nPublic: DESCRIBE, SETUP, PLAY\r\n"
+            while header := self.rfile.readline().decode().strip():
+                if header.startswith("CSeq"):
+                    reply += header + "\r\n"
+                if found := re.match(r"Transport:.*client_port=(\d+)", header):
+                    port = found[1]
+                    reply += header + ";server_port=9-9\r\n"
             body = self.description if method == "DESCRIBE" else ""
-            if method == "SETUP":
-                reply["Transport"] = more["Transport"] + ";server_port=9-9"
-                port = re.search(r"client_port=(\d+)", more["Transport"])[1]
-            reply.update({"Content-Type": "application/sdp", "Content-Length": str(len(body))})
-            head = "".join(f"{key}: {value}\r\n" for key, value in reply.items())
-            self.wfile.write(f"RTSP/1.0 200 OK\r\n{head}\r\n{body}".encode())
+            reply += f"Content-Type: application/sdp\r\nContent-Length: {len(body)}\r\n\r\n"
+            self.wfile.write(f"RTSP/1.0 200 OK\r\n{reply}{body}".encode())
             if method == "PLAY":
-                sender = subprocess.Popen(f"{CLIP.replace('-f lavfi', '-re -f lavfi')} {ONE_SLICE} "
-                                          f"-g 15 -f rtp rtp://127.0.0.1:{port}".split(),
+                sender = subprocess.Popen(f"{CLIP} {ONE_SLICE} -g 15 -f rtp rtp://127.0.0.1:{port}"
+                                          .replace("-f lavfi", "-re -f lavfi").split(),
                                           stdout=subprocess.DEVNULL)
-            if method == "TEARDOWN":
-                break
         if sender:
             sender.kill()
             sender.wait()
@@ -115,13 +108,11 @@ def blocks(page):
 
 def arrived(recordings, name):
     """True as soon as the server has recorded a picture of the stream; false after 10 s."""
+    probe = "ffprobe -v error -select_streams v -show_entries packet=flags -of csv=p=0".split()
     deadline = time.monotonic() + 10
     while time.monotonic() < deadline:
-        for recording in recordings.glob(f"{name}-[0-9]*.flv"):
-            seen = subprocess.run(["ffprobe", "-v", "error", "-select_streams", "v", "-show_entries",
-                                   "packet=flags", "-of", "csv=p=0", recording],
-                                  capture_output=True, text=True, check=False)
-            if seen.stdout.startswith("K"):
+        for file in recordings.glob(f"{name}-[0-9]*.flv"):
+            if subprocess.run([*probe, file], capture_output=True, check=False).stdout[:1] == b"K":
                 return True
         time.sleep(0.1)
     return False
@@ -132,13 +123,13 @@ def run_page(page, build):
             socketserver.ThreadingTCPServer(("127.0.0.1", 0), Camera) as camera:
         folder = pathlib.Path(name)
         threading.Thread(target=camera.serve_forever, daemon=True).start()
-        (folder / "etc/nimbo").mkdir(parents=True)
-        (folder / "bin").mkdir()
+        for place in ("etc", "etc/nimbo", "bin"):
+            (folder / place).mkdir()
         for program, text in STAND_INS.items():
             (folder / "bin" / program).write_text("#!/usr/bin/env bash\nset -euo pipefail\n" + text)
             (folder / "bin" / program).chmod(0o755)
         subprocess.run(f"{CLIP} -f lavfi -i sine -t 2 {ONE_SLICE} {folder}/film.mp4".split(), check=True)
-        known = {"build": build, "root": ROOT, "rtsp": "rtsp://127.0.0.1:%d/" % camera.server_address[1]}
+        known = {"build": build, "root": ROOT, "rtsp": camera.server_address[1]}
         server = None
         try:
             for line, mark, language, text in blocks(page):
@@ -150,8 +141,7 @@ def run_page(page, build):
                     server = subprocess.Popen([ROOT / "tools/ingest-server", folder / "tls", "--tls"],
                                               stdout=subprocess.PIPE, text=True)
                     for scheme in ("rtmp", "rtmps"):
-                        known[scheme] = server.stdout.readline().strip().removesuffix("live")
-                    known["secure"] = known["rtmps"].split("/")[2]
+                        known[scheme] = server.stdout.readline().split("/")[2]
                 run_block(f"{page.name}:{line}", text.replace("\\\n", ""), known, folder)
         finally:
             camera.shutdown()
