@@ -19,7 +19,6 @@ namespace nimbo::capture {
 
 namespace {
 
-constexpr std::size_t ReadSize = std::size_t{128} * 1024;
 /// No access unit is larger: level 5.2 allows about 5 MB for one.
 constexpr std::size_t LargestPiece = std::size_t{16} * 1024 * 1024;
 constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
@@ -133,13 +132,13 @@ bool ByteWindow::Rewind() {
 
 bool ByteWindow::MakeRoom() {
   const std::size_t size = Size();
-  if (size > LargestPiece - ReadSize) return false;
-  if (_capacity - _end >= ReadSize) return true;
+  if (size > LargestPiece - _read_size) return false;
+  if (_capacity - _end >= _read_size) return true;
   // Moving is cheap as long as the piece is at most half of the memory.
-  if (_capacity - size >= ReadSize && size <= _capacity / 2) {
+  if (_capacity - size >= _read_size && size <= _capacity / 2) {
     std::memmove(_memory.get(), Data(), size);
   } else {
-    const std::size_t capacity = std::max(size + ReadSize, _capacity + _capacity / 2);
+    const std::size_t capacity = std::max(size + _read_size, _capacity + _capacity / 2);
     std::unique_ptr<unsigned char[]> memory(new unsigned char[capacity]);
     if (size != 0) std::memcpy(memory.get(), Data(), size);
     _memory = std::move(memory);
@@ -156,7 +155,7 @@ ByteWindow::Result ByteWindow::More() {
     // A regular file can always be read.
     const bool readable = _seekable ? !_abort.IsSet() : _abort.WaitReadable(_descriptor, _deadline);
     if (!readable) return Result::Aborted;
-    const ssize_t got = read(_descriptor, _memory.get() + _end, ReadSize);
+    const ssize_t got = read(_descriptor, _memory.get() + _end, _read_size);
     if (got > 0) {
       _end += static_cast<std::size_t>(got);
       return Result::More;

@@ -54,8 +54,8 @@ class NIMBO_API ByteWindow {
  public:
   enum class Result { More, End, Aborted, TooLarge, Failed };
 
-  /// `abort` must stay alive while the window is used.
-  explicit ByteWindow(const AbortEvent& abort) : _abort(abort) {}
+  /// Reads up to `readSize` bytes at a time. `abort` must stay alive while the window is used.
+  ByteWindow(const AbortEvent& abort, std::size_t readSize) : _abort(abort), _read_size(readSize) {}
   ~ByteWindow() { Close(); }
   ByteWindow(const ByteWindow&) = delete;
   ByteWindow& operator=(const ByteWindow&) = delete;
@@ -85,6 +85,7 @@ class NIMBO_API ByteWindow {
   bool MakeRoom();
 
   const AbortEvent& _abort;
+  const std::size_t _read_size;
   int _descriptor = -1;
   bool _seekable = false;
   std::int64_t _deadline = Never;

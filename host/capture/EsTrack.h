@@ -19,7 +19,8 @@ class NIMBO_API EsTrack {
  public:
   enum class Result { Frame, End, Aborted, Failed };
 
-  EsTrack(std::string path, const AbortEvent& abort) : _path(std::move(path)), _window(abort) {}
+  EsTrack(std::string path, const AbortEvent& abort, std::size_t readSize)
+      : _path(std::move(path)), _window(abort, readSize) {}
   virtual ~EsTrack();
   EsTrack(const EsTrack&) = delete;
   EsTrack& operator=(const EsTrack&) = delete;
@@ -94,9 +95,11 @@ class NIMBO_API EsVideoTrack final : public EsTrack {
  public:
   /// `rate` is {0, 1} when the stream is to tell it.
   EsVideoTrack(std::string path, const AbortEvent& abort, const FrameRate& rate)
-      : EsTrack(std::move(path), abort), _asked(rate), _reader(Window()) {}
+      : EsTrack(std::move(path), abort, ReadSize), _asked(rate), _reader(Window()) {}
 
  private:
+  static constexpr std::size_t ReadSize = std::size_t{64} * 1024;
+
   Result Find(Frame& frame, std::string& error) override;
   void Reset() override;
   bool TakeParameters(const AccessUnit& unit, std::string& error);
@@ -111,9 +114,12 @@ class NIMBO_API EsVideoTrack final : public EsTrack {
 /// AAC in ADTS frames. It is passed on as it is: what the wire format cannot describe is warned of.
 class NIMBO_API EsAudioTrack final : public EsTrack {
  public:
-  EsAudioTrack(std::string path, const AbortEvent& abort) : EsTrack(std::move(path), abort) {}
+  EsAudioTrack(std::string path, const AbortEvent& abort)
+      : EsTrack(std::move(path), abort, ReadSize) {}
 
  private:
+  static constexpr std::size_t ReadSize = std::size_t{8} * 1024;  ///< half a second at 128 kb/s
+
   Result Find(Frame& frame, std::string& error) override;
   void Reset() override;
   void TakeParameters(const AdtsHeader& header);

@@ -1,13 +1,13 @@
 #include "host/cli/Capture.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 
 #include "host/base/Nearest.h"
 #include "host/base/Pin.h"
@@ -70,8 +70,8 @@ bool CheckInput(const std::string& input, std::string& error) {
     return false;
   }
   if (input == "-" || input.find("://") != std::string::npos) return true;
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(input.c_str(), "rb"), std::fclose);
-  if (file) return true;
+  // It is not opened yet: that would wait for the writer of a named pipe, and then end it.
+  if (access(input.c_str(), R_OK) == 0) return true;
   error = "cannot open \"" + input + "\": " + std::strerror(errno);
   error += NearbyFile(input);
   return false;

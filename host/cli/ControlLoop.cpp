@@ -25,6 +25,15 @@ int Remaining(ControlLoop::Clock::time_point until) {
 
 ControlLoop::Woken ControlLoop::Wait(int input, Clock::time_point until, Screen* screen,
                                      bool signals) {
+  Woken woken;
+  do {
+    woken = WaitOrWork(input, until, screen, signals);
+  } while (woken == Woken::Work);
+  return woken;
+}
+
+ControlLoop::Woken ControlLoop::WaitOrWork(int input, Clock::time_point until, Screen* screen,
+                                           bool signals) {
   auto& queue = stream::ControlQueue::Globle();
   enum { Work, Signal, Printed, Input, Count };
   while (true) {
@@ -43,6 +52,7 @@ ControlLoop::Woken ControlLoop::Wait(int input, Clock::time_point until, Screen*
     if (watched[Signal].revents) return Woken::Signal;
     if (watched[Input].revents) return Woken::Input;
     if (Clock::now() >= until) return Woken::Deadline;
+    if (watched[Work].revents) return Woken::Work;
   }
 }
 

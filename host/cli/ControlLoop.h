@@ -11,7 +11,7 @@ namespace nimbo::cli {
 /// until something happens that the caller has to deal with. [control]
 class ControlLoop {
  public:
-  enum class Woken { Input, Deadline, Signal };
+  enum class Woken { Work, Input, Deadline, Signal };
   using Clock = std::chrono::steady_clock;
 
   explicit ControlLoop(SignalWatch& signals) : _signals(signals) {}
@@ -20,6 +20,9 @@ class ControlLoop {
   /// signal was told, unless those are not waited for. With a screen, what is printed meanwhile
   /// appears above its last line.
   Woken Wait(int input, Clock::time_point until, Screen* screen = nullptr, bool signals = true);
+  /// The same, but it also ends (Woken::Work) when work was done.
+  Woken WaitOrWork(int input, Clock::time_point until, Screen* screen = nullptr,
+                   bool signals = true);
 
   SignalWatch& Signals() noexcept { return _signals; }
 

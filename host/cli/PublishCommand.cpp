@@ -85,7 +85,7 @@ class Publish {
       if (now >= _retry) OpenMissing();
       auto wake = std::min({end, next, _retry});
       if (_publication.Ending()) wake = std::min(wake, now + LookPeriod);
-      if (_loop.Wait(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
+      if (_loop.WaitOrWork(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
     Show(Clock::now());
     _line.End();

@@ -79,8 +79,9 @@ class Push {
         _line.Show(Status(now));
         next = now + _line.Period();
       }
-      const auto wake = std::min({end, next, now + LookPeriod});
-      if (_loop.Wait(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
+      auto wake = std::min(end, next);
+      if (_view.Ended()) wake = std::min(wake, now + LookPeriod);
+      if (_loop.WaitOrWork(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
     _stop = now;
   }

@@ -24,6 +24,7 @@ class PacketQueue {
 
   bool Empty() const { return _count == 0; }
   bool Full() const { return _count == _slots.size(); }
+  bool HalfEmpty() const { return _count <= _slots.size() / 2; }
   std::size_t Size() const { return _count; }
   /// The oldest packet; there must be one.
   Packet& Front() const { return *_slots[_first].packet; }

@@ -119,8 +119,10 @@ void QueueElement::Run() {
     Packet* packet = pair->queue.Pop();
     --_queued;
     Port& output = *pair->output;
+    // A source that was held up goes on with half a queue at once, not with a packet at a time.
+    const bool drained = pair->queue.HalfEmpty();
     const sync::Unlock meanwhile(_mutex);
-    _drained.NotifyAll();
+    if (drained) _drained.NotifyAll();
     if (output.Deliver(*packet)) ++_packets;
     packet->Release();
   }

@@ -10,8 +10,9 @@ namespace nimbo::stream {
 
 namespace {
 
-/// Free packets are kept up to this many bytes beyond what is in use.
+/// Free packets are kept up to this many bytes, and up to this part of what is in use.
 constexpr std::size_t SpareBytes = std::size_t{256} * 1024;
+constexpr std::size_t SparePart = 8;
 /// A free packet serves a request that needs at least this part of its room.
 constexpr unsigned int WorstFit = 2;
 constexpr unsigned int SmallestRoom = 512;
@@ -77,7 +78,7 @@ void HostPacket::Destroy() noexcept {
     } else {
       pool->free.push_back(this);  // room was reserved when the packet was made
       pool->free_bytes += _storage->capacity;
-      if (pool->free_bytes > pool->used_bytes + SpareBytes) {
+      if (pool->free_bytes > pool->used_bytes / SparePart + SpareBytes) {
         // The one that lay unused longest has the size that is wanted least.
         surplus = pool->free.front();
         pool->free.erase(pool->free.begin());

@@ -7,7 +7,6 @@
 #include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "nimbo/stream/factory.h"
-#include "nimbo/stream/service.h"
 
 namespace nimbo::stream {
 
@@ -158,16 +157,13 @@ bool FindPort(const std::string& text, IPort*& port) {
 
 void ReleaseAll() {
   for (;;) {
-    base::object* newest = nullptr;
-    bool service = false;
-    // A service may own applications that are listed too, and takes them down itself.
-    for (const base::Pin& pin : base::Pin::All(Factory::Globle())) {
-      const bool isService = dynamic_cast<Service*>(&*pin) != nullptr;
-      if (isService || !service) newest = &*pin;
-      service = service || isService;
+    base::object* oldest = nullptr;
+    {
+      const auto pins = base::Pin::All(Factory::Globle());
+      if (pins.empty()) return;
+      oldest = &*pins.front();
     }
-    if (!newest) return;
-    newest->Release();
+    oldest->Release();
   }
 }
 

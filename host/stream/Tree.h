@@ -50,8 +50,8 @@ NIMBO_API std::string PathOf(const Object& object);
 /// [any] "null", "ready", "pause" or "play".
 NIMBO_API const char* StatusName(IStatus::Status status);
 
-/// [control] Ends everything in the global list, services before all else and the newest first: the
-/// last step of a host.
+/// [control] Ends everything in the global list: the last step of a host. The oldest comes first,
+/// since an object that has made others for itself, as a service its application, ends them itself.
 NIMBO_API void ReleaseAll();
 
 }  // namespace nimbo::stream

@@ -211,13 +211,6 @@ ARefusedPublishIsAFailure() {
   grep -qF 'RTMP_ConnectStream(_rtmp, 0) == 0' "$log" || fail "no failure line"
 }
 
-ACaptureThatCannotBeOpenedIsAFailure() {
-  start_server
-  local status=0
-  push --url "$address" --cfg 'shm-source:connect={pv:es,video=nowhere}+RingSink' || status=$?
-  [ $status -eq 1 ] || fail "push ended with $status"
-}
-
 AFileIsPublishedToTwoServersFrameByFrame() {
   source_file "$folder/source.mp4" "${one_slice[@]}"
   start_server

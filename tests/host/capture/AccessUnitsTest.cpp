@@ -24,7 +24,7 @@ struct Unit {
 std::vector<Unit> ReadAll(const Bytes& stream) {
   const test::StreamFile file(stream);
   const AbortEvent abort;
-  ByteWindow window(abort);
+  ByteWindow window(abort, 65536);
   std::string error;
   EXPECT_TRUE(window.Open(file.Path(), error));
   AccessUnitReader reader(window);
@@ -137,7 +137,7 @@ TEST(AccessUnitsTest, APictureWithoutEndIsToldWithItsPosition) {
   stream.resize(stream.size() + 17U * 1024 * 1024, 0x77);
   const test::StreamFile file(stream);
   const AbortEvent abort;
-  ByteWindow window(abort);
+  ByteWindow window(abort, 65536);
   std::string error;
   ASSERT_TRUE(window.Open(file.Path(), error));
   AccessUnitReader reader(window);

@@ -1,6 +1,7 @@
 #include "host/cli/Capture.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 
@@ -35,6 +36,13 @@ TEST_F(CaptureText, KeepsFileNamesWholeThatHoldTheMarksOfTheLanguage) {
   ASSERT_TRUE(base::ParseConfiguration(pipelines.at(0).settings.Get("serialize"), elements));
   ASSERT_TRUE(base::ParseConnect(elements.at(0).settings.Get("connect"), connection));
   EXPECT_EQ(connection.options.Get("url"), options.inputs[0]);
+}
+
+TEST_F(CaptureText, LeavesANamedPipeToWhoeverReadsIt) {
+  options.inputs = {testing::TempDir() + "capture.h264"};
+  ASSERT_EQ(mkfifo(options.inputs[0].c_str(), 0600), 0);
+  EXPECT_TRUE(Configure()) << error;  // nobody writes into it yet
+  std::remove(options.inputs[0].c_str());
 }
 
 TEST_F(CaptureText, RefusesTwoFilesOfOneKindAndMixedOnes) {
