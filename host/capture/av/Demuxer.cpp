@@ -78,10 +78,8 @@ bool Demuxer::OpenInput() {
   Dictionary rest;
   for (const auto& [key, value] : _options.rest) rest.Set(key.c_str(), value.c_str());
   Expect();
-  const AVInputFormat* format =
-      _options.format.empty() ? nullptr : av_find_input_format(_options.format.c_str());
   // Frees the context when it fails.
-  int result = avformat_open_input(&input, _options.url.c_str(), format, rest.Address());
+  int result = avformat_open_input(&input, _options.url.c_str(), _options.Format(), rest.Address());
   if (result < 0) return Fail("cannot be opened", result, log.Detail());
   _input.reset(input);
   if (_played == 0 && !rest.Keys().empty()) {

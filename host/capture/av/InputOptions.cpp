@@ -28,6 +28,10 @@ constexpr const char* LiveSchemes[] = {"rtsp", "rtsps", "rtp",   "srtp",  "udp",
 /// taken.
 constexpr char FilterDevice[] = "lavfi";
 
+/// Cameras, which libavformat does not recognise by themselves.
+constexpr char CameraPath[] = "/dev/video";
+constexpr char CameraFormat[] = "v4l2";
+
 constexpr char ConsumerOption[] = "plenckeys";
 
 std::string Scheme(const std::string& url) {
@@ -40,9 +44,8 @@ bool Is(const std::string& text, const char* word) {
 }
 
 bool SetFormat(InputOptions& options, const std::string& text) {
-  avdevice_register_all();  // devices are formats by name only; repeating it does no harm
   options.format = text;
-  return av_find_input_format(text.c_str()) != nullptr;
+  return options.Format() != nullptr;
 }
 
 /// The names of all formats and devices; one may have several, joined by ",".
@@ -113,9 +116,16 @@ int InputOptions::Pipe() const {
   return number;
 }
 
+const AVInputFormat* InputOptions::Format() const {
+  avdevice_register_all();  // devices are formats by name only; repeating it does no harm
+  if (!format.empty()) return av_find_input_format(format.c_str());
+  const bool camera = url.compare(0, sizeof CameraPath - 1, CameraPath) == 0;
+  return camera ? av_find_input_format(CameraFormat) : nullptr;
+}
+
 bool InputOptions::Device() const {
-  if (format.empty() || Is(format, FilterDevice) || Network()) return false;
-  const AVInputFormat* known = av_find_input_format(format.c_str());
+  if (Is(format, FilterDevice) || Network()) return false;
+  const AVInputFormat* known = Format();
   return known && (known->flags & AVFMT_NOFILE) != 0;
 }
 

@@ -7,6 +7,8 @@
 #include "host/capture/ByteWindow.h"
 #include "nimbo/base/attr_set.h"
 
+struct AVInputFormat;
+
 namespace nimbo::capture::av {
 
 /// What is to be read, and how.
@@ -23,6 +25,8 @@ struct InputOptions {
 
   /// The descriptor that `url` stands for; -1 when it is none.
   int Pipe() const;
+  /// What `format` names, or the address alone tells; null: libavformat finds out.
+  const AVInputFormat* Format() const;
   /// True for a camera, a microphone and the like.
   bool Device() const;
   /// True for what goes on whether it is read or not: a device or a stream from the network.

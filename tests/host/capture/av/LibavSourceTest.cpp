@@ -165,6 +165,7 @@ TEST(LibavSource, TellsInOneLineWhatCannotBeOpened) {
   const StreamFile garbage(Bytes(15, 'x'));
   const std::pair<std::string, const char*> inputs[] = {
       {"no/such/file.mp4", "\"no/such/file.mp4\" cannot be opened: No such file or directory"},
+      {"/dev/video-nowhere", "Cannot open video device /dev/video-nowhere"},
       {garbage.Path(), "Invalid data"}};
   for (const auto& [url, told] : inputs) {
     ConsoleCapture console;
