@@ -22,6 +22,8 @@ constexpr std::int64_t DevicePause = 5 * NsPerMillisecond;
 constexpr std::int64_t LargestStep = 10 * NsPerSecond;
 /// Pictures a second where nothing is known.
 constexpr AVRational DefaultFrameRate = {25, 1};
+/// How much of a live stream without time stamps is looked at: its first pictures tell all of it.
+constexpr std::int64_t RawAnalysis = 200'000;  ///< microseconds, as libavformat counts here
 constexpr char AnnexBFilter[] = "h264_mp4toannexb";
 
 constexpr std::size_t Index(Kind kind) { return static_cast<std::size_t>(kind); }
@@ -86,6 +88,8 @@ bool Demuxer::OpenInput() {
     stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys(),
                     InputOptions::WhyUseless(rest.Keys()));
   }
+  const bool raw = (_input->iformat->flags & AVFMT_NOTIMESTAMPS) != 0;
+  if (raw && !_regular_file) _input->max_analyze_duration = RawAnalysis;
   Expect();
   result = avformat_find_stream_info(_input.get(), nullptr);
   if (Late()) result = AVERROR_EXIT;  // which it may have taken for the end
