@@ -3,8 +3,8 @@
 'use strict';
 
 const period = 1000;
-const kept = 600; // samples
-const shown = 300; // seconds in the charts
+const kept = 600; // samples, and events
+const shown = { least: 60, most: 300 }; // seconds in the charts
 const colours = 4;
 
 const one = (selector) => document.querySelector(selector);
@@ -27,11 +27,18 @@ function made(tag, text = '', name = '') {
   return element;
 }
 
+// The colour that a client has everywhere.
+function key(client) {
+  const square = made('span', '', 'key');
+  square.style.background = colour(client);
+  return square;
+}
+
 // What is drawn of each client, from a sample and the one before.
 const charts = [
   { title: 'Bit rate', unit: 'Mbit/s', value: (now, before, s) => ((now.bytes - before.bytes) * 8) / s / 1e6 },
   { title: 'Frames/s', unit: '', value: (now, before, s) => (now.video - before.video) / s },
-  { title: 'Quality', unit: '', value: (now) => now.quality, range: [0, 100] },
+  { title: 'Quality', unit: '1 while pictures are missing', value: (now) => now.quality, range: [0, 1.15], ticks: [0, 1] },
 ];
 
 let status = { start: null, next: 0, clients: [], samples: [], events: [] };
@@ -58,11 +65,12 @@ function drawChart(chart) {
     scales: {
       x: { range: () => {
         const now = status.samples.at(-1)?.time ?? Date.now() / 1000;
-        return [now - shown, now];
+        const past = now - (status.samples[0]?.time ?? now);
+        return [now - Math.min(Math.max(past, shown.least), shown.most), now];
       } },
       y: { range: (_, low, high) => chart.range ?? [0, Math.max(1, (high ?? 0) * 1.15)] },
     },
-    axes: [{ ...axis, space: 80, values: (_, ticks) => ticks.map(time) }, { ...axis, size: 44 }],
+    axes: [{ ...axis, space: 80, values: (_, ticks) => ticks.map(time) }, { ...axis, size: 44, splits: chart.ticks && (() => chart.ticks) }],
     series: [{}, ...status.clients.map((_, client) => ({
       stroke: colour(client), width: 1.75, points: { show: false },
       fill: status.clients.length === 1 ? `${colour(client)}22` : undefined,
@@ -93,12 +101,10 @@ function showClients() {
   one('#clients tbody').replaceChildren(...status.clients.map((url, client) => {
     const row = made('tr');
     const name = made('td', url);
-    const key = made('span', '', 'key');
-    key.style.background = colour(client);
-    name.prepend(key);
+    name.prepend(key(client));
     const figures = now?.clients[client];
-    const state = figures?.connected ?
-      made('td', 'connected', 'good') : made('td', 'not connected', 'bad');
+    const state = made('td', figures?.connected ? 'connected' : 'not connected',
+      figures?.connected ? 'good' : 'bad');
     row.append(name, state, ...(figures ? [
       bitRate(rate(client, 'bytes') * 8), rate(client, 'video').toFixed(1),
       figures.video, figures.audio, figures.quality, figures.reconnections] : [])
@@ -112,11 +118,15 @@ function showEvents(events) {
   const atEnd = list.scrollHeight - list.scrollTop - list.clientHeight < 30;
   for (const event of events) {
     const line = made('li');
-    const kind = /fail|disconnected/.test(event.message) ? 'bad' : /success|connected/.test(event.message) ? 'good' : '';
-    line.append(made('time', time(event.time)), made('span', event.message, `message ${kind}`),
-      made('span', status.clients[event.client], 'client'));
+    const kind = /fail|disconnected/.test(event.message) ? 'bad' : 'good';
+    const url = status.clients[event.client];
+    const client = made('span', url.replace(/^\w+:\/\/[^/]*\//, ''), 'client');
+    client.title = url;
+    client.prepend(key(event.client));
+    line.append(made('time', time(event.time)), made('span', event.message, `message ${kind}`), client);
     list.append(line);
   }
+  while (list.children.length > kept) list.firstChild.remove();
   if (atEnd) list.scrollTop = list.scrollHeight;
 }
 
