@@ -39,7 +39,7 @@ std::string PortFault(const std::string& port) {
   constexpr unsigned long Largest = 65535;
   const bool number = !port.empty() && port.find_first_not_of("0123456789") == std::string::npos;
   if (number && port.size() <= sizeof "65535" - 1 && std::stoul(port) <= Largest) return {};
-  return "\"" + port + "\" is no port; without one, --monitor stands behind the addresses";
+  return "\"" + port + "\" is no port; without one, --monitor belongs behind the addresses";
 }
 
 std::string PictureFault(const std::string& url) {
@@ -226,12 +226,13 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
           ->add_option_function<std::string>(
               "--monitor",
               [options](const std::string& port) {
-                options->monitor = port == "{}" ? MonitorPort : port;
+                options->monitor = port.empty() ? MonitorPort : port;
               },
               "Show on a web page of this machine how it goes: http://127.0.0.1:8089/, or at\n"
               "another PORT; 0 stands for a free one")
           ->type_name("PORT")
           ->expected(0, 1)
+          // What CLI11 checks where there is no value.
           ->check([](const std::string& port) { return port == "{}" ? "" : PortFault(port); });
   publish
       ->add_option("--picture", options->picture,

@@ -70,7 +70,7 @@ function drawChart(chart) {
       } },
       y: { range: (_, low, high) => chart.range ?? [0, Math.max(1, (high ?? 0) * 1.15)] },
     },
-    axes: [{ ...axis, space: 80, values: (_, ticks) => ticks.map(time) }, { ...axis, size: 44, splits: chart.ticks && (() => chart.ticks) }],
+    axes: [{ ...axis, size: 32, space: 80, values: (_, ticks) => ticks.map(time) }, { ...axis, size: 44, splits: chart.ticks && (() => chart.ticks) }],
     series: [{}, ...status.clients.map((_, client) => ({
       stroke: colour(client), width: 1.75, points: { show: false },
       fill: status.clients.length === 1 ? `${colour(client)}22` : undefined,

@@ -87,17 +87,16 @@ async function checkMetrics(address) {
 
 // What other subcommands show, for the documents.
 async function takeOthers(page) {
+  await page.setViewportSize({ width: 1800, height: 600 });
   const drawing = path.join(folder, 'graph.svg');
   execFileSync(host, ['graph', '-o', drawing,
     'shm-source:connect={pv:h264-0}+RingSink+rtmp-client:link=all,url=rtmp://server/live/s'], { stdio: 'ignore' });
   const said = `$ nimbo-host inspect rtmp-client\n${execFileSync(host, ['inspect', 'rtmp-client'], { encoding: 'utf8' })}`;
   const shown = { inspect: '<pre></pre>', graph: fs.readFileSync(drawing, 'utf8').replace(/^[^]*?(?=<svg)/, '') };
   for (const [name, content] of Object.entries(shown)) {
-    await page.setContent(`<style>body { margin: 0; width: max-content; background: #fff }
-      pre { margin: 0; padding: 1.2rem 1.6rem; font: 15px/1.45 monospace; color: #dfe4ea; background: #1b2027 }
-      svg { display: block; width: 1160px; height: auto; padding: 1rem }</style>${content}`);
+    await page.setContent(`<!DOCTYPE html><style>pre { width: max-content; margin: 0; padding: 1.2rem 1.6rem; font: 15px/1.45 monospace; color: #dfe4ea; background: #1b2027 }</style>${content}`);
     await page.evaluate((text) => document.querySelector('pre')?.append(text), said);
-    await page.locator('body').screenshot({ path: path.join(screenshots, `${name}.png`) });
+    await page.locator('pre, svg').screenshot({ path: path.join(screenshots, `${name}.png`) });
   }
 }
 
