@@ -33,7 +33,8 @@ constexpr std::array<const char*, 2> Headers[] = {
     {"Referrer-Policy", "no-referrer"},
     {"Cross-Origin-Resource-Policy", "same-origin"},
     {"Content-Security-Policy",
-     "default-src 'self'; connect-src 'self' http: https:; media-src 'self' blob: http: https:; "
+     "default-src 'self'; img-src 'self' data:; connect-src 'self' http: https:; "
+     "media-src 'self' blob: http: https:; "
      "frame-ancestors 'none'; base-uri 'none'; form-action 'none'"}};
 
 MHD_Result Send(MHD_Connection* connection, unsigned status, const char* type,

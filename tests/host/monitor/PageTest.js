@@ -121,7 +121,7 @@ async function test() {
   const page = browser.pages()[0];
   const faults = [];
   page.on('pageerror', (fault) => faults.push(fault));
-  page.setDefaultTimeout(60000);
+  page.setDefaultTimeout((60 + samples) * 1000);
   await page.goto(monitor);
   await waitForPicture(page);
   // What the charts draw: more and more, and not nothing.
