@@ -6,6 +6,9 @@
 #                            and reports what arrived there
 #   ./publish.sh URL         publishes the simulated camera for 10 s to URL
 #   ./publish.sh URL INPUT   publishes a media file (anything that libavformat opens) to URL
+#   ./publish.sh --monitor [--duration SECONDS]
+#                            publishes the simulated camera to a private server until it is ended
+#                            (Ctrl-C), and shows the picture and how it goes on a page for a browser
 #
 # The private server takes a free port, or the one that the environment variable PORT names. What
 # arrived, and a picture from each, is left in build/published/.
@@ -20,6 +23,17 @@ published=build/published
 fail() { printf 'publish.sh: %s\n' "$1" >&2; exit 1; }
 step() { printf '\n== %s\n' "$1"; }
 
+monitor=false
+duration=()
+if [ "${1:-}" = --monitor ]; then
+  monitor=true
+  shift
+  if [ "${1:-}" = --duration ] && [ $# -eq 2 ]; then
+    duration=(--duration "$2")
+    shift 2
+  fi
+  [ $# -eq 0 ] || set -- - - -  # wrong usage
+fi
 [ $# -le 2 ] || { sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0" >&2; exit 2; }
 url=${1:-}
 input=${2:-}
@@ -60,13 +74,15 @@ run() {
 
 build() {
   mkdir -p build
+  local targets=(nimbo-host pluginrtmp nimbo-av)
+  ! $monitor || targets+=(nimbo-monitor)
   local log=build/publish-build.log
   {
     cmake --preset release >"$log" 2>&1 &&
       if [ -t 1 ]; then
-        cmake --build --preset release --target nimbo-host pluginrtmp nimbo-av
+        cmake --build --preset release --target "${targets[@]}"
       else
-        cmake --build --preset release --target nimbo-host pluginrtmp nimbo-av >>"$log" 2>&1
+        cmake --build --preset release --target "${targets[@]}" >>"$log" 2>&1
       fi
   } || { grep -E ': error|: undefined|CMake Error' "$log" | head -n 5 >&2; fail "the build failed ($log)"; }
 }
@@ -77,7 +93,6 @@ build
 
 if [ -n "$url" ]; then
   step "Publishing ${input:-the simulated camera} to $url"
-  duration=()
   [ -n "$input" ] || duration=(--duration $seconds)
   run "$host" publish "${input:-test:}" "$url" "${duration[@]}" || fail "publishing to $url failed"
   exit 0
@@ -87,11 +102,21 @@ step "Starting a private RTMP server"
 rm -rf "$published"
 mkdir -p "$published"
 server_folder=$(mktemp -d)
-exec {said}< <(exec tools/ingest-server "$server_folder" ${PORT:+--port "$PORT"})
+options=(${PORT:+--port "$PORT"})
+! $monitor || options+=(--hls --no-record)
+exec {said}< <(exec tools/ingest-server "$server_folder" "${options[@]}")
 children+=($!)
 trap 'tidy; rm -rf "$server_folder"' EXIT
 read -r address <&"$said" || fail "the server did not start"
 printf 'listening at %s\n' "$address"
+
+if $monitor; then
+  read -r playlists <&"$said" || fail "the server serves no playlists"
+  step "Publishing the simulated camera; the page to open is named below as \"monitor\""
+  run "$host" publish test: "$address/camera" --monitor 0 --picture "$playlists/camera.m3u8" \
+    "${duration[@]}" || fail "publishing failed"
+  exit 0
+fi
 
 step "Publishing the simulated camera for $seconds s with the pusher"
 run "$host" push --url "$address/pusher" --duration $seconds || fail "publishing failed"

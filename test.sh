@@ -78,7 +78,7 @@ run() {
 
 tools/install-deps || fail "what is needed could not be installed"
 if $soak; then
-  build release --target nimbo-host pluginrtmp nimbo-av rtmp_fault_test
+  build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor rtmp_fault_test
   printf '\n== Meeting every fault\n'
   tools/reliability build/release >build/reliability.md || fail "see build/reliability.md"
   cat build/reliability.md
@@ -95,8 +95,8 @@ for preset in "${presets[@]}"; do
     release)
       # The artefacts alone: tests that drive the program from outside, and what is kept of memory,
       # which a sanitizer does not tell.
-      build release --target nimbo-host pluginrtmp nimbo-av rtmp_fault_test
-      tests=(-R '^Interop|^Docs|/Soak')
+      build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor rtmp_fault_test
+      tests=(-R '^Interop|^Monitor|^Docs|/Soak')
       ;;
     armhf)
       printf '\n== Making the armhf sysroot\n'

@@ -39,7 +39,8 @@ debian_package(nimbo-host video "runs publishing plug-ins on any Linux machine"
 publishes elementary streams and, with nimbo-host-av, files, devices, network
 cameras and a simulated camera to RTMP servers, from the command line or as a
 service."
-  DEPENDS "pluginrtmp (= ${PROJECT_VERSION})" RECOMMENDS "nimbo-host-av (= ${PROJECT_VERSION})")
+  DEPENDS "pluginrtmp (= ${PROJECT_VERSION})" RECOMMENDS "nimbo-host-av (= ${PROJECT_VERSION})"
+  SUGGESTS nimbo-host-monitor)
 set(CPACK_DEBIAN_NIMBO-HOST_PACKAGE_CONTROL_EXTRA "")
 foreach(script conffiles postinst prerm postrm)
   list(APPEND CPACK_DEBIAN_NIMBO-HOST_PACKAGE_CONTROL_EXTRA
@@ -49,6 +50,13 @@ if(NIMBO_AV)
   debian_package(nimbo-host-av video "media files, devices and a simulated camera for nimbo-host"
 "The module of nimbo-host on the libraries of FFmpeg: opens what libavformat
 opens, transcodes what RTMP cannot describe, and simulates a camera."
+    DEPENDS "nimbo-host (= ${PROJECT_VERSION})")
+endif()
+if(TARGET nimbo-monitor)
+  debian_package(nimbo-host-monitor video "web page that shows how nimbo-host is publishing"
+"The module of nimbo-host that serves a web page on the machine's own loopback
+interface: bit rate, quality, events and the picture of what is published, and
+its figures for Prometheus."
     DEPENDS "nimbo-host (= ${PROJECT_VERSION})")
 endif()
 debian_package(nimbo-dev libdevel "headers for plug-ins of the media framework nimbo"

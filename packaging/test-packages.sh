@@ -11,8 +11,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 architecture=${1:-}
 case $architecture in
-  amd64) preset=package ;;
-  armhf) preset=package-armhf ;;
+  amd64) preset=package count=5 ;;
+  armhf) preset=package-armhf count=4 ;;
   -h | --help) sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0"; exit 0 ;;
   *) sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0" >&2; exit 2 ;;
 esac
@@ -53,7 +53,7 @@ build() {
   quiet cmake --preset $preset || fail "configuring failed"
   quiet cmake --build --preset $preset || fail "building failed"
   packages=("$built"/*.deb)
-  [ ${#packages[@]} -eq 4 ] || fail "there are ${#packages[@]} packages"
+  [ ${#packages[@]} -eq $count ] || fail "there are ${#packages[@]} packages"
 }
 
 start_server() {
@@ -159,7 +159,7 @@ try_amd64() {
   try_example
   try_completion
   step "Removing"
-  quiet inside dpkg --purge nimbo-dev nimbo-host-av nimbo-host pluginrtmp || fail "dpkg does not remove them"
+  quiet inside dpkg --purge nimbo-dev nimbo-host-monitor nimbo-host-av nimbo-host pluginrtmp || fail "dpkg does not remove them"
   files | diff "$folder/before" - >"$folder/left" || fail "they leave: $(grep '^[<>]' "$folder/left")"
   mv "$folder/stamp" "$root.stamp"
 }

@@ -112,6 +112,17 @@ std::string PluginLoader::OwnFolder() {
   return failed ? "./" : own.parent_path().string() + "/";
 }
 
+void* PluginLoader::ModuleFunction(const char* library, const char* function, std::string& error) {
+  const std::string path = OwnFolder() + library;
+  void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* symbol = module ? dlsym(module, function) : nullptr;
+  if (!symbol) {
+    const char* reason = dlerror();
+    error = reason ? reason : path + " has no " + function;
+  }
+  return symbol;
+}
+
 int ReflectAdd(void (*registration)(const char*), int order, const char* name) {
   return PluginLoader::Globle().Add(registration, order, name);
 }

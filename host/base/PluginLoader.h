@@ -33,6 +33,9 @@ class NIMBO_API PluginLoader {
 
   /// The folder of the library or program that this code is linked into; ends in "/".
   static std::string OwnFolder();
+  /// The function of a module of this project: a library in this folder, which is loaded for it
+  /// and, like the plug-ins, never unloaded. Null, with the reason in `error`, when there is none.
+  static void* ModuleFunction(const char* library, const char* function, std::string& error);
 
  private:
   struct Entry {

@@ -1,5 +1,3 @@
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cctype>
 
@@ -23,15 +21,8 @@ constexpr char ModuleFunction[] = "RegisterAvModule";
 bool LoadModule(std::string& error) {
   static bool loaded = false;
   if (loaded) return true;
-  const std::string path = base::PluginLoader::OwnFolder() + ModuleName;
-  // Like the plug-ins, the module is never unloaded.
-  void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  void* symbol = library ? dlsym(library, ModuleFunction) : nullptr;
-  if (!symbol) {
-    const char* reason = dlerror();
-    error = reason ? reason : path + " has no " + ModuleFunction;
-    return false;
-  }
+  void* symbol = base::PluginLoader::ModuleFunction(ModuleName, ModuleFunction, error);
+  if (!symbol) return false;
   loaded = true;
   reinterpret_cast<void (*)()>(symbol)();
   return true;

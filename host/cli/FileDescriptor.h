@@ -19,6 +19,8 @@ class FileDescriptor {
     if (_value >= 0) close(_value);
   }
   int Get() const noexcept { return _value; }
+  /// Leaves it to another owner.
+  int Release() noexcept { return std::exchange(_value, -1); }
 
  private:
   int _value;

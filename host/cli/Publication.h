@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/cli/ClientFigures.h"
 #include "host/stream/Message.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/element.h"
@@ -25,18 +26,6 @@ struct PublishOptions {
 /// that wait for whoever takes them. False, with the reason in `error`, when there is no such
 /// input.
 bool SourceConfiguration(const PublishOptions& options, std::string& text, std::string& error);
-
-/// How one client is doing.
-struct ClientFigures {
-  std::uint64_t videoPackets = 0;
-  std::uint64_t audioPackets = 0;
-  std::uint64_t bytes = 0;
-  std::uint64_t refused = 0;  ///< packets that it answered with a false result
-  std::uint64_t gaps = 0;     ///< packets that did not follow the one before
-  std::uint64_t reconnections = 0;
-  bool connected = false;
-  int quality = 0;
-};
 
 /// One input published to several addresses, each by a client of its own: a source and behind it a
 /// pipeline for every address. The pipelines are raised one by one, so that one that fails leaves

@@ -1,10 +1,12 @@
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 
 #include "host/base/Guard.h"
 #include "host/cli/Console.h"
 #include "host/cli/KeptOutput.h"
+#include "host/cli/LoadMonitor.h"
 #include "host/cli/Publication.h"
 #include "host/cli/StatusLine.h"
 #include "host/cli/StatusText.h"
@@ -22,12 +24,30 @@ constexpr std::chrono::milliseconds LookPeriod{100};
 /// How long a server that could not be published to is left alone before the next attempt.
 constexpr std::chrono::seconds OpenPause{5};
 constexpr std::chrono::seconds JsonPeriod{1};
+constexpr std::chrono::seconds MonitorPeriod{1};
+constexpr char MonitorPort[] = "8089";
 
 struct Options {
   PublishOptions what;
   double duration = 0;  ///< seconds; 0 without limit
   bool json = false;
+  std::string monitor;  ///< the port of its page; empty: there is none
+  std::string picture;  ///< address of the playlist that it plays; may be empty
 };
+
+std::string PortFault(const std::string& port) {
+  constexpr unsigned long Largest = 65535;
+  const bool number = !port.empty() && port.find_first_not_of("0123456789") == std::string::npos;
+  if (number && port.size() <= sizeof "65535" - 1 && std::stoul(port) <= Largest) return {};
+  return "\"" + port + "\" is no port; without one, --monitor belongs behind the addresses";
+}
+
+std::string PictureFault(const std::string& url) {
+  for (const char* scheme : {"http://", "https://"}) {
+    if (url.compare(0, std::strlen(scheme), scheme) == 0) return {};
+  }
+  return "\"" + ShownUrl(url) + "\" is no address of a playlist: http://... is expected";
+}
 
 /// Publishes through the client path: an element for each address.
 class Publish {
@@ -42,12 +62,25 @@ class Publish {
       Complain("nimbo-host: " + error);
       return Failed;
     }
+    if (!_options.monitor.empty() && !OpenMonitor()) return Failed;
     if (!base::Guarded("publish", false, [&] { return Begin(source); })) return Failed;
     Serve();
     return Succeed() ? Succeeded : Failed;
   }
 
  private:
+  bool OpenMonitor() {
+    monitor::Options page;
+    page.port = static_cast<unsigned short>(std::stoul(_options.monitor));
+    page.picture = _options.picture;
+    for (const std::string& url : _options.what.urls) page.clients.push_back(ShownUrl(url));
+    std::string error;
+    _monitor = LoadMonitor(page, error);
+    if (!_monitor) return Complain("nimbo-host: no monitor: " + error);
+    std::fprintf(stderr, "monitor: %s\n", _monitor->Address().c_str());
+    return true;
+  }
+
   /// The clients come first, so that none misses the start. One that fails holds nobody up.
   bool Begin(const std::string& source) {
     if (!_publication.Build(_options.what, source)) {
@@ -69,6 +102,7 @@ class Publish {
   void Serve() {
     _start = Clock::now();
     auto next = _start;
+    auto sample = _monitor ? _start : Clock::time_point::max();
     auto end = Clock::time_point::max();
     if (_options.duration > 0) {
       end = _start + std::chrono::duration_cast<Clock::duration>(
@@ -82,8 +116,12 @@ class Publish {
         Show(now);
         next = now + (_options.json ? JsonPeriod : _line.Period());
       }
+      if (now >= sample) {
+        _monitor->Add(Figures());
+        sample = now + MonitorPeriod;
+      }
       if (now >= _retry) OpenMissing();
-      auto wake = std::min({end, next, _retry});
+      auto wake = std::min({end, next, sample, _retry});
       if (_publication.Ending()) wake = std::min(wake, now + LookPeriod);
       if (_loop.WaitOrWork(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
@@ -102,6 +140,7 @@ class Publish {
   void TellMessages() {
     for (const auto& [client, message] : _publication.TakeMessages()) {
       _events.emplace_back(client, message);
+      if (_monitor) _monitor->Tell(client, message);
       if (!_json) {
         std::fprintf(stderr, "%s: %s\n", ShownUrl(_options.what.urls[client]).c_str(),
                      message.c_str());
@@ -109,13 +148,18 @@ class Publish {
     }
   }
 
-  void Show(Clock::time_point now) {
+  std::vector<ClientFigures> Figures() const {
     std::vector<ClientFigures> figures;
-    std::uint64_t bytes = 0;
     for (std::size_t i = 0; i < _publication.Clients(); ++i) {
       figures.push_back(_publication.Figures(i));
-      bytes += figures.back().bytes;
     }
+    return figures;
+  }
+
+  void Show(Clock::time_point now) {
+    const auto figures = Figures();
+    std::uint64_t bytes = 0;
+    for (const ClientFigures& client : figures) bytes += client.bytes;
     _meter.Add(now, bytes);
     const Status status = {std::chrono::duration<double>(now - _start).count(),
                            _meter.BitsPerSecond(), _options.what.urls, figures, _events};
@@ -141,6 +185,7 @@ class Publish {
   const Options& _options;
   ControlLoop& _loop;
   std::optional<KeptOutput> _json;  ///< for the status objects; outlives what prints
+  std::unique_ptr<monitor::Monitor> _monitor;
   Publication _publication;
   RateMeter _meter;
   StatusLine _line;
@@ -176,6 +221,25 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "--no-copy", [options](std::int64_t) { options->what.copy = false; },
       "Send frames from where they lie, without copying them");
   publish->add_flag("--json", options->json, "One status object a line, on standard output");
+  auto* monitor =
+      publish
+          ->add_option_function<std::string>(
+              "--monitor",
+              [options](const std::string& port) {
+                options->monitor = port.empty() ? MonitorPort : port;
+              },
+              "Show on a web page of this machine how it goes: http://127.0.0.1:8089/, or at\n"
+              "another PORT; 0 stands for a free one")
+          ->type_name("PORT")
+          ->expected(0, 1)
+          // What CLI11 checks where there is no value.
+          ->check([](const std::string& port) { return port == "{}" ? "" : PortFault(port); });
+  publish
+      ->add_option("--picture", options->picture,
+                   "The page plays the HLS playlist at this address, live")
+      ->type_name("URL")
+      ->check(PictureFault)
+      ->needs(monitor);
   publish->footer(
       "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
       "signal ends it at once. Each address has a client of its own; a lost connection is made\n"
@@ -185,7 +249,8 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "Examples:\n"
       "  nimbo-host publish test: rtmp://127.0.0.1/live/camera\n"
       "  nimbo-host publish film.mp4 rtmp://one/live/film rtmps://two/live/film --loop\n"
-      "  nimbo-host publish rtsp://camera/stream rtmp://server/live/door --no-copy");
+      "  nimbo-host publish rtsp://camera/stream rtmp://server/live/door --no-copy\n"
+      "  nimbo-host publish test: rtmp://server/live/camera --monitor");
   publish->final_callback([options, chosen] {
     chosen([options](ControlLoop& loop) { return Publish(*options, loop).Run(); });
   });

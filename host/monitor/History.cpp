@@ -1,0 +1,18 @@
+#include "host/monitor/History.h"
+
+namespace nimbo::monitor {
+
+void History::Add(Time time, std::vector<cli::ClientFigures> figures) {
+  figures.resize(_clients.size());
+  _latest = figures;
+  _samples.push_back({_next++, time, std::move(figures)});
+  if (_samples.size() > MostSamples) _samples.pop_front();
+}
+
+void History::Tell(Time time, std::size_t client, const std::string& message) {
+  ++_messages[{client, message}];
+  _events.push_back({_next++, time, client, message});
+  if (_events.size() > MostEvents) _events.pop_front();
+}
+
+}  // namespace nimbo::monitor
