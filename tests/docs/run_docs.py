@@ -41,7 +41,7 @@ PLACES = [
     (r"/etc/nimbo/", "etc/nimbo/"),
     (r"(?<![\w/])build/release\b", "{build}"),
     (r"(?<![\w/])(?:\./)?(publish\.sh|tools/)", "{root}/\\1"),
-    (r"--monitor$", "--monitor 0"),
+    (r"--monitor(?=\n|$)", "--monitor 0"),
     (r"nimbo-host (publish|push)\b(?![^\n]*--duration)", "nimbo-host \\1 --duration 3"),
 ]
 
