@@ -22,7 +22,7 @@ constexpr std::int64_t DevicePause = 5 * NsPerMillisecond;
 constexpr std::int64_t LargestStep = 10 * NsPerSecond;
 /// Pictures a second where nothing is known.
 constexpr AVRational DefaultFrameRate = {25, 1};
-/// How much of a live stream without time stamps is looked at: its first pictures tell all of it.
+/// How much of a live elementary stream is looked at: its first pictures tell all of it.
 constexpr std::int64_t RawAnalysis = 200'000;  ///< microseconds, as libavformat counts here
 constexpr char AnnexBFilter[] = "h264_mp4toannexb";
 
@@ -88,7 +88,8 @@ bool Demuxer::OpenInput() {
     stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys(),
                     InputOptions::WhyUseless(rest.Keys()));
   }
-  const bool raw = (_input->iformat->flags & AVFMT_NOTIMESTAMPS) != 0;
+  // A format that is called as a codec is nothing but that codec's stream.
+  const bool raw = avcodec_descriptor_get_by_name(_input->iformat->name) != nullptr;
   if (raw && !_regular_file) _input->max_analyze_duration = RawAnalysis;
   Expect();
   result = avformat_find_stream_info(_input.get(), nullptr);

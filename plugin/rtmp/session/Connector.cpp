@@ -57,14 +57,15 @@ Connector::Result Connector::Connect(const std::string& host, unsigned port, mil
   addrinfo hints = {};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_STREAM;
-  hints.ai_flags = AI_ADDRCONFIG;
   addrinfo* found = nullptr;
   const std::string service = std::to_string(port);
-  int failed = getaddrinfo(host.c_str(), service.c_str(), &hints, &found);
-  if (failed == EAI_NONAME || failed == EAI_ADDRFAMILY) {
-    // A literal address of a family that no interface but loopback has.
-    hints.ai_flags = 0;
+  int failed = EAI_NONAME;
+  // An address needs no look-up, and may be of a family that no interface but loopback has; so may
+  // those of a name, at last.
+  for (const int flags : {AI_NUMERICHOST, AI_ADDRCONFIG, 0}) {
+    hints.ai_flags = flags;
     failed = getaddrinfo(host.c_str(), service.c_str(), &hints, &found);
+    if (failed != EAI_NONAME && failed != EAI_ADDRFAMILY) break;
   }
   if (failed) {
     return {-1, "no address for \"" + host +
