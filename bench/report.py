@@ -67,7 +67,7 @@ def plot(folder, rows):
         set style histogram clustered gap 2
         set style fill solid 0.9 noborder
         set logscale y 2
-        set yrange [0.03125:16]
+        set yrange [0.015625:16]
         set grid ytics
         set xtics rotate by -15
         set key outside right top
