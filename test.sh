@@ -3,13 +3,12 @@
 #
 #   ./test.sh [--fast | --soak | --packages] [CTEST-ARGUMENT...]
 #
-# Presets one after the other: release (the artefacts, against a real server and through many lost
-# connections), armhf (cross-built for 32-bit ARM, run by qemu), debug (the checks of the sources
-# alone: its tests are those of the sanitizers' builds), stock (the wire tests with librtmp's own
-# transport), fuzz (the fuzzers on their seeds and a little more), then everything with address and
-# undefined-behaviour, and with thread sanitizer. Other arguments go to ctest (-R NAME, -j 1); with
-# them debug and the sanitizers run. Ends with ctest's summary line, and at the first preset that
-# fails.
+# Presets one after the other: release (the artefacts, against a real server, and what the pages of
+# the documentation say), armhf (cross-built for 32-bit ARM, run by qemu), debug with the checks of
+# the sources, stock (the wire tests with librtmp's own transport), fuzz (the fuzzers on their seeds
+# and a little more), then with address and undefined-behaviour, and with thread sanitizer. Other
+# arguments go to ctest (-R NAME, -j 1); with them only debug and the sanitizers run. Ends with
+# ctest's summary line, and at the first preset that fails.
 #
 # --fast      debug alone, without the linter and the fault matrix
 # --soak      what takes longer instead: the fault matrix with its real deadlines, a thousand lost
@@ -38,23 +37,18 @@ if $fast; then
   presets=(debug)
   arguments+=(-LE 'lint|waiting')
 elif [ ${#arguments[@]} -eq 0 ]; then
-  presets=(release armhf lint stock fuzz asan tsan)
+  presets=(release armhf debug stock fuzz asan tsan)
 fi
 
 fail() { printf 'test.sh: %s\n' "$1" >&2; exit 1; }
-
-configure() {
-  local log=build/test-$1.log
-  mkdir -p build
-  cmake --preset "$1" >"$log" 2>&1 ||
-    { tail -n 15 "$log" >&2; fail "configuring $1 failed"; }
-}
 
 build() {
   local preset=$1 log=build/test-$1.log
   shift
   printf '\n== Building %s\n' "$preset"
-  configure "$preset"
+  mkdir -p build
+  cmake --preset "$preset" >"$log" 2>&1 ||
+    { tail -n 15 "$log" >&2; fail "configuring $preset failed"; }
   if [ -t 1 ]; then
     cmake --build --preset "$preset" "$@"
   else
@@ -93,10 +87,9 @@ fi
 for preset in "${presets[@]}"; do
   case $preset in
     release)
-      # The artefacts alone: tests that drive the program from outside, and what is kept of memory,
-      # which a sanitizer does not tell.
-      build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor rtmp_fault_test
-      tests=(-R '^Interop|^Monitor|^Docs|/Soak')
+      # The artefacts alone; their tests are those that drive the program from outside.
+      build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor
+      tests=(-L interop)
       ;;
     armhf)
       printf '\n== Making the armhf sysroot\n'
@@ -105,11 +98,6 @@ for preset in "${presets[@]}"; do
         { tail -n 5 build/test-armhf-sysroot.log >&2; fail "the armhf sysroot could not be made"; }
       build armhf
       tests=()
-      ;;
-    lint)
-      preset=debug
-      configure debug
-      tests=(-L lint)
       ;;
     stock)
       build stock --target pluginrtmp rtmp_plugin_test

@@ -257,13 +257,18 @@ AServerThatFailsHoldsUpNoOther() {
   same_frames "$folder/source.mp4" "$(newest)"
 }
 
-AClientFindsAKilledServerAgain() {
+# A server, and a client that publishes the camera to it. A picture of another size than this would
+# make the session anew, with a recording of its own.
+start_camera() {
   start_server
-  # A picture of another size than this would make the session anew, with a recording of its own.
   "${host[@]}" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
   pusher=$!
   children+=("$pusher")
   until_true recorded 1 100000 || fail "nothing was recorded"
+}
+
+AClientFindsAKilledServerAgain() {
+  start_camera
   kill -KILL "$(cat "$folder/server/nginx.pid")"
   until_true grep -q rtmp_reconnect_fail "$log" || fail "the loss was not told"
   start_server
@@ -280,11 +285,7 @@ AClientFindsAKilledServerAgain() {
 }
 
 AFrozenServerIsLeftAndFoundAgain() {
-  start_server
-  "${host[@]}" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
-  pusher=$!
-  children+=("$pusher")
-  until_true recorded 1 100000 || fail "nothing was recorded"
+  start_camera
   kill -STOP "$(cat "$folder/server/nginx.pid")"
   sleep "${NIMBO_FROZEN_SECONDS:-10}"
   kill -CONT "$(cat "$folder/server/nginx.pid")"
