@@ -2,8 +2,8 @@
 #include <set>
 
 #include "host/base/Nearest.h"
-#include "host/cli/Console.h"
-#include "host/cli/Subcommand.h"
+#include "host/cli/commands/Subcommand.h"
+#include "host/cli/terminal/Console.h"
 #include "host/stream/Tree.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/cli/ClientFigures.h"
+#include "host/publication/ClientFigures.h"
 
 namespace nimbo::monitor {
 

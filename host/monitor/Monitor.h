@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cli/ClientFigures.h"
+#include "host/publication/ClientFigures.h"
 
 /// The monitor: a web page on this machine that shows how a publication is doing. It is a module of
 /// its own, loaded when it is asked for, so that the program does without its library otherwise.

@@ -13,9 +13,9 @@
 #include <exception>
 #include <string_view>
 
-#include "host/cli/FileDescriptor.h"
 #include "host/monitor/Resources.h"
 #include "host/monitor/Text.h"
+#include "posix/FileDescriptor.h"
 
 namespace nimbo::monitor {
 

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-#include "host/cli/Json.h"
+#include "host/text/Json.h"
 
 namespace nimbo::monitor {
 

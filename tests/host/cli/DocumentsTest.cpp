@@ -2,10 +2,10 @@
 
 #include <cstdio>
 
-#include "host/cli/Graph.h"
-#include "host/cli/Inventory.h"
-#include "host/cli/Json.h"
+#include "host/cli/commands/Graph.h"
+#include "host/cli/commands/Inventory.h"
 #include "host/stream/Builder.h"
+#include "host/text/Json.h"
 #include "tests/host/cli/HostProcess.h"
 
 namespace nimbo::cli {

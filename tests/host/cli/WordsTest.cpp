@@ -1,4 +1,4 @@
-#include "host/cli/Words.h"
+#include "host/cli/commands/Words.h"
 
 #include <gmock/gmock.h>
 

@@ -8,7 +8,7 @@
 #include <atomic>
 #include <thread>
 
-#include "host/cli/FileDescriptor.h"
+#include "posix/FileDescriptor.h"
 
 namespace nimbo::monitor {
 namespace {

@@ -1,0 +1,278 @@
+#include "host/cli/commands/Inventory.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+
+#include "host/base/ClassRegistry.h"
+#include "host/base/CommandTable.h"
+#include "host/base/Guard.h"
+#include "host/base/Nearest.h"
+#include "host/base/PluginLoader.h"
+#include "host/capture/CaptureSource.h"
+#include "host/cli/terminal/KeptOutput.h"
+#include "host/cli/terminal/Table.h"
+#include "host/stream/State.h"
+#include "host/text/Json.h"
+#include "nimbo/stream/service.h"
+
+namespace nimbo::cli {
+
+const char* const FunctionPrefix = "fw";
+
+namespace {
+
+using base::IClass;
+
+Fact TextFact(const char* name, const char* text) {
+  return {name, text ? text : "", text ? JsonText(text) : "null"};
+}
+Fact TextFact(const char* name, const std::string& text) { return TextFact(name, text.c_str()); }
+
+std::string KindOf(const IClass& cl) {
+  struct Kind {
+    const std::type_info& type;
+    const char* name;
+  };
+  static const Kind kinds[] = {{typeid(stream::IElement), "element"},
+                               {typeid(stream::Pipeline), "pipeline"},
+                               {typeid(stream::Application), "application"},
+                               {typeid(stream::Service), "service"}};
+  for (const Kind& kind : kinds) {
+    if (cl.Type() && base::DerivesFrom(*cl.Type(), kind.type)) return kind.name;
+  }
+  return "object";
+}
+
+std::vector<std::string> KeywordsOf(const IClass& cl) {
+  std::vector<std::string> keywords;
+  const std::string& name = cl.Name();
+  for (std::size_t from = 0; from < name.size();) {
+    const auto to = std::min(name.find('-', from), name.size());
+    keywords.push_back(name.substr(from, to - from));
+    from = to + 1;
+  }
+  return keywords;
+}
+
+std::string VersionText(unsigned int version) {
+  if (version == 0) return "";
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "0x%x", version);
+  return text.data();
+}
+
+Facts ClassFacts(const IClass& cl) {
+  return {TextFact("name", cl.Name()),
+          TextFact("kind", KindOf(cl)),
+          {"keywords", "", JsonTexts(KeywordsOf(cl))},  // people see them in the name
+          TextFact("module", cl.Module()),
+          TextFact("vendor", cl.Vendor()),
+          {"version", VersionText(cl.Version()), std::to_string(cl.Version())},
+          TextFact("description", cl.Description())};
+}
+
+std::string AccessOf(const base::IProperty& property) {
+  const bool readable = property.get || property.getStr;
+  const bool writable = property.set || property.setStr;
+  return std::string(readable ? "r" : "-") + (writable ? "w" : "-");
+}
+
+std::string TypeName(const std::type_info* type) {
+  struct Known {
+    const std::type_info& type;
+    const char* name;
+  };
+  static const Known known[] = {{typeid(bool), "bool"},
+                                {typeid(int), "int"},
+                                {typeid(unsigned int), "unsigned int"},
+                                {typeid(long long), "long long"},
+                                {typeid(unsigned long long), "unsigned long long"},
+                                {typeid(double), "double"},
+                                {typeid(const char*), "text"},
+                                {typeid(std::string), "text"},
+                                {typeid(stream::IPort*), "port"}};
+  if (!type) return "?";
+  for (const auto& entry : known) {
+    if (entry.type == *type) return entry.name;
+  }
+  return type->name();
+}
+
+/// An object that is made to be looked at; an element needs a pipeline to be in. Null, with one
+/// line, for a class whose objects cannot be made by name.
+class Sample {
+ public:
+  explicit Sample(IClass& cl) {
+    const bool element = KindOf(cl) == "element";
+    if (element) _pipeline = Make(*IClass::Find("Pipeline", true), nullptr);
+    if (!element || _pipeline) _object = Make(cl, _pipeline.get());
+  }
+  base::object* Get() const { return _object.get(); }
+
+ private:
+  struct Releaser {
+    void operator()(base::object* object) const { object->Release(); }
+  };
+  using Owned = std::unique_ptr<base::object, Releaser>;
+  static Owned Make(IClass& cl, base::object* owner) {
+    return Owned(
+        base::ClassRegistry::Create(cl, cl.Name().c_str(), cl.Name().c_str(), nullptr, owner));
+  }
+
+  Owned _pipeline;
+  Owned _object;  ///< goes first
+};
+
+Facts PropertyFacts(const base::IProperty& property, base::object* sample) {
+  std::string value;
+  const bool known = sample && property.getStr && base::Guarded(property.Name(), false, [&] {
+                       return property.getStr(*sample, value);
+                     });
+  return {TextFact("name", property.Name()), TextFact("type", TypeName(property.Type())),
+          TextFact("access", AccessOf(property)),
+          TextFact("default", known ? value.c_str() : nullptr),
+          TextFact("description", property.Description())};
+}
+
+std::vector<JsonMember> FactMembers(const Facts& facts) {
+  std::vector<JsonMember> members;
+  for (const Fact& fact : facts) members.emplace_back(fact.name, fact.json);
+  return members;
+}
+
+std::vector<std::string> FactsJson(const std::vector<Facts>& things) {
+  std::vector<std::string> objects;
+  objects.reserve(things.size());
+  for (const Facts& facts : things) objects.push_back(JsonObject(FactMembers(facts)));
+  return objects;
+}
+
+/// Things of the same facts in columns, under a line of their names where there are several. What
+/// none of them has is left out.
+std::string FactsTable(const std::vector<Facts>& things) {
+  std::vector<std::vector<std::string>> rows(things.size() + 1, {""});  // each begins with blanks
+  const std::size_t columns = things.empty() ? 0 : things.front().size();
+  for (std::size_t column = 0; column < columns; ++column) {
+    const auto says = [column](const Facts& facts) { return !facts[column].text.empty(); };
+    if (std::none_of(things.begin(), things.end(), says)) continue;
+    rows.front().emplace_back(things.front()[column].name);
+    for (std::size_t i = 0; i < things.size(); ++i) rows[i + 1].push_back(things[i][column].text);
+  }
+  if (columns < 2) rows.erase(rows.begin());
+  return Columns(rows);
+}
+
+std::vector<Facts> AllClasses() {
+  std::vector<Facts> classes;
+  for (const IClass* cl : IClass::Globle().Classes()) classes.push_back(ClassFacts(*cl));
+  return classes;
+}
+
+std::vector<Facts> AllSources() {
+  std::vector<Facts> sources;
+  for (const auto& source : capture::CaptureRegistry::Globle().Sources()) {
+    sources.push_back({TextFact("name", source.name), TextFact("description", source.description)});
+  }
+  return sources;
+}
+
+std::vector<Facts> Names(const std::vector<std::string>& names) {
+  std::vector<Facts> things;
+  things.reserve(names.size());
+  for (const auto& name : names) things.push_back({TextFact("name", name)});
+  return things;
+}
+
+/// One kind of what there is.
+struct Section {
+  const char* key;
+  std::string title;
+  std::vector<Facts> things;
+};
+
+std::vector<Section> Inventory() {
+  const KeptOutput others;
+  capture::LoadAvModule();
+  const auto& loader = base::PluginLoader::Globle();
+  return {{"plugins", "Plug-ins", Names(loader.Libraries())},
+          {"classes", "Classes, found by name or by keywords of it", AllClasses()},
+          {"sources", "Capture sources, for connect={pv:NAME,OPTION=VALUE,...}", AllSources()},
+          {"commands", "Commands of the shell", Names(base::CommandTable::Globle().Names())},
+          {"functions", "Functions, for the shell's \"call\"", Names(FunctionNames())}};
+}
+
+}  // namespace
+
+std::vector<std::string> FunctionNames() {
+  return base::PluginLoader::Globle().Exports(FunctionPrefix);
+}
+
+std::string PortsText(const stream::IElement& element) {
+  std::string text;
+  const auto add = [&text](const char* direction, const auto& ports) {
+    for (const auto& port : ports) {
+      const std::string caps = port->Caps();
+      text +=
+          (text.empty() ? "" : ", ") + std::string(direction) + " " + (caps.empty() ? "any" : caps);
+    }
+  };
+  add("in", element.HostState().inputs);
+  add("out", element.HostState().outputs);
+  return text;
+}
+
+std::string ClassesText() { return FactsTable(AllClasses()); }
+
+ClassView::ClassView(IClass& cl, const std::string& asked) : _facts(ClassFacts(cl)) {
+  const KeptOutput others;
+  const Sample sample(cl);
+  if (const auto* element = dynamic_cast<const stream::IElement*>(sample.Get())) {
+    _facts.push_back(TextFact("ports", PortsText(*element)));
+  }
+  if (cl.ID() != base::Hash(asked.c_str())) {
+    base::Arr32 keywords;
+    keywords.Add(asked.c_str(), '-');
+    std::vector<std::string> also;
+    for (const IClass* other : IClass::Globle().Classes()) {
+      if (other != &cl && other->Keywords().ContainsAll(keywords)) also.push_back(other->Name());
+    }
+    _facts.push_back({"also", also.empty() ? "" : base::Joined(also), JsonTexts(also)});
+  }
+  for (const auto* property : cl.Properties()) {
+    _properties.push_back(PropertyFacts(*property, sample.Get()));
+  }
+}
+
+std::string ClassView::Text() const {
+  std::vector<std::vector<std::string>> rows;
+  for (const Fact& fact : _facts) {
+    if (!fact.text.empty()) rows.push_back({fact.name, fact.text});
+  }
+  return Columns(rows) + (_properties.empty() ? "" : "properties\n" + FactsTable(_properties));
+}
+
+std::string ClassView::Json() const {
+  auto members = FactMembers(_facts);
+  members.emplace_back("properties", JsonArray(FactsJson(_properties)));
+  return JsonObject(members);
+}
+
+std::string InventoryText() {
+  std::string text;
+  for (const Section& section : Inventory()) {
+    text += (text.empty() ? "" : "\n") + section.title + "\n" + FactsTable(section.things);
+  }
+  return text;
+}
+
+std::string InventoryJson() {
+  std::vector<JsonMember> members;
+  for (const Section& section : Inventory()) {
+    members.emplace_back(section.key, JsonArray(FactsJson(section.things)));
+  }
+  return JsonObject(members);
+}
+
+}  // namespace nimbo::cli

@@ -1,0 +1,59 @@
+#include "host/cli/terminal/ControlLoop.h"
+
+#include <poll.h>
+
+#include <algorithm>
+
+#include "host/stream/ControlQueue.h"
+
+namespace nimbo::cli {
+
+namespace {
+
+/// The longest single wait; a limit that poll's milliseconds can hold.
+constexpr std::chrono::hours LongestWait{1};
+
+/// Milliseconds until `until`, rounded up so that the wait does not end too early.
+int Remaining(ControlLoop::Clock::time_point until) {
+  const auto now = ControlLoop::Clock::now();
+  if (until <= now) return 0;
+  if (until - now > LongestWait) until = now + LongestWait;
+  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(until - now).count());
+}
+
+}  // namespace
+
+ControlLoop::Woken ControlLoop::Wait(int input, Clock::time_point until, Screen* screen,
+                                     bool signals) {
+  Woken woken;
+  do {
+    woken = WaitOrWork(input, until, screen, signals);
+  } while (woken == Woken::Work);
+  return woken;
+}
+
+ControlLoop::Woken ControlLoop::WaitOrWork(int input, Clock::time_point until, Screen* screen,
+                                           bool signals) {
+  auto& queue = stream::ControlQueue::Globle();
+  enum { Work, Signal, Printed, Input, Count };
+  while (true) {
+    // poll passes over negative descriptors.
+    pollfd watched[Count] = {{queue.Descriptor(), POLLIN, 0},
+                             {signals ? _signals.Descriptor() : -1, POLLIN, 0},
+                             {screen ? screen->Descriptor() : -1, POLLIN, 0},
+                             {input, POLLIN, 0}};
+    if (poll(watched, Count, Remaining(until)) < 0) continue;
+    if (watched[Printed].revents) screen->Pass();
+    if (watched[Work].revents) {
+      if (screen) screen->Hide();
+      queue.Run();
+      if (screen) screen->Show();
+    }
+    if (watched[Signal].revents) return Woken::Signal;
+    if (watched[Input].revents) return Woken::Input;
+    if (Clock::now() >= until) return Woken::Deadline;
+    if (watched[Work].revents) return Woken::Work;
+  }
+}
+
+}  // namespace nimbo::cli

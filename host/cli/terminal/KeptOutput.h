@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "posix/FileDescriptor.h"
+
+namespace nimbo::cli {
+
+/// Keeps standard output for what a program was asked for: while it lives, everything else that is
+/// printed there goes to standard error. [control]
+class KeptOutput {
+ public:
+  KeptOutput();
+  KeptOutput(const KeptOutput&) = delete;
+  KeptOutput& operator=(const KeptOutput&) = delete;
+  ~KeptOutput();
+
+  /// Writes a text to the standard output that is kept, at once. False when that fails.
+  bool Write(const std::string& text);
+
+ private:
+  FileDescriptor _out;
+};
+
+}  // namespace nimbo::cli

@@ -1,0 +1,183 @@
+#include "host/publication/Capture.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "host/base/Nearest.h"
+#include "host/base/Pin.h"
+#include "host/stream/Message.h"
+#include "host/stream/State.h"
+#include "nimbo/stream/factory.h"
+
+namespace nimbo::cli {
+
+const char* const DefaultEncoder = "h264-0,W=1920,H=1080,fr=30,br=6000000,gopTypeStr=ibbp,gop=30";
+
+namespace {
+
+/// Files that hold nothing but one stream, which the host reads itself, by the end of their names.
+struct Elementary {
+  const char* suffix;
+  const char* key;
+};
+constexpr Elementary ElementaryFiles[] = {
+    {".h264", "video"}, {".264", "video"}, {".aac", "audio"}, {".adts", "audio"}};
+
+const char* ElementaryKey(const std::string& input) {
+  for (const auto& file : ElementaryFiles) {
+    const std::string suffix = file.suffix;
+    if (input.size() > suffix.size() &&
+        std::equal(suffix.rbegin(), suffix.rend(), input.rbegin(),
+                   [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); }))
+      return file.key;
+  }
+  return nullptr;
+}
+
+/// Texts in braces are taken as they are, so long as their own braces match.
+bool BracesMatch(const std::string& text) {
+  int depth = 0;
+  for (const char character : text) {
+    if (character == '{') ++depth;
+    if (character == '}' && --depth < 0) return false;
+  }
+  return depth == 0;
+}
+
+/// The end of a line about a file that cannot be opened: one beside it that was meant, if any.
+std::string NearbyFile(const std::string& input) {
+  namespace fs = std::filesystem;
+  const fs::path folder = fs::path(input).parent_path();
+  std::vector<std::string> files;
+  std::error_code error, unclear;
+  fs::directory_iterator entry(folder.empty() ? "." : folder, error);
+  for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+    if (entry->is_directory(unclear)) continue;
+    files.push_back((folder / entry->path().filename()).string());
+  }
+  return base::DidYouMean(input, files);
+}
+
+bool CheckInput(const std::string& input, std::string& error) {
+  if (!BracesMatch(input)) {
+    error = "the name \"" + input + "\" has a brace without its other half, which cannot be given";
+    return false;
+  }
+  if (input == "-" || input.find("://") != std::string::npos) return true;
+  // It is not opened yet: that would wait for the writer of a named pipe, and then end it.
+  if (access(input.c_str(), R_OK) == 0) return true;
+  error = "cannot open \"" + input + "\": " + std::strerror(errno);
+  error += NearbyFile(input);
+  return false;
+}
+
+std::string CameraText(const std::string& encoder) {
+  return "type=pipeline,serialize={shm-source:connect={pv:" + encoder +
+         ",plenckeys=vfrc-fifo}+fifofilter:max=60+RingSink}+type=pipeline,serialize={shm-source:"
+         "connect={pv:aac-1,plenckeys=fifo}+fifofilter:max=128+RingSink}";
+}
+
+}  // namespace
+
+bool InputConnection(const std::vector<std::string>& inputs, std::string& text,
+                     std::string& error) {
+  std::string elementary;
+  for (const auto& input : inputs) {
+    if (!CheckInput(input, error)) return false;
+    const char* key = ElementaryKey(input);
+    if (!key && inputs.size() > 1) {
+      error = "several inputs are one elementary video and one elementary audio file, which \"" +
+              input + "\" is not";
+      return false;
+    }
+    if (key && elementary.find("," + std::string(key) + "=") != std::string::npos) {
+      error = "\"" + input + "\" is a second " + key + " file";
+      return false;
+    }
+    if (key) elementary += "," + std::string(key) + "={" + input + "}";
+  }
+  text = elementary.empty() ? "av,url={" + inputs.at(0) + "}" : "es" + elementary;
+  return true;
+}
+
+bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error) {
+  if (!options.configuration.empty()) {
+    text = options.configuration;
+    return true;
+  }
+  if (options.inputs.empty()) {
+    text = CameraText(options.encoder.empty() ? DefaultEncoder : options.encoder);
+    return true;
+  }
+  std::string connection;
+  if (!InputConnection(options.inputs, connection, error)) return false;
+  text = "type=pipeline,serialize={shm-source:connect={pv:" + connection + "}+RingSink}";
+  return true;
+}
+
+CaptureView::CaptureView()
+    : _listener(stream::MessageListeners::Globle().Add([this](const stream::Message& message) {
+        if (message.name == "end_of_stream") ++_ended;
+      })) {}
+
+CaptureView::~CaptureView() { stream::MessageListeners::Globle().Remove(_listener); }
+
+bool CaptureView::Find() {
+  for (auto& pin : base::Pin::All(stream::Factory::Globle()))
+    if (auto* application = dynamic_cast<stream::Application*>(&*pin)) _application = application;
+  return _application != nullptr;
+}
+
+CaptureCount CaptureView::Count() const {
+  CaptureCount count;
+  for (auto* ring : Rings()) {
+    const auto* media = ring->Media(std::chrono::nanoseconds(1));
+    if (!media) continue;
+    const bool video = base::Hash(media->Codec()) == base::Hash("h264");
+    (video ? count.videoPackets : count.audioPackets) += ring->WritePosition();
+  }
+  for (auto* element : Elements()) {
+    std::string bytes;
+    if (!element->HostState().Rings().empty() && element->GetStr("bytes", bytes))
+      count.bytes += std::strtoull(bytes.c_str(), nullptr, 10);
+  }
+  return count;
+}
+
+bool CaptureView::Ended() const {
+  const auto elements = Elements();
+  // Sources are the elements that nothing is delivered to.
+  return _ended >= std::count_if(elements.begin(), elements.end(),
+                                 [](auto* element) { return element->HostState().inputs.empty(); });
+}
+
+bool CaptureView::Empty() const {
+  const auto elements = Elements();
+  return std::all_of(elements.begin(), elements.end(), [](auto* element) {
+    std::string queued;
+    return !element->GetStr("queued", queued) || queued == "0";
+  });
+}
+
+std::vector<stream::PacketRing*> CaptureView::Rings() const {
+  std::vector<stream::PacketRing*> rings;
+  _application->OutputList(rings, true);
+  return rings;
+}
+
+std::vector<stream::IElement*> CaptureView::Elements() const {
+  std::vector<stream::IElement*> elements;
+  for (auto* pipeline : _application->HostState().pipelines) {
+    const auto& own = pipeline->HostState().elements;
+    elements.insert(elements.end(), own.begin(), own.end());
+  }
+  return elements;
+}
+
+}  // namespace nimbo::cli
