@@ -13,17 +13,17 @@
 #include "host/stream/Media.h"
 #include "host/stream/PacketPool.h"
 #include "host/stream/RingBuffer.h"
-#include "plugin/rtmp/AacTag.h"
-#include "plugin/rtmp/AvcTag.h"
-#include "plugin/rtmp/session/ChunkWriter.h"
+#include "plugin/bytes/AacTag.h"
+#include "plugin/bytes/AvcTag.h"
+#include "plugin/session/GatheredWrite.h"
 
 namespace {
 
-using nimbo::plugin::rtmp::AacFormat;
-using nimbo::plugin::rtmp::Bytes;
-using nimbo::plugin::rtmp::ByteWriter;
-using nimbo::plugin::rtmp::ChunkHeader;
-using nimbo::plugin::rtmp::ChunkWriter;
+using nimbo::plugin::AacFormat;
+using nimbo::plugin::Bytes;
+using nimbo::plugin::ByteWriter;
+using nimbo::plugin::ChunkedMessage;
+using nimbo::plugin::MessageHeader;
 
 /// Bytes of a picture and of a frame of sound at 6 Mb/s, 30 pictures a second, and 128 kb/s.
 constexpr std::int64_t PictureSize = 25000;
@@ -43,15 +43,15 @@ std::vector<unsigned char> AccessUnit(std::size_t size) {
 void SliceScan(benchmark::State& state) {
   const auto unit = AccessUnit(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
-    benchmark::DoNotOptimize(nimbo::plugin::rtmp::FindFirstSlice({unit.data(), unit.size()}));
+    benchmark::DoNotOptimize(nimbo::plugin::FindFirstSlice({unit.data(), unit.size()}));
   }
 }
 BENCHMARK(SliceScan)->Arg(1000)->Arg(PictureSize)->Arg(1000000);
 
 void AvcFrameHeader(benchmark::State& state) {
-  unsigned char header[nimbo::plugin::rtmp::AvcFrameHeaderSize];
+  unsigned char header[nimbo::plugin::AvcFrameHeaderSize];
   for (auto _ : state) {
-    nimbo::plugin::rtmp::WriteAvcFrameHeader(header, true, PictureSize);
+    nimbo::plugin::WriteAvcFrameHeader(header, true, PictureSize);
     benchmark::DoNotOptimize(header);
   }
 }
@@ -60,10 +60,10 @@ BENCHMARK(AvcFrameHeader);
 /// What the copying mode adds to it.
 void AvcBodyCopied(benchmark::State& state) {
   const auto unit = AccessUnit(PictureSize);
-  std::vector<unsigned char> body(PictureSize + nimbo::plugin::rtmp::AvcFrameHeaderSize);
+  std::vector<unsigned char> body(PictureSize + nimbo::plugin::AvcFrameHeaderSize);
   for (auto _ : state) {
     ByteWriter writer(body.data() +
-                      nimbo::plugin::rtmp::WriteAvcFrameHeader(body.data(), true, unit.size()));
+                      nimbo::plugin::WriteAvcFrameHeader(body.data(), true, unit.size()));
     writer.bytes({unit.data(), unit.size()});
     benchmark::ClobberMemory();
   }
@@ -73,9 +73,9 @@ BENCHMARK(AvcBodyCopied);
 
 void AacBodyCopied(benchmark::State& state) {
   const std::vector<unsigned char> frame(SoundSize, Filler);
-  unsigned char body[SoundSize + nimbo::plugin::rtmp::AacFrameHeaderSize];
+  unsigned char body[SoundSize + nimbo::plugin::AacFrameHeaderSize];
   for (auto _ : state) {
-    ByteWriter writer(body + nimbo::plugin::rtmp::WriteAacFrameHeader(body));
+    ByteWriter writer(body + nimbo::plugin::WriteAacFrameHeader(body));
     writer.bytes({frame.data(), frame.size()});
     benchmark::ClobberMemory();
   }
@@ -83,10 +83,10 @@ void AacBodyCopied(benchmark::State& state) {
 BENCHMARK(AacBodyCopied);
 
 void AacSequenceHeader(benchmark::State& state) {
-  unsigned char body[nimbo::plugin::rtmp::AacSequenceHeaderSize];
+  unsigned char body[nimbo::plugin::AacSequenceHeaderSize];
   const AacFormat format{1, 2, 44100};
   for (auto _ : state) {
-    nimbo::plugin::rtmp::WriteAacSequenceHeader(body, format);
+    nimbo::plugin::WriteAacSequenceHeader(body, format);
     benchmark::DoNotOptimize(body);
   }
 }
@@ -116,11 +116,12 @@ void ChunksWritten(benchmark::State& state) {
     }
   });
   const auto unit = AccessUnit(PictureSize);
-  unsigned char head[nimbo::plugin::rtmp::AvcFrameHeaderSize] = {};
-  const ChunkHeader header = {4, 9, 1000, sizeof head + unit.size(), 1};
+  unsigned char head[nimbo::plugin::AvcFrameHeaderSize] = {};
+  const MessageHeader header = {4, 9, 1000, sizeof head + unit.size(), 1};
   for (auto _ : state) {
-    const ChunkWriter writer(header, static_cast<std::size_t>(state.range(0)));
-    if (!writer.Write(ends[0], {head, sizeof head}, {unit.data(), unit.size()})) break;
+    ChunkedMessage message(header, static_cast<std::size_t>(state.range(0)), {head, sizeof head},
+                           {unit.data(), unit.size()});
+    if (!nimbo::plugin::WriteGathered(ends[0], message)) break;
   }
   state.SetBytesProcessed(state.iterations() * PictureSize);
   close(ends[0]);

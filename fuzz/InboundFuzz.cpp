@@ -24,7 +24,7 @@ test::IngestServer::Securer Securer() {
 
 void Run(FuzzedDataProvider in) {
   static Wire wire(Securer());
-  plugin::rtmp::RtmpSession& session = wire.Session();
+  plugin::RtmpSession& session = wire.Session();
   if (!session.Connected()) wire.Connect();
   const int ending = in.ConsumeIntegral<std::uint8_t>() % Seldom;
   const bool reset = ending == 2;

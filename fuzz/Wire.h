@@ -18,7 +18,7 @@ class Wire final : public plugin::rtmp::MediaSender {
 
   /// Makes a fresh connection.
   void Connect();
-  plugin::rtmp::RtmpSession& Session() { return _rtmp; }
+  plugin::RtmpSession& Session() { return _rtmp; }
   test::Transport& Server() { return *_server; }
   /// The server's socket, below TLS.
   int Socket() const { return _socket; }

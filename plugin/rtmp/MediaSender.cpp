@@ -5,8 +5,8 @@
 
 #include "nimbo/base/exit_call.h"
 #include "nimbo/base/platform.h"
-#include "plugin/rtmp/AacTag.h"
-#include "plugin/rtmp/AvcTag.h"
+#include "plugin/bytes/AacTag.h"
+#include "plugin/bytes/AvcTag.h"
 
 namespace nimbo::plugin::rtmp {
 

@@ -4,9 +4,9 @@
 #include <cstdint>
 
 #include "nimbo/stream/packet.h"
-#include "plugin/rtmp/FlvTag.h"
+#include "plugin/bytes/FlvTag.h"
 #include "plugin/rtmp/SendBuffers.h"
-#include "plugin/rtmp/session/RtmpSession.h"
+#include "plugin/session/RtmpSession.h"
 
 namespace nimbo::plugin::rtmp {
 

@@ -6,7 +6,7 @@
 #include "base/reflect/TClass.h"
 #include "nimbo/base/platform.h"
 #include "plugin/rtmp/Getter.h"
-#include "plugin/rtmp/session/SigPipeGuard.h"
+#include "plugin/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
 

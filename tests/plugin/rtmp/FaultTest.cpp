@@ -5,7 +5,7 @@
 
 #include "host/stream/ControlQueue.h"
 #include "host/stream/Message.h"
-#include "plugin/rtmp/session/RtmpSession.h"
+#include "plugin/session/RtmpSession.h"
 #include "tests/plugin/rtmp/Publisher.h"
 #include "tests/support/TlsServer.h"
 
@@ -16,8 +16,8 @@
 namespace nimbo::test {
 namespace {
 
-using plugin::rtmp::RtmpSession;
-using plugin::rtmp::SessionLimits;
+using plugin::RtmpSession;
+using plugin::SessionLimits;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;

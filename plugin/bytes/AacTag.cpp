@@ -1,8 +1,10 @@
-#include "plugin/rtmp/AacTag.h"
+#include "plugin/bytes/AacTag.h"
 
 #include <cassert>
 
-namespace nimbo::plugin::rtmp {
+#include "plugin/bytes/FlvTag.h"
+
+namespace nimbo::plugin {
 
 namespace {
 
@@ -67,4 +69,4 @@ std::size_t WriteAacFrameHeader(unsigned char* out) {
   return writer.Written();
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "plugin/rtmp/FlvTag.h"
+#include "plugin/bytes/Bytes.h"
 
 /// FLV audio tag bodies with an AAC payload. Pure functions over memory that the caller owns.
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 constexpr std::size_t AacSequenceHeaderSize = 4;
 /// Length of the fixed fields in front of a frame's payload.
@@ -29,4 +29,4 @@ std::size_t WriteAacSequenceHeader(unsigned char* out, const AacFormat& format);
 /// Writes the AacFrameHeaderSize bytes in front of a raw frame. Returns their number.
 std::size_t WriteAacFrameHeader(unsigned char* out);
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// Keeps what librtmp says in the calling thread while it exists, so that a step that fails can be
 /// explained, and keeps librtmp's own lines off the console.
@@ -38,4 +38,4 @@ class LibrtmpLog {
 /// it can be shown. `name` is the stream name as librtmp reads it; may be empty.
 std::string HideSecrets(std::string text, const std::string& url, const std::string& name);
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -1,11 +1,11 @@
-#include "plugin/rtmp/session/LibrtmpLog.h"
+#include "plugin/session/LibrtmpLog.h"
 
 #include <cstdio>
 #include <cstring>
 
 #include <librtmp/log.h>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 namespace {
 
@@ -89,4 +89,4 @@ std::string HideSecrets(std::string text, const std::string& url, const std::str
   return text;
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -1,4 +1,4 @@
-#include "plugin/rtmp/session/Connector.h"
+#include "plugin/session/Connector.h"
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -11,7 +11,7 @@
 #include <memory>
 #include <system_error>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 namespace {
 
@@ -108,4 +108,4 @@ Connector::Result Connector::Connect(const std::string& host, unsigned port, mil
   return {-1, problem};
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

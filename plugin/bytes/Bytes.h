@@ -2,33 +2,14 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 
-/// The constants of FLV audio and video tag bodies that this plug-in writes (Adobe Flash Video File
-/// Format 10.1, annex E.4). The byte tables stand in docs/wire-format.md.
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// A view over memory that its caller owns.
 struct Bytes {
   const unsigned char* data = nullptr;
   std::size_t size = 0;
 };
-
-/// RTMP message types that carry media (RTMP 1.0, 7.1).
-enum class MessageType : unsigned char { Audio = 8, Video = 9 };
-
-/// High four bits of a video tag's first byte.
-enum class FrameType : unsigned char { Key = 1, Inter = 2 };
-/// Low four bits of a video tag's first byte.
-enum class CodecId : unsigned char { Avc = 7 };
-enum class AvcPacketType : unsigned char { SequenceHeader = 0, Nalu = 1 };
-
-/// High four bits of an audio tag's first byte.
-enum class SoundFormat : unsigned char { Aac = 10 };
-enum class AacPacketType : unsigned char { SequenceHeader = 0, Raw = 1 };
-
-/// The largest message body that a chunk header's 24-bit length can tell.
-constexpr std::size_t MaxMessageBody = 0xFFFFFF;
 
 /// Writes big-endian fields one behind the other into memory that the caller has made large enough.
 class ByteWriter {
@@ -56,4 +37,4 @@ class ByteWriter {
   unsigned char* _next;
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// A TCP connection in the making: name look-up (IPv6 and IPv4), a connect that ends by a deadline,
 /// and the socket options of a publisher.
@@ -33,4 +33,4 @@ class Connector {
   static void AcknowledgeNow(int socket);
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -5,12 +5,12 @@
 #include <cstdlib>
 #include <thread>
 
-#include "plugin/rtmp/session/RtmpSession.h"
+#include "plugin/session/RtmpSession.h"
 #include "tests/support/IngestServer.h"
 #include "tests/support/MediaSamples.h"
 #include "tests/support/TlsServer.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 namespace {
 
 using std::chrono::milliseconds;
@@ -212,4 +212,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& server) { return std::string(server.param.what); });
 
 }  // namespace
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

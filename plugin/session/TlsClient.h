@@ -7,7 +7,7 @@
 
 #include <gnutls/gnutls.h>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// What a connection trusts: certificates and whether they are checked at all.
 class TlsTrust {
@@ -57,4 +57,4 @@ class TlsClient {
   gnutls_certificate_credentials_t _credentials = nullptr;
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

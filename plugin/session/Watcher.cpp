@@ -1,4 +1,4 @@
-#include "plugin/rtmp/session/Watcher.h"
+#include "plugin/session/Watcher.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -11,7 +11,7 @@
 #include <system_error>
 #include <thread>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 Watcher& Watcher::Globle() {
   // Never destroyed: the thread may still be leaving when the process ends.
@@ -96,4 +96,4 @@ Watcher::Clock::time_point Watcher::FireDue() {
   return next;
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

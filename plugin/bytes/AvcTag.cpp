@@ -1,8 +1,10 @@
-#include "plugin/rtmp/AvcTag.h"
+#include "plugin/bytes/AvcTag.h"
 
 #include <cassert>
 
-namespace nimbo::plugin::rtmp {
+#include "plugin/bytes/FlvTag.h"
+
+namespace nimbo::plugin {
 
 namespace {
 
@@ -79,4 +81,4 @@ std::size_t WriteAvcFrameHeader(unsigned char* out, bool key, std::size_t payloa
   return writer.Written();
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -1,11 +1,11 @@
-#include "plugin/rtmp/session/SigPipeGuard.h"
+#include "plugin/session/SigPipeGuard.h"
 
 #include <pthread.h>
 #include <time.h>
 
 #include <cerrno>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 namespace {
 
@@ -48,4 +48,4 @@ SigPipeGuard::~SigPipeGuard() {
 
 void SigPipeGuard::Suspect() { suspected = true; }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -1,4 +1,4 @@
-#include "plugin/rtmp/session/TlsClient.h"
+#include "plugin/session/TlsClient.h"
 
 #include <arpa/inet.h>
 #include <gnutls/x509.h>
@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 namespace {
 
@@ -139,4 +139,4 @@ ssize_t TlsClient::Pull(gnutls_transport_ptr_t transport, void* data, std::size_
   return result;
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -2,11 +2,11 @@
 
 #include <memory>
 
-#include "plugin/rtmp/AacTag.h"
-#include "plugin/rtmp/AvcTag.h"
+#include "plugin/bytes/AacTag.h"
+#include "plugin/bytes/AvcTag.h"
 #include "tests/support/MediaSamples.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 namespace {
 
 using Octets = test::Bytes;
@@ -88,4 +88,4 @@ TEST(AacTag, AudioSpecificConfigFollowsItsTables) {
 }
 
 }  // namespace
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -1,4 +1,4 @@
-#include "plugin/rtmp/session/LibrtmpTls.h"
+#include "plugin/session/LibrtmpTls.h"
 
 #include <dlfcn.h>
 #include <link.h>
@@ -7,7 +7,7 @@
 
 #include <librtmp/rtmp.h>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 namespace {
 
@@ -36,4 +36,4 @@ bool LibrtmpUsesGnuTls() {
   return uses;
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

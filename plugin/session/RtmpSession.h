@@ -6,13 +6,13 @@
 
 #include <librtmp/rtmp.h>
 
-#include "plugin/rtmp/FlvTag.h"
-#include "plugin/rtmp/session/Limits.h"
-#include "plugin/rtmp/session/TlsClient.h"
-#include "plugin/rtmp/session/Watcher.h"
+#include "plugin/bytes/Chunk.h"
+#include "plugin/session/Limits.h"
+#include "plugin/session/TlsClient.h"
+#include "plugin/session/Watcher.h"
 #include "sync/Mutex.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 class LibrtmpLog;
 
@@ -146,4 +146,4 @@ class RtmpSession {
   int _control GUARDED_BY(_mutex) = -1;  ///< a duplicate of the connection's socket
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

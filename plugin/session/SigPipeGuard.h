@@ -2,7 +2,7 @@
 
 #include <signal.h>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// Keeps SIGPIPE from the calling thread while librtmp writes, which it does without MSG_NOSIGNAL:
 /// blocks it, takes away one that a failed write raised, and restores the thread's mask. The
@@ -24,4 +24,4 @@ class SigPipeGuard {
   sigset_t _previous = {};
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

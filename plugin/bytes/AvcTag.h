@@ -2,10 +2,10 @@
 
 #include <cstddef>
 
-#include "plugin/rtmp/FlvTag.h"
+#include "plugin/bytes/Bytes.h"
 
 /// FLV video tag bodies with an AVC payload. Pure functions over memory that the caller owns.
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// Length of the fixed fields in front of a frame's payload.
 constexpr std::size_t AvcFrameHeaderSize = 9;
@@ -33,4 +33,4 @@ std::size_t WriteAvcSequenceHeader(unsigned char* out, Bytes sps, Bytes pps);
 /// number.
 std::size_t WriteAvcFrameHeader(unsigned char* out, bool key, std::size_t payloadSize);
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

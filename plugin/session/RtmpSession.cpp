@@ -1,4 +1,4 @@
-#include "plugin/rtmp/session/RtmpSession.h"
+#include "plugin/session/RtmpSession.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -8,13 +8,13 @@
 #include <cstdlib>
 #include <utility>
 
-#include "plugin/rtmp/session/ChunkWriter.h"
-#include "plugin/rtmp/session/Connector.h"
-#include "plugin/rtmp/session/LibrtmpLog.h"
-#include "plugin/rtmp/session/LibrtmpTls.h"
-#include "plugin/rtmp/session/SigPipeGuard.h"
+#include "plugin/session/Connector.h"
+#include "plugin/session/GatheredWrite.h"
+#include "plugin/session/LibrtmpLog.h"
+#include "plugin/session/LibrtmpTls.h"
+#include "plugin/session/SigPipeGuard.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 namespace {
 
@@ -437,12 +437,12 @@ bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t times
                               Bytes tail) {
   if (!_rtmp) return false;
   const Operation operation(*this, Activity::Sending);
-  const ChunkHeader header = {channel, static_cast<unsigned char>(type), timestamp,
-                              head.size + tail.size, StreamId()};
-  const ChunkWriter writer(header, static_cast<std::size_t>(_rtmp->m_outChunkSize));
-  const bool sent =
-      _own_tls ? writer.Write(static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl), head, tail)
-               : writer.Write(_rtmp->m_sb.sb_socket, head, tail);
+  ChunkedMessage message(
+      {channel, static_cast<unsigned char>(type), timestamp, head.size + tail.size, StreamId()},
+      static_cast<std::size_t>(_rtmp->m_outChunkSize), head, tail);
+  const bool sent = _own_tls
+                        ? WriteGathered(static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl), message)
+                        : WriteGathered(_rtmp->m_sb.sb_socket, message);
   if (!sent) {
     // Neither of the writes above raises the signal; librtmp's goodbye does.
     const SigPipeGuard guard;
@@ -492,4 +492,4 @@ std::string RtmpSession::TakeRemark() {
   return remark.empty() ? warning : remark;
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

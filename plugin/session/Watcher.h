@@ -6,7 +6,7 @@
 
 #include "sync/Mutex.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// Ends blocking socket operations that take too long, by shutting the socket down under them. One
 /// thread serves the whole plug-in; it runs only while something is being watched. [any]
@@ -51,4 +51,4 @@ class Watcher {
   bool _running GUARDED_BY(_mutex) = false;
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// How long a session lets things take. Tests scale them down.
 struct SessionLimits {
@@ -20,4 +20,4 @@ struct SessionLimits {
   Duration close{2000};
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin
