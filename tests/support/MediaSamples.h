@@ -1,21 +1,14 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "common/Held.h"
 #include "host/stream/Media.h"
 #include "nimbo/stream/packet.h"
 #include "tests/support/Bytes.h"
 
 namespace nimbo::test {
-
-struct Releaser {
-  void operator()(base::Reference* counted) const { counted->Release(); }
-};
-/// One reference to a counted object.
-template <class T>
-using Held = std::unique_ptr<T, Releaser>;
 
 constexpr std::int64_t Millisecond = 1000000;  ///< in nanoseconds
 

@@ -18,7 +18,6 @@ namespace nimbo::capture {
 namespace {
 
 using test::Bytes;
-using test::Held;
 using test::Millisecond;
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -20,14 +20,14 @@ class PacketQueueTest : public testing::Test {
   std::vector<std::uint32_t> Drain() {
     std::vector<std::uint32_t> sequences;
     while (!queue.Empty()) {
-      const test::Held<Packet> packet(queue.Pop());
+      const Held<Packet> packet(queue.Pop());
       sequences.push_back(packet->Sequence());
     }
     return sequences;
   }
 
-  const test::Held<Media> video = test::VideoMedia();
-  const test::Held<Media> audio = test::AudioMedia();
+  const Held<Media> video = test::VideoMedia();
+  const Held<Media> audio = test::AudioMedia();
   PacketQueue queue;
 };
 

@@ -11,8 +11,6 @@
 namespace nimbo::stream {
 namespace {
 
-using test::Held;
-
 Held<HostPacket> Take(PacketPool& pool, unsigned int size) {
   Held<HostPacket> packet(pool.New(size));
   std::memset(packet->Bytes(), 0x5A, size);  // all of it must be there

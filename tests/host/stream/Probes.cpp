@@ -96,9 +96,9 @@ ApplicationHolder NewApplication(const char* name, const std::string& text) {
   return application;
 }
 
-std::unique_ptr<HostPacket, PacketReleaser> NewPacket() {
+Held<HostPacket> NewPacket() {
   static PacketPool pool;
-  std::unique_ptr<HostPacket, PacketReleaser> packet(pool.New(1));
+  Held<HostPacket> packet(pool.New(1));
   packet->Describe(1, true, 0, 0, nullptr);
   return packet;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/reflect/Class.h"
+#include "common/Held.h"
 #include "host/stream/PacketPool.h"
 #include "host/stream/RingBuffer.h"
 #include "host/stream/State.h"
@@ -125,9 +126,6 @@ T& ElementAt(const std::string& path) {
 }
 
 /// A packet without content.
-struct PacketReleaser {
-  void operator()(Packet* packet) const { packet->Release(); }
-};
-std::unique_ptr<HostPacket, PacketReleaser> NewPacket();
+Held<HostPacket> NewPacket();
 
 }  // namespace nimbo::stream::test

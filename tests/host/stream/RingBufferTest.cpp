@@ -9,7 +9,6 @@
 namespace nimbo::stream {
 namespace {
 
-using test::Held;
 using test::NewPacket;
 using namespace std::chrono_literals;
 using Reader = IRing<Packet*>::Reader;
