@@ -1,61 +1,14 @@
-#include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <ctime>
 
+#include "common/SigPipeGuard.h"
+#include "common/WriteAll.h"
 #include "nimbo/base/ostream.h"
 #include "sync/Mutex.h"
 
 namespace nimbo::base {
 namespace {
-
-/// Keeps SIGPIPE from the calling thread for a scope. One that the scope itself raised is taken
-/// away again; the process-wide handling is not touched.
-class SigpipeBlock {
- public:
-  SigpipeBlock() {
-    sigemptyset(&_pipe);
-    sigaddset(&_pipe, SIGPIPE);
-    sigset_t pending;
-    _was_pending = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &_pipe, &_before);
-  }
-  SigpipeBlock(const SigpipeBlock&) = delete;
-  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
-  ~SigpipeBlock() {
-    const timespec now = {};
-    if (!_was_pending) {
-      while (sigtimedwait(&_pipe, nullptr, &now) < 0 && errno == EINTR) {
-      }
-    }
-    pthread_sigmask(SIG_SETMASK, &_before, nullptr);
-  }
-
- private:
-  sigset_t _pipe;
-  sigset_t _before;
-  bool _was_pending;
-};
-
-/// One write, and more only for what a full pipe or an interruption has left. What a closed reader
-/// does not take is dropped: a console that has gone must not end the process.
-void WriteWhole(int file, const char* text, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(file, text, size);
-    if (written >= 0) {
-      text += written;
-      size -= static_cast<std::size_t>(written);
-    } else if (errno == EAGAIN) {
-      pollfd room = {file, POLLOUT, 0};
-      poll(&room, 1, -1);
-    } else if (errno != EINTR) {
-      return;
-    }
-  }
-}
 
 class Console final : public ostream {
  public:
@@ -63,9 +16,11 @@ class Console final : public ostream {
 
   void Write(const char* text, std::size_t size) override {
     const sync::Lock lock(_mutex);
-    const SigpipeBlock block;
-    std::fflush(stdout);  // what was printed with the C library comes first
-    WriteWhole(STDOUT_FILENO, text, size);
+    // A console that has gone takes nothing more, and must not end the process.
+    const SigPipeGuard guard;
+    // What was printed with the C library comes first.
+    const bool flushed = std::fflush(stdout) == 0;
+    if (!WriteAll(STDOUT_FILENO, {text, size}) || !flushed) SigPipeGuard::Suspect();
   }
 
  private:

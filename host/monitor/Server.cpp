@@ -13,9 +13,9 @@
 #include <exception>
 #include <string_view>
 
+#include "common/FileDescriptor.h"
 #include "host/monitor/Resources.h"
 #include "host/monitor/Text.h"
-#include "posix/FileDescriptor.h"
 
 namespace nimbo::monitor {
 
@@ -71,8 +71,8 @@ const char* Value(MHD_Connection* connection, MHD_ValueKind kind, const char* na
 }
 
 /// A socket that listens on the loopback interface; `port` becomes the one that it has.
-cli::FileDescriptor Listen(unsigned short& port) {
-  cli::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+FileDescriptor Listen(unsigned short& port) {
+  FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const int on = 1;
   sockaddr_in address = {};
   socklen_t size = sizeof address;
@@ -80,11 +80,10 @@ cli::FileDescriptor Listen(unsigned short& port) {
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   auto* any = reinterpret_cast<sockaddr*>(&address);
-  if (listener.Get() < 0 ||
-      setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+  if (!listener || setsockopt(listener.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
       bind(listener.Get(), any, size) != 0 || listen(listener.Get(), Backlog) != 0 ||
       getsockname(listener.Get(), any, &size) != 0) {
-    return cli::FileDescriptor();
+    return {};
   }
   port = ntohs(address.sin_port);
   return listener;
@@ -95,7 +94,7 @@ cli::FileDescriptor Listen(unsigned short& port) {
 std::unique_ptr<Server> Server::Open(const Options& options, std::string& error) {
   unsigned short port = options.port;
   auto listener = Listen(port);
-  if (listener.Get() < 0) {
+  if (!listener) {
     error = "127.0.0.1:" + std::to_string(port) + ": " + std::strerror(errno);
     return nullptr;
   }
@@ -117,7 +116,7 @@ std::unique_ptr<Server> Server::Open(const Options& options, std::string& error)
     error = "the server does not start";
     return nullptr;
   }
-  listener.Release();  // the daemon closes it
+  static_cast<void>(listener.Release());  // the daemon closes it
   return server;
 }
 

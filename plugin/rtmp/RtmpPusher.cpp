@@ -4,9 +4,9 @@
 
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
+#include "common/SigPipeGuard.h"
 #include "nimbo/base/platform.h"
 #include "plugin/rtmp/Getter.h"
-#include "plugin/session/SigPipeGuard.h"
 
 namespace nimbo::plugin::rtmp {
 

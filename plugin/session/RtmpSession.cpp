@@ -8,11 +8,11 @@
 #include <cstdlib>
 #include <utility>
 
+#include "common/SigPipeGuard.h"
 #include "plugin/session/Connector.h"
 #include "plugin/session/GatheredWrite.h"
 #include "plugin/session/LibrtmpLog.h"
 #include "plugin/session/LibrtmpTls.h"
-#include "plugin/session/SigPipeGuard.h"
 
 namespace nimbo::plugin {
 

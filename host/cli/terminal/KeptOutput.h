@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "posix/FileDescriptor.h"
+#include "common/FileDescriptor.h"
 
 namespace nimbo::cli {
 

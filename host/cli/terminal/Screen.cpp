@@ -6,6 +6,8 @@
 #include <array>
 #include <cstdio>
 
+#include "common/WriteAll.h"
+
 namespace nimbo::cli {
 
 namespace {
@@ -29,8 +31,8 @@ Screen::Screen(std::function<std::string()> erase, std::function<void()> draw)
       _terminal(Duplicate(isatty(STDOUT_FILENO) ? STDOUT_FILENO : STDERR_FILENO)) {
   int ends[2] = {-1, -1};
   if (pipe2(ends, O_CLOEXEC) != 0) return;
-  _read = FileDescriptor(ends[0]);
-  _write = FileDescriptor(ends[1]);
+  _read.Reset(ends[0]);
+  _write.Reset(ends[1]);
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
   fcntl(ends[1], F_SETPIPE_SZ, PipeCapacity);
 }
@@ -46,7 +48,7 @@ std::size_t Screen::Columns() const {
 }
 
 void Screen::Show(bool drawn) {
-  if (_shown || _write.Get() < 0) return;
+  if (_shown || !_write) return;
   std::fflush(stdout);
   if (!drawn) _draw();
   if (isatty(_out.Get())) dup2(_write.Get(), STDOUT_FILENO);
@@ -62,13 +64,13 @@ void Screen::Hide(bool keep) {
   dup2(_err.Get(), STDERR_FILENO);
   _shown = false;
   const auto printed = Printed();
-  Write((keep ? "" : _erase()) + printed);
+  WriteAll(_terminal.Get(), (keep ? "" : _erase()) + printed);
 }
 
 void Screen::Pass() {
   const auto printed = Printed();
   if (printed.empty()) return;
-  Write(_erase() + printed);
+  WriteAll(_terminal.Get(), _erase() + printed);
   _draw();
 }
 
@@ -79,14 +81,6 @@ std::string Screen::Printed() {
   while ((size = read(_read.Get(), piece.data(), piece.size())) > 0)
     text.append(piece.data(), static_cast<std::size_t>(size));
   return text;
-}
-
-void Screen::Write(const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const auto size = write(_terminal.Get(), text.data() + done, text.size() - done);
-    if (size <= 0) return;
-    done += static_cast<std::size_t>(size);
-  }
 }
 
 }  // namespace nimbo::cli

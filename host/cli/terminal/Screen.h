@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "posix/FileDescriptor.h"
+#include "common/FileDescriptor.h"
 
 namespace nimbo::cli {
 
@@ -36,7 +36,6 @@ class Screen {
 
  private:
   std::string Printed();
-  void Write(const std::string& text);
 
   std::function<std::string()> _erase;
   std::function<void()> _draw;

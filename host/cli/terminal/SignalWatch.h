@@ -3,7 +3,7 @@
 #include <atomic>
 #include <thread>
 
-#include "posix/FileDescriptor.h"
+#include "common/FileDescriptor.h"
 
 namespace nimbo::cli {
 

@@ -5,6 +5,8 @@
 #include <array>
 #include <cstdio>
 
+#include "common/WriteAll.h"
+
 namespace nimbo::cli {
 
 namespace {
@@ -14,14 +16,6 @@ constexpr std::chrono::milliseconds LogPeriod{2000};
 constexpr double Kilo = 1e3;
 constexpr double Mega = 1e6;
 constexpr double BitsPerByte = 8;
-
-void WriteTo(int descriptor, const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const auto size = write(descriptor, text.data() + done, text.size() - done);
-    if (size <= 0) return;
-    done += static_cast<std::size_t>(size);
-  }
-}
 
 }  // namespace
 
@@ -49,13 +43,13 @@ std::string BitRateText(double bitsPerSecond) {
 StatusLine::StatusLine()
     : _terminal(isatty(STDERR_FILENO) != 0),
       _screen([] { return std::string("\r\033[K"); },
-              [this] { WriteTo(_screen.Terminal(), "\r" + _shown + "\033[K"); }) {}
+              [this] { WriteAll(_screen.Terminal(), "\r" + _shown + "\033[K"); }) {}
 
 StatusLine::~StatusLine() { End(); }
 
 void StatusLine::Show(const std::string& text) {
   if (!_terminal) {
-    WriteTo(STDERR_FILENO, text + "\n");
+    WriteAll(STDERR_FILENO, text + "\n");
     return;
   }
   // A line that is wrapped could not be rewritten.
@@ -67,7 +61,7 @@ void StatusLine::Show(const std::string& text) {
 void StatusLine::End() {
   if (!_terminal || _shown.empty()) return;
   _screen.Hide(true);
-  WriteTo(_screen.Terminal(), "\n");
+  WriteAll(_screen.Terminal(), "\n");
   _shown.clear();
 }
 

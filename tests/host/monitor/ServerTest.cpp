@@ -8,14 +8,14 @@
 #include <atomic>
 #include <thread>
 
-#include "posix/FileDescriptor.h"
+#include "common/FileDescriptor.h"
 
 namespace nimbo::monitor {
 namespace {
 
 /// The answer to one request.
 std::string Get(const std::string& address, const std::string& path) {
-  const cli::FileDescriptor connection(socket(AF_INET, SOCK_STREAM, 0));
+  const FileDescriptor connection(socket(AF_INET, SOCK_STREAM, 0));
   sockaddr_in server = {};
   server.sin_family = AF_INET;
   server.sin_port = htons(static_cast<unsigned short>(std::stoi(address.substr(17))));
