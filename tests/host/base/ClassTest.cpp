@@ -31,6 +31,14 @@ class Bomb : public object {
  public:
   Bomb() { throw std::runtime_error("bang"); }
 };
+/// The class of stones that are made from a number.
+class Quarry : public IClass {
+ public:
+  Quarry() : IClass("Quarry", {}) {
+    _creator = [](void*) { return new Stone; };
+    _signature = &typeid(void (*)(int));
+  }
+};
 
 TProperty* WildProperty() {
   auto property = std::make_unique<TProperty>();
@@ -70,6 +78,36 @@ class ClassTest : public testing::Test {
 
 std::string NameOf(const IClass* cl) { return cl ? cl->Name() : "(none)"; }
 
+TEST_F(ClassTest, EachNameIsRegisteredOnceWithAllThatIsToldOfIt) {
+  const auto before = IClass::Globle().Classes();
+  IClass* wolf = TClass<>::Register<Dog>("Wolf-grey", {WildProperty(), new TProperty});
+  wolf->Init("module", 0x10002, "vendor", "author", "description");
+  EXPECT_EQ(wolf->ObjectSize(), sizeof(Dog));
+  EXPECT_EQ(*wolf->Type(), typeid(Dog));
+  EXPECT_STREQ(wolf->Module(), "module");
+  EXPECT_EQ(wolf->Version(), 0x10002u);
+  EXPECT_STREQ(wolf->Vendor(), "vendor");
+  EXPECT_STREQ(wolf->Author(), "author");
+  EXPECT_STREQ(wolf->Description(), "description");
+  wolf->Properties()[1]->Name("other");
+  std::string text;
+  ostream_string out(text);
+  *wolf >> out;
+  wolf->print(out, Dog());
+  EXPECT_EQ(text, "Wolf-grey: wild, otherwild=false\n");
+
+  test::ConsoleCapture console;
+  EXPECT_EQ(TClass<>::Register<Stone>("WOLF-grey", {}), wolf);
+  EXPECT_EQ(TClass<>::Register<Stone>(nullptr, {}), nullptr);
+  EXPECT_EQ(console.Text(),
+            "\033[31mbase/reflect/TClass.h/74/Register:\tcl,class existed:WOLF-grey\n\033[0m"
+            "\033[31mbase/reflect/TClass.h/72/Register:\t!name\n\033[0m");
+  auto expected = before;
+  expected.push_back(wolf);
+  expected.push_back(TClass<>::Register<Stone>("grey", {}));  // its keyword is free
+  EXPECT_EQ(IClass::Globle().Classes(), expected);
+}
+
 TEST_F(ClassTest, LookUpPrefersTheExactNameAndThenTheOrderOfRegistration) {
   // The second of these is registered under what are keywords of the first.
   TClass<>::Register<Stone>("Granite-pebble", {});
@@ -88,6 +126,7 @@ TEST_F(ClassTest, LookUpCanAskForAKind) {
   ClassRegistry& registry = IClass::Globle();
   EXPECT_EQ(NameOf(registry.Find("red", false, &typeid(Animal))), "Dog-animal-red");
   EXPECT_EQ(NameOf(registry.Find("red", false, &typeid(Tag))), "Robin-animal-red-breast");
+  EXPECT_EQ(NameOf(registry.Find("Stone-thing-red", true, &typeid(Animal))), "(none)");
   EXPECT_EQ(NameOf(registry.Find("Stone-thing-red", false, &typeid(Animal))), "(none)");
 }
 
@@ -100,6 +139,7 @@ TEST_F(ClassTest, NewNamesInitialisesAndListsTheObject) {
   EXPECT_TRUE(dog->Class()->IsInstance(*dog));
   EXPECT_EQ(list->Find<Animal>("REX", true), dog);
   EXPECT_EQ(IClass::New<Animal>(attrs), dog) << "the name stands for the object that has it";
+  EXPECT_EQ(dog->Class()->FindBeforeNew("rex"), dog);
   EXPECT_TRUE(dog->Configure(attrs));
   EXPECT_TRUE(dog->wild);
   test::ConsoleCapture console;
@@ -131,11 +171,13 @@ TEST_F(ClassTest, AnObjectThatCannotBeMadeIsToldInOneLine) {
   test::ConsoleCapture console;
   EXPECT_EQ(ClassRegistry::Create(*IClass::Find("Bomb", true), "bomb", "b", nullptr, nullptr),
             nullptr);
-  IClass abstract("Abstract", {});
-  EXPECT_EQ(ClassRegistry::Create(abstract, "a", "a", nullptr, nullptr), nullptr);
+  IClass* quarry = IClass::Register(new Quarry);
+  EXPECT_EQ(ClassRegistry::Create(*quarry, "q", "q", nullptr, nullptr), nullptr);
+  AttrSet attrs("type=Quarry");
+  EXPECT_EQ(IClass::New<Stone>(attrs), nullptr);
   EXPECT_EQ(console.Text(),
             "\033[31mBomb: an exception escaped: bang\n\033[0m"
-            "\033[31mAbstract: objects of this class cannot be made by name\n\033[0m");
+            "\033[31mQuarry: objects of this class cannot be made by name\n\033[0m");
 }
 
 }  // namespace

@@ -99,7 +99,7 @@ TEST(ConfigTextTest, AFaultIsToldInOneRedLineThatQuotesThePieceAndItsPosition) {
       {"a:x={b}c,y=1", "\"c\" at byte 7: nothing but a separator may follow a closing brace"},
       {"a:x=b{c}", "\"x=b{c}\" at byte 2: braces must enclose a value as a whole"},
       {std::string("a:x=\0", 5), "\"?\" at byte 4: the text holds a zero byte"},
-      {"a:\033[2J", "\"?[2J\" at byte 2" + settingHint},
+      {"a:\033[2J\x7F", "\"?[2J?\" at byte 2" + settingHint},
       {"a:" + longPiece, "\"" + longPiece.substr(0, 32) + "...\" at byte 2" + settingHint}};
   for (const FaultCase& fault : cases) {
     std::vector<ConfigEntry> entries(1);
@@ -124,12 +124,26 @@ TEST(AttrSetTest, SettingReplacesInPlaceAndNullRemoves) {
   AttrSet attrs("a=1,b=2,A=3");
   EXPECT_EQ(attrs.Entries(), (Entries{{"a", "3"}, {"b", "2"}}));
   attrs.Set("c", "x+y");
+  attrs.Set("b", "3");
   attrs.Set("A", nullptr);
   attrs.Set("d", nullptr);
-  EXPECT_EQ(attrs.ToString(false), "b=2,c={x+y}");
-  EXPECT_EQ(attrs.ToString(true), "b=2\nc=x+y\n");
+  EXPECT_EQ(attrs.ToString(false), "b=3,c={x+y}");
+  EXPECT_EQ(attrs.ToString(true), "b=3\nc=x+y\n");
   EXPECT_EQ(attrs.Get("a"), nullptr);
   EXPECT_EQ(attrs.Get(nullptr), nullptr);
+}
+
+TEST(AttrSetTest, ValuesStandInBracesWhereTheTextFormNeedsThem) {
+  const AttrSet::Entry entries[] = {{"k", "a,b"}, {"k", "a=b"}, {"k", "a+b"},  {"k", "a:b"},
+                                    {"k", "{}"},  {"k", " a"},  {"k", "b\t"},  {"url", "x"},
+                                    {"URL", ""},  {"k", ""},    {"k", "a b-c"}};
+  for (const auto& [key, value] : entries) {
+    AttrSet attrs;
+    attrs.Set(key.c_str(), value.c_str());
+    const bool plain = key == "k" && (value.empty() || value == "a b-c");
+    EXPECT_EQ(attrs.ToString(false), key + (plain ? "=" + value : "={" + value + "}"));
+    EXPECT_EQ(AttrSet(attrs.ToString(false).c_str()).Entries(), (Entries{{key, value}}));
+  }
 }
 
 TEST(ConfigTextTest, DeepBracesDoNoHarm) {

@@ -2,6 +2,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <ctime>
 #include <set>
 #include <thread>
 
@@ -19,10 +21,31 @@ std::string TextOf(const Pieces&... pieces) {
   return text;
 }
 
-TEST(ConsoleTest, ThePathIsNeverCutBehindItsEnd) {
+TEST(OstreamTest, ValuesHaveTheirTextForms) {
+  EXPECT_EQ(TextOf("a", std::string("b"), 'c', true, false, -5, 7u, 1.5), "abctruefalse-571.5");
+  EXPECT_EQ(TextOf(static_cast<const char*>(nullptr), static_cast<const void*>(nullptr),
+                   reinterpret_cast<const void*>(std::uintptr_t{0xAB})),
+            "(null)0x00xab");
+}
+
+TEST(ConsoleTest, ALineIsColourPlaceTextNewlineAndReset) {
+  const std::string path =
+      std::string(static_cast<std::size_t>(__root_path_offset), '.') + "base/Sample";
+  const Site site = {path.c_str(), 12, "f"};
   test::ConsoleCapture console;
-  Failure({"short", 1, "f"}, "x");
-  EXPECT_EQ(console.Text(), "\033[31m/1/f:\tx\n\033[0m");
+  std::fputs("printed;", stdout);  // with the C library: it comes first
+  Line(Colour::Red, site) << "a";
+  Line(Colour::Green, site) << "b" << 2;
+  Line(Colour::Yellow) << "c";
+  Line(Colour::Cyan, site) << "d";
+  EXPECT_FALSE(Failure(site, "!x"));
+  EXPECT_FALSE(Failure(site, "x", "is ", 3));
+  Failure({"short", 1, "f"}, "x");  // a path is never cut behind its end
+  EXPECT_EQ(console.Text(),
+            "printed;\033[31mbase/Sample/12/f:\ta\n\033[0m\033[32mbase/Sample/12/f:\tb2\n\033[0m"
+            "\033[33mc\n\033[0m\033[36mbase/Sample/12/f:\td\n\033[0m"
+            "\033[31mbase/Sample/12/f:\t!x\n\033[0m\033[31mbase/Sample/12/f:\tx,is 3\n\033[0m"
+            "\033[31m/1/f:\tx\n\033[0m");
 }
 
 TEST(ConsoleTest, LinesOfSeveralThreadsNeverMix) {
@@ -47,21 +70,40 @@ TEST(ConsoleTest, LinesOfSeveralThreadsNeverMix) {
   EXPECT_EQ(written, expected);
 }
 
-TEST(ConsoleTest, AConsoleThatHasGoneEndsNothing) {
+/// Whether SIGPIPE is in the set that `get` fills.
+template <class Get>
+bool HasSigpipe(Get get) {
+  sigset_t set;
+  get(&set);
+  return sigismember(&set, SIGPIPE) == 1;
+}
+const auto Blocked = [](sigset_t* set) { pthread_sigmask(SIG_SETMASK, nullptr, set); };
+
+TEST(ConsoleTest, AConsoleThatHasGoneEndsNothingAndLeavesTheSignalsAlone) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const int before = dup(STDOUT_FILENO);
   dup2(ends[1], STDOUT_FILENO);
   close(ends[0]);
   close(ends[1]);
-  Line(Colour::Green) << "to nobody";  // would raise SIGPIPE
+  const auto tellNobody = [] { Line(Colour::Green) << "to nobody"; };  // would raise SIGPIPE
+  tellNobody();
+  const bool raised = HasSigpipe(sigpending), blocked = HasSigpipe(Blocked);
+  // One that waits for the process already is its own.
+  sigset_t pipeSignal, mask;
+  sigemptyset(&pipeSignal);
+  sigaddset(&pipeSignal, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipeSignal, &mask);
+  raise(SIGPIPE);
+  tellNobody();
+  const bool kept = HasSigpipe(sigpending), keptBlocked = HasSigpipe(Blocked);
+  const timespec now = {};
+  sigtimedwait(&pipeSignal, nullptr, &now);
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   dup2(before, STDOUT_FILENO);
   close(before);
-  sigset_t set;
-  sigpending(&set);
-  EXPECT_EQ(sigismember(&set, SIGPIPE), 0);
-  pthread_sigmask(SIG_SETMASK, nullptr, &set);
-  EXPECT_EQ(sigismember(&set, SIGPIPE), 0);
+  EXPECT_FALSE(raised || blocked);
+  EXPECT_TRUE(kept && keptBlocked);
 }
 
 }  // namespace

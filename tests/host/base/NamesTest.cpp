@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/base/Nearest.h"
+#include "nimbo/base/property.h"
 
 namespace nimbo::base {
 namespace {
@@ -15,12 +16,25 @@ TEST(HashTest, TextsHaveTheirPublishedValuesAndOnlyAsciiCapitalsAreFolded) {
   EXPECT_EQ(Hash("a"), 0xE40C292Cu);
   EXPECT_EQ(Hash("rtmp-client"), 0x1C2FF402u);
   EXPECT_EQ(Hash("RTMP-Client"), Hash("rtmp-client"));
-  EXPECT_NE(Hash("\xC4"), Hash("\xE4"));  // the Latin-1 capital and small letter
-  EXPECT_NE(Hash("@"), Hash("`"));        // the neighbours of the letters' range
+  EXPECT_EQ(Hash("\xC4"), 0x410B2893u);  // the Latin-1 capital and small letter
+  EXPECT_EQ(Hash("\xE4"), 0x610B5AF3u);
+  EXPECT_NE(Hash("@"), Hash("`"));  // the neighbours of the letters' range
   EXPECT_NE(Hash("["), Hash("{"));
 }
 
 std::vector<std::uint32_t> Values(const Arr32& list) { return {list.begin(), list.end()}; }
+
+TEST(NameRecordTest, ANewNameTakesThePlaceOfTheOldOneWithAllThatBelongsToIt) {
+  IProperty record;
+  EXPECT_EQ(record.ID(), Hash(""));
+  for (const char* name : {"One-two-three", "Three--four", static_cast<const char*>(nullptr)}) {
+    EXPECT_TRUE(record.Name(name));
+  }
+  EXPECT_EQ(record.Name(), "Three--four");
+  EXPECT_EQ(record.ID(), Hash("three--four"));
+  EXPECT_EQ(record.Order(), record.ID());
+  EXPECT_EQ(Values(record.Keywords()), (std::vector{Hash("three"), Hash("four")}));
+}
 
 TEST(Arr32Test, CopiesAreIndependentBeyondTheInlineCapacity) {
   Arr32 list;
@@ -33,6 +47,8 @@ TEST(Arr32Test, CopiesAreIndependentBeyondTheInlineCapacity) {
   Arr32 assigned;
   assigned.Add(99);
   assigned = list;
+  const Arr32& same = assigned;
+  assigned = same;
   list.Clear();
   list.Add(7);
   EXPECT_EQ(Values(copy), expected);
@@ -48,6 +64,9 @@ TEST(NearestTest, IsTheChoiceWithTheFewestChangesUnlessThoseAreMany) {
                                                        {"SHM-souRcee", "shm-source"},
                                                        {"ringsink", "ring-sink"},
                                                        {"rf", "fr"},
+                                                       {"rr", "fr"},  // the first of equal ones
+                                                       {"ring-sabc", "ring-sink"},
+                                                       {"ring-sabc4", ""},
                                                        {"bitrate", ""},
                                                        {"", ""}};
   for (const auto& [name, nearest] : cases) EXPECT_EQ(Nearest(name, choices), nearest) << name;

@@ -43,18 +43,17 @@ class Pear : public object {
 TEST_F(ObjectTest, AListIsSearchedByIdentifierOrByKeywords) {
   std::atomic<bool> gone{false};
   Pear pear("fruit-green", gone);
-  Apple first("fruit-red-small"), second("fruit-red");
-  for (object* instance :
-       {static_cast<object*>(&pear), static_cast<object*>(&first), static_cast<object*>(&second)}) {
-    TestList().Add(*instance);
-  }
+  Apple first("fruit-red-small"), second("fruit-red"), hidden("fruit-green");
+  const std::vector<object*> added{&pear, &first, &second, &hidden};
+  for (object* instance : added) TestList().Add(*instance);
   TestList().Add(first);  // it keeps its place, once
   EXPECT_EQ(TestList().Find<Apple>("Fruit-Red", true), &second);
-  EXPECT_EQ(TestList().Find<Apple>("fruit-green", true), nullptr) << "that one is no apple";
+  EXPECT_EQ(TestList().Find<Apple>("fruit-green", true), nullptr) << "the first one is no apple";
   EXPECT_EQ(TestList().Find<Apple>("fruit", true), nullptr);
   EXPECT_EQ(TestList().Find<Apple>("fruit", false), &first);
   EXPECT_EQ(TestList().Find<Apple>("red-fruit", false), &first);
-  EXPECT_EQ(TestList().Find<Apple>("green", false), nullptr);
+  EXPECT_EQ(TestList().Find<Apple>("green", false), &hidden) << "the first apple";
+  EXPECT_EQ(TestList().Find<Apple>("blue", false), nullptr);
   TestList().Remove(first);
   EXPECT_EQ(TestList().Find<Apple>("red", false), &second);
 }

@@ -47,6 +47,11 @@ TEST(ParamTest, WhatIsNoIntegerIsRefusedAndLeavesTheValueAlone) {
     EXPECT_FALSE(OneParam(type, Wide).GetIntT("x", value));
     EXPECT_EQ(value, 7);
   }
+  int value = 7;
+  EXPECT_TRUE(OneParam(&typeid(int), 1).Get("x", value));
+  for (const std::type_info* type : {static_cast<const std::type_info*>(nullptr), &typeid(long)}) {
+    EXPECT_FALSE(OneParam(type, 1).Get("x", value)) << "only what is stored as exactly an int";
+  }
 }
 
 }  // namespace

@@ -24,10 +24,13 @@ TEST(PluginLoaderTest, APluginIsRegisteredOnceInItsOrderAndItsExceptionsAreTold)
   EXPECT_FALSE(loader.Load(PluginPath()));
   EXPECT_EQ(console.Text(),
             "\033[31mplug-in SampleThrowing: an exception escaped: no classes today\n\033[0m");
-  EXPECT_STREQ(Call<const char*>("fwSampleCalls"), "SampleEarly;SampleThrowing;SampleLate;");
+  EXPECT_STREQ(Call<const char*>("fwSampleCalls"),
+               "SampleEarly;SampleThrowing;SampleLate;SampleLast;");
   EXPECT_TRUE(loader.Load(PluginPath())) << "loaded and told already";
-  EXPECT_STREQ(Call<const char*>("fwSampleCalls"), "SampleEarly;SampleThrowing;SampleLate;");
-  EXPECT_EQ(loader.Names().size(), before + 3);
+  EXPECT_STREQ(Call<const char*>("fwSampleCalls"),
+               "SampleEarly;SampleThrowing;SampleLate;SampleLast;");
+  EXPECT_EQ(loader.Names().size(), before + 4);
+  EXPECT_EQ(loader.Names()[static_cast<std::size_t>(Call<int>("fwSampleNumber"))], "SampleLast");
   EXPECT_EQ(loader.Libraries().back(), PluginPath());
 }
 
@@ -35,9 +38,8 @@ TEST(PluginLoaderTest, OnlyThePluginsOwnFunctionsAreFound) {
   PluginLoader& loader = PluginLoader::Globle();
   loader.Load(PluginPath());
   EXPECT_EQ(loader.Exports("fwSample"),
-            (std::vector<std::string>{"fwSampleAnswer", "fwSampleCalls"}));
+            (std::vector<std::string>{"fwSampleCalls", "fwSampleNumber"}));
   EXPECT_TRUE(loader.Exports("fwOther").empty());
-  EXPECT_EQ(Call<int>("fwSampleAnswer"), 42);
   for (const char* name : {"fwSampleHidden", "fwSampleData", "fwSample", "printf", ""}) {
     EXPECT_EQ(loader.Symbol(name), nullptr) << name;
   }
@@ -48,6 +50,17 @@ TEST(PluginLoaderTest, WhatCannotBeLoadedIsToldInOneLine) {
   EXPECT_FALSE(PluginLoader::Globle().Load("./no-such-plugin.so"));
   ASSERT_EQ(console.Lines().size(), 1u);
   EXPECT_EQ(console.Count("cannot load the plug-in: ./no-such-plugin.so"), 1u);
+}
+
+TEST(CommandTableTest, ALaterCommandTakesThePlaceOfOneOfItsName) {
+  CommandTable& table = CommandTable::Globle();
+  const int first = omfCmdRegister("twice", [](AttrSet&) { return false; });
+  EXPECT_EQ(omfCmdRegister("other", [](AttrSet&) { return false; }), first + 1);
+  EXPECT_EQ(omfCmdRegister("twice", [](AttrSet&) { return true; }), first);
+  AttrSet none;
+  EXPECT_TRUE((*table.Find("twice"))(none));
+  EXPECT_EQ(table.Names()[static_cast<std::size_t>(first)], "twice");
+  EXPECT_EQ(table.Names().size(), static_cast<std::size_t>(first) + 2);
 }
 
 TEST(CommandTableTest, ACommandsResultAndItsExceptionsReachTheCaller) {

@@ -17,7 +17,13 @@ class Sample : public object {
     wire = value;
     return true;
   }
+  bool SetString(std::string value) { return SetText(value.c_str()); }
+  bool SetOn(bool value) {
+    on = value;
+    return true;
+  }
   bool IsOn() { return on; }
+  int Count() const { return -3; }
 
   bool on = false;
   std::string text;
@@ -25,6 +31,58 @@ class Sample : public object {
 };
 
 class Stranger : public object {};
+
+TEST(PropertyTest, EachKindTellsItsTypeAndTheSizeThatItHasOnTheTarget) {
+  TProperty text("addr", &Sample::SetText, "about"), string, wire, truth;
+  string.init("s", &Sample::SetString, "about");
+  wire.init("w", &Sample::SetWire, "about");
+  truth.init("t", &Sample::SetOn, "about");
+  const struct {
+    const TProperty& property;
+    const std::type_info& type;
+    int size;
+  } kinds[] = {{text, typeid(const char*), 4},
+               {string, typeid(std::string), 4},
+               {wire, typeid(Wire*), 4},
+               {truth, typeid(bool), 1}};
+  for (const auto& kind : kinds) {
+    EXPECT_EQ(*kind.property.Type(), kind.type);
+    EXPECT_EQ(kind.property.TypeSize(), kind.size) << kind.type.name();
+    EXPECT_STREQ(kind.property.Description(), "about");
+    EXPECT_TRUE(kind.property.Shown() && kind.property.Persistent());
+  }
+  Sample sample;
+  EXPECT_TRUE(string.setStr(sample, "x"));
+  EXPECT_THROW(string.setStr(sample, nullptr), std::logic_error);
+  EXPECT_EQ(sample.text, "x");
+}
+
+TEST(PropertyTest, TruthsAreReadFromTheirWordsAndPrintedOnALine) {
+  TProperty field, setter, number;
+  field.init(&Sample::on);
+  setter.init("on", &Sample::SetOn, nullptr);
+  number.initGet(&Sample::Count);
+  number.initGetStr(&Sample::Count);
+  Sample sample;
+  std::string text;
+  ostream_string out(text);
+  for (const char* word : {"true", "False", "yes", "NO", "on", "off", "1", "0"}) {
+    const bool before = sample.on;
+    EXPECT_TRUE((before ? field : setter).setStr(sample, word)) << word;
+    EXPECT_NE(sample.on, before) << word;
+    for (const TProperty* property : {&field, &setter}) {
+      EXPECT_FALSE(property->setStr(sample, "perhaps"));
+      EXPECT_FALSE(property->setStr(sample, nullptr));
+    }
+    EXPECT_NE(sample.on, before) << "a text that says nothing changes nothing";
+    field.print(out, sample);
+  }
+  number.print(out, sample);
+  EXPECT_EQ(text, "true\nfalse\ntrue\nfalse\ntrue\nfalse\ntrue\nfalse\n-3\n");
+  EXPECT_TRUE(field.getStr(sample, text = ""));
+  EXPECT_TRUE(number.getStr(sample, text));
+  EXPECT_EQ(text, "false-3");
+}
 
 TEST(PropertyTest, ATextSetterTakesTextTypedAndAsText) {
   TProperty property("addr", &Sample::SetText, nullptr);

@@ -18,21 +18,24 @@ void RegisterThrowing(const char* name) {
   throw std::runtime_error("no classes today");
 }
 
-const int throwing = nimbo::base::ReflectAdd(RegisterThrowing, 1, "SampleThrowing");
-const int late = nimbo::base::ReflectAdd(RegisterLate, 2, "SampleLate");
-const int early = nimbo::base::ReflectAdd(RegisterLate, 0, "SampleEarly");
+[[maybe_unused]] const int throwing =
+    nimbo::base::ReflectAdd(RegisterThrowing, 1, "SampleThrowing");
+[[maybe_unused]] const int late = nimbo::base::ReflectAdd(RegisterLate, 2, "SampleLate");
+const int last = nimbo::base::ReflectAdd(RegisterLate, 2, "SampleLast");
+[[maybe_unused]] const int early = nimbo::base::ReflectAdd(RegisterLate, 0, "SampleEarly");
 
-const int command = nimbo::base::omfCmdRegister("sample", [](nimbo::base::AttrSet& attrs) {
-  const char* p0 = attrs.Get("p0");
-  if (!p0) throw std::runtime_error("p0 is missing");
-  return std::string(p0) == "good";
-});
+[[maybe_unused]] const int command =
+    nimbo::base::omfCmdRegister("sample", [](nimbo::base::AttrSet& attrs) {
+      const char* p0 = attrs.Get("p0");
+      if (!p0) throw std::runtime_error("p0 is missing");
+      return std::string(p0) == "good";
+    });
 
 }  // namespace
 
 extern "C" {
 NIMBO_API const char* fwSampleCalls() { return Calls().c_str(); }
-NIMBO_API int fwSampleAnswer() { return late > throwing && command >= 0 && early > 0 ? 42 : 0; }
+NIMBO_API int fwSampleNumber() { return last; }
 NIMBO_API extern int fwSampleData;
 int fwSampleData = 7;
 int fwSampleHidden();

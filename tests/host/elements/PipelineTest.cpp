@@ -6,6 +6,7 @@
 
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
+#include "host/stream/ControlQueue.h"
 #include "host/stream/RingBuffer.h"
 #include "host/stream/State.h"
 #include "tests/host/capture/StreamFile.h"
@@ -29,8 +30,17 @@ std::vector<PacketRing*> Rings(Application& application) {
   return rings;
 }
 
+/// How often a source has told its end.
+std::shared_ptr<int> CountEnds(Application& application) {
+  auto ends = std::make_shared<int>(0);
+  application.HostState().listeners->Add(
+      [ends](const Message& message) { *ends += message.name == "end_of_stream"; });
+  return ends;
+}
+
+/// Packets of three bytes.
 void Push(Feed& feed, std::uint32_t first, std::uint32_t last, bool key = false) {
-  for (std::uint32_t i = first; i <= last; ++i) feed.Push({1}, key, i, i);
+  for (std::uint32_t i = first; i <= last; ++i) feed.Push({1, 2, 3}, key, i, i);
 }
 
 TEST(PipelineTest, EveryStreamOfASourceGetsItsRing) {
@@ -57,7 +67,36 @@ TEST(PipelineTest, EveryStreamOfASourceGetsItsRing) {
       EXPECT_EQ(packet->Media(), ring->Media(NoLimit));
     }
     ASSERT_TRUE(app->StatusSet("null"));
+    EXPECT_EQ(ring->Media(NoLimit), nullptr);
+    EXPECT_EQ(ring->Get(ring->WritePosition() - 2), nullptr) << "only what is pinned is left";
     ASSERT_TRUE(app->StatusSet("ready")) << "it can be played again";
+  }
+}
+
+TEST(PipelineTest, AQueueKeepsTheOrderOfItsStreams) {
+  const StreamFile video(nimbo::test::VideoStream(3, 2, 60));
+  const StreamFile audio(nimbo::test::AdtsStream(4, 200));
+  auto app = Build("shm-source:connect={pv:es,fr=25,pace=fast,video=" + video.Path() +
+                   ",audio=" + audio.Path() + "}+fifofilter+collector");
+  ASSERT_TRUE(app);
+  TheCollector().HoldUp(true);
+  ASSERT_TRUE(app->StatusSet("play"));
+  EXPECT_TRUE(Reaches("FifoFilter", "queued", "6"));
+  TheCollector().HoldUp(false);
+  EXPECT_THAT(TheCollector().Wait(7),
+              ElementsAre("h264 0", "aac 0", "aac 23", "h264 40", "aac 46", "aac 69", "h264 80"));
+}
+
+TEST(PipelineTest, WholeObjectFormsHoldTheSettingsAndNoFigures) {
+  for (const auto& [text, form] :
+       std::initializer_list<std::pair<const char*, const char*>>{{"RingSink:name=e", "size=64"},
+                                                                  {"fifofilter:name=e", "max=60"},
+                                                                  {"ele-sync:name=e", "max=64"}}) {
+    const auto app = Build(text);
+    ASSERT_TRUE(app);
+    std::string told;
+    EXPECT_TRUE(Element("e").toString(told));
+    EXPECT_EQ(told, form);
   }
 }
 
@@ -128,6 +167,7 @@ class BackPressureTest : public testing::TestWithParam<const char*> {
 };
 
 TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
+  const auto ends = CountEnds(*app);
   ASSERT_TRUE(app->StatusSet("play"));
   TheCollector().Wait(1);
   TheCollector().HoldUp(false);
@@ -135,6 +175,14 @@ TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
   std::vector<std::uint32_t> expected(Pictures);
   std::iota(expected.begin(), expected.end(), 1);
   EXPECT_EQ(TheCollector().Sequences(), expected);
+  EXPECT_TRUE(Reaches("ShmSource", "packets", std::to_string(Pictures)));
+  const auto limit = std::chrono::steady_clock::now() + Patience;
+  while (*ends == 0 && std::chrono::steady_clock::now() < limit) {
+    ControlQueue::Globle().RunFor(std::chrono::milliseconds(1));
+  }
+  ASSERT_TRUE(app->StatusSet("null"));
+  ControlQueue::Globle().Run();
+  EXPECT_EQ(*ends, 1) << "the source tells its end once";
 }
 
 TEST_P(BackPressureTest, DoesNotKeepItFromStopping) {
@@ -154,14 +202,21 @@ TEST(PipelineTest, ARingFeedsAnyNumberOfConsumers) {
   auto app =
       Build("shm-source:connect={pv:h264-feed}+RingSink+collector:link=all+collector:link=all");
   ASSERT_TRUE(app);
+  const auto ends = CountEnds(*app);
   ASSERT_TRUE(app->StatusSet("play"));
-  Push(feed, 1, 20, true);
+  Push(feed, 1, 19, true);
+  const auto changed = nimbo::test::VideoMedia();
+  feed.Push(nimbo::test::NewPacket({{1, 2, 3}, true, 20, 20, changed.get()}));
   for (const char* name : {"Collector", "Collector-2"}) {
     EXPECT_EQ(TheCollector(name).Wait(20).size(), 20U) << name;
   }
   EXPECT_TRUE(Reaches("RingSink", "packets", "20"));
-  EXPECT_TRUE(Reaches("ShmSource", "bytes", "20"));
+  EXPECT_TRUE(Reaches("RingSink", "bytes", "60"));
+  EXPECT_TRUE(Reaches("ShmSource", "bytes", "60"));
   EXPECT_TRUE(Reaches("h264", "packets", "20")) << "the bridge is named by what it carries";
+  ASSERT_TRUE(app->StatusSet("null"));
+  ControlQueue::Globle().Run();
+  EXPECT_EQ(*ends, 0) << "a source that is stopped has not ended";
 }
 
 TEST(PipelineTest, ABridgeCountsWhatTheRingOverwroteBeforeItReadIt) {
@@ -200,7 +255,9 @@ TEST(PipelineTest, AMistakeIsToldInOneRedLine) {
        "no capture source \"h264-fed\"; did you mean \"h264-feed"},
       {"shm-source:connect={pv:h264-feed}+collector:link=all",
        "\"app/ShmSource\" brings in is live and must pass a ring: put \"+RingSink\" behind it"},
-      {"RingSink:size=big", "size=big: a number of packets"}};
+      {"RingSink:size=big", "size=big: a number of packets"},
+      {"RingSink:size=0", "size=0: a number of packets from 1 to 65536 is needed"},
+      {"fifofilter:max=65537", "max=65537: a number of packets"}};
   for (const auto& [text, told] : mistakes) {
     nimbo::test::ConsoleCapture console;
     auto app = Build(text);

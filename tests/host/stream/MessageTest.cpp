@@ -82,6 +82,20 @@ TEST_F(Messages, ListenerThatThrowsDoesNotKeepThemFromOthers) {
   EXPECT_EQ(console.Lines().size(), 1u);
 }
 
+TEST(ControlQueueRun, LeavesWhatItsWorkPostsForTheNextTime) {
+  auto& queue = ControlQueue::Globle();
+  queue.Run();
+  int runs = 0;
+  queue.Post([&] {
+    ++runs;
+    queue.Post([&] { ++runs; });
+  });
+  EXPECT_EQ(queue.Run(), 1);
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(queue.Run(), 1);
+  EXPECT_EQ(runs, 2);
+}
+
 TEST(ControlQueueRun, KeepsTheOrderWhenWorkRunsTheQueueItself) {
   std::vector<int> order;
   auto& queue = ControlQueue::Globle();

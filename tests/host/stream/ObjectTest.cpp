@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "base/reflect/TClass.h"
+#include "host/stream/Factory.h"
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
+#include "tests/support/MediaSamples.h"
 
 namespace nimbo::stream::test {
 namespace {
@@ -24,6 +26,69 @@ TEST_F(ObjectProperties, AreSetFromText) {
   EXPECT_EQ(console.Lines().size(), 1u);
   EXPECT_TRUE(sink.Set("status", "ready"));
   EXPECT_EQ(sink.StatusGet(), IStatus::ready);
+  base::AttrSet attrs =
+      Object::AttrSetInit({{"flag", "rtmp://host/live/name?token=of-which-32-bytes"}});
+  EXPECT_FALSE(sink.Configure(attrs));
+  EXPECT_EQ(console.Count("refuses flag=rtmp://host/live/name?token=of-w...: it is true or false"),
+            1u)
+      << console.Text();
+}
+
+TEST_F(ObjectProperties, AreReadAsTheTypeThatTheyHave) {
+  sink.flag = true;
+  bool flag = false;
+  std::string text;
+  int number = 7;
+  long long wide = 7;
+  double real = 7;
+  const auto any = [](const std::type_info*) { return true; };
+  EXPECT_TRUE(sink.Get("flag", flag) && flag);
+  EXPECT_FALSE(sink.Get("flag", number));
+  EXPECT_FALSE(sink.GetIntT("flag", number)) << "a truth is no number";
+  EXPECT_FALSE(sink.GetWithType("flag", &real, typeid(double), any));
+  EXPECT_TRUE(sink.GetWithType("flag", &wide, typeid(long long), any)) << "unless one says so";
+  EXPECT_EQ(wide, 1);
+  EXPECT_EQ(number, 7);
+  EXPECT_TRUE(sink.Get("status", text));
+  EXPECT_EQ(text, "null");
+  EXPECT_TRUE(sink.Get("name", text));
+  EXPECT_EQ(text, "TestSink");
+  EXPECT_FALSE(sink.Get("throw", text)) << "it can only be set";
+}
+
+TEST(MediaParameters, AreReadAsTheTypeThatTheyHaveAndIntegersAsWideOnes) {
+  const auto media = nimbo::test::VideoMedia();
+  const auto any = [](const std::type_info*) { return true; };
+  unsigned char* bytes = nullptr;
+  int number = 0;
+  unsigned int size = 0;
+  double real = 7;
+  ASSERT_TRUE(media->Get("PPS", bytes) && media->GetIntT("ipps", size));
+  EXPECT_EQ(nimbo::test::Bytes(bytes, bytes + size), nimbo::test::Pps);
+  EXPECT_TRUE(media->Get("w", number) && media->GetIntT("w", size));
+  EXPECT_EQ(number, 1280);
+  EXPECT_EQ(size, 1280u);
+  EXPECT_FALSE(media->Get("isps", number)) << "it is unsigned";
+  EXPECT_FALSE(media->GetIntT("sps", number));
+  EXPECT_FALSE(media->GetWithType("sps", &number, typeid(int), any));
+  EXPECT_FALSE(media->GetWithType("w", &real, typeid(double), any));
+  EXPECT_EQ(real, 7);
+  std::string text;
+  EXPECT_TRUE(media->GetStr("pps", text));
+  EXPECT_EQ(text, "68ce3c80");
+  EXPECT_TRUE(media->GetStr("h", text));
+  EXPECT_EQ(text, "720");
+  EXPECT_FALSE(media->GetStr("none", text) || media->Set("w", "1"));
+}
+
+TEST(FactoryLayoutAdd, KeepsEachPairOnceInOrder) {
+  const std::size_t before = FactoryLayouts().size();
+  for (const char* layout : {"b", "a", "b"}) {
+    EXPECT_TRUE(Factory::Globle().LayoutAdd("common", layout));
+  }
+  EXPECT_FALSE(Factory::Globle().LayoutAdd("common", nullptr));
+  ASSERT_EQ(FactoryLayouts().size(), before + 2);
+  EXPECT_EQ(FactoryLayouts()[before].second, "b");
 }
 
 TEST_F(ObjectProperties, WholeObjectFormHoldsWhatCanBeSetAndRead) {

@@ -32,6 +32,24 @@ TEST(PacketPoolTest, ASteadyStreamUsesItsPacketsAgain) {
   EXPECT_EQ(seen.size(), after_warming);
 }
 
+/// Rooms are steps of an eighth of a power of two, from 512 bytes: a packet has all of its room,
+/// and serves whatever fits into it, but nothing that is a byte larger.
+TEST(PacketPoolTest, ARoomIsUsedAgainForAllThatFitsAndNothingElse) {
+  const std::pair<unsigned int, unsigned int> rooms[] = {
+      {1, 512}, {511, 512}, {512, 512}, {513, 576}, {576, 576}, {1025, 1152}, {60001, 61440}};
+  for (const auto& [asked, room] : rooms) {
+    PacketPool pool;
+    const HostPacket* const packet = Take(pool, asked).get();
+    EXPECT_EQ(Take(pool, room).get(), packet) << asked;
+    const Held<HostPacket> kept = Take(pool, 1);
+    const bool reused = kept.get() == packet;
+    EXPECT_EQ(reused, room == 512) << "a large room is not spent on a small packet";
+    PacketPool other;
+    const HostPacket* const small = Take(other, asked).get();
+    EXPECT_NE(Take(other, room + 1).get(), small) << "it would do but for a byte";
+  }
+}
+
 TEST(PacketPoolTest, PacketsAndTheirMediaOutliveThePool) {
   auto pool = std::make_unique<PacketPool>();
   Held<HostPacket> packet = Take(*pool, 100);

@@ -7,6 +7,7 @@
 
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
+#include "tests/support/MediaSamples.h"
 
 namespace nimbo::stream::test {
 namespace {
@@ -40,6 +41,12 @@ TEST(PortLink, IsRefusedForLinkedPortsAndEqualDirections) {
     EXPECT_FALSE(other.Link(input));
   }
   EXPECT_FALSE(output.Linked()) << "the other end is gone";
+  RingBuffer ring(1);
+  output.SetRing(&ring);
+  TestSink sink;
+  EXPECT_FALSE(output.Link(*sink.PortAdd("", "in"))) << "a ring is read by bridges alone";
+  Port pipelines(nullptr, "", false);
+  EXPECT_TRUE(output.Link(pipelines));
 }
 
 class PortDelivery : public testing::Test {
@@ -52,13 +59,36 @@ class PortDelivery : public testing::Test {
 };
 
 TEST_F(PortDelivery, PausesASecondAfterARefusedPacket) {
-  const auto begin = std::chrono::steady_clock::now();
+  const auto now = [] {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+  };
+  constexpr std::int64_t Second = std::chrono::nanoseconds(std::chrono::seconds(1)).count();
   sink.SetFail("ReceivePacket");
+  const std::int64_t before = now();
   EXPECT_FALSE(Deliver());
+  EXPECT_GE(sink.HostState().pauseUntil, before + Second);
+  EXPECT_LE(sink.HostState().pauseUntil, now() + Second);
   sink.SetFail("");
+  constexpr std::int64_t Shortened = Second / 50;
+  sink.HostState().pauseUntil -= Second - Shortened;
   EXPECT_TRUE(Deliver()) << "the packet waits until the pause is over";
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_GE(now(), before + Shortened);
   EXPECT_EQ(sink.packets, 2);
+}
+
+TEST_F(PortDelivery, CountsWhatWasTakenAndRefusedAndTheGapsInTheNumbers) {
+  for (const std::uint32_t sequence : {7U, 8U, 11U, 12U, 14U}) {
+    sink.SetFail(sequence == 12 ? "ReceivePacket" : "");
+    const auto packet =
+        nimbo::test::NewPacket({nimbo::test::Bytes(sequence), false, 0, sequence, nullptr});
+    EXPECT_EQ(source.Output().Deliver(*packet), sequence != 12);
+    sink.HostState().pauseUntil = 0;
+  }
+  const PortFigures& figures = source.Output().Peer()->Figures();
+  EXPECT_EQ(figures.packets, 4U);
+  EXPECT_EQ(figures.bytes, 7U + 8 + 11 + 14);
+  EXPECT_EQ(figures.refused, 1U);
+  EXPECT_EQ(figures.gaps, 2U);
 }
 
 TEST_F(PortDelivery, ExceptionIsOneLineAndARefusedPacket) {
@@ -158,6 +188,8 @@ TEST(ElementPorts, AreAddedOnDemandAndCheckedForTheirDirection) {
   EXPECT_TRUE(sink.LinkFrom(&source)) << "the input for other caps is passed over";
   EXPECT_FALSE(first->Linked());
   EXPECT_EQ(sink.HostState().inputs.size(), 2u);
+  EXPECT_EQ(sink.SelectPortIn(nimbo::test::VideoMedia().get()), source.Output().Peer());
+  EXPECT_EQ(sink.SelectPortIn(nullptr), nullptr);
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ class Journal {
 };
 
 /// The steps of `Base`, none of which reaches the base's own operation. "Joined" stands for the
-/// hook after Stop.
+/// hook after Stop, which comes before those of a container's children.
 template <class Base>
 class Probe : public Base {
  public:
@@ -44,7 +44,8 @@ class Probe : public Base {
   bool Stop() override { return Step("Stop"); }
   bool Close() override { return Step("Close"); }
   bool afterStatusDown(IStatus::Status to) override {
-    return to == IStatus::ready ? Step("Joined") : true;
+    const bool joined = to != IStatus::ready || Step("Joined");
+    return Base::afterStatusDown(to) && joined;
   }
 
   /// The step that fails from now on, and the one that raises an exception.
@@ -105,6 +106,7 @@ class TestRing : public Probe<ISink> {
 };
 
 class TestService : public Probe<Service> {};
+class TestPipeline : public Probe<Pipeline> {};
 
 /// Registers the classes TestSource-test-source, TestFilter-test-filter, TestSink-test-sink,
 /// TestRing-test-ring and TestService-test-service, once.

@@ -1,7 +1,9 @@
 #include "host/stream/RingBuffer.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <thread>
 
 #include "tests/support/MediaSamples.h"
@@ -12,6 +14,7 @@ namespace {
 using test::NewPacket;
 using namespace std::chrono_literals;
 using Reader = IRing<Packet*>::Reader;
+using testing::ElementsAre;
 
 constexpr int Capacity = 4;
 /// Long enough for any machine: only a fault lets a test wait for it.
@@ -39,6 +42,69 @@ class WatchedPacket final : public Packet {
   bool& _gone;
 };
 
+/// Another framework's ring: it tells what its readers ask of it.
+class ForeignRing : public IRing<int> {
+ public:
+  std::vector<std::string> Take() { return std::exchange(_asked, {}); }
+  bool wake = false;
+
+  std::pair<IRing*, std::uint32_t> StartPoint() override {
+    Add("StartPoint");
+    return {this, 5};
+  }
+  int* Get(std::uint32_t position) override {
+    Add("Get " + std::to_string(position));
+    return &_entry;
+  }
+  int Wait(Reader&, bool& woken) override {
+    Add("Wait");
+    woken = wake;
+    return 1;
+  }
+  int WaitFor(Reader&, bool& woken, std::int64_t timeout) override {
+    Add("WaitFor " + std::to_string(timeout));
+    woken = wake;
+    return 1;
+  }
+  void Wake(Reader&) override { Add("Wake"); }
+  void AddReader(Reader& reader) override {
+    Add("AddReader");
+    reader.ring = this;
+  }
+  void ReaderAdded(Reader& reader) override { Add(reader.owner ? "ReaderAdded" : "no owner"); }
+  void RemoveReader(Reader&) override { Add("RemoveReader"); }
+  int Size() const override { return 1; }
+  std::uint32_t WritePosition() const override { return 0; }
+
+ private:
+  void Add(std::string what) { _asked.push_back(std::move(what)); }
+  std::vector<std::string> _asked;
+  int _entry = 42;
+};
+
+TEST(RingReaderTest, AsksARingForEveryStepInItsOrder) {
+  ForeignRing ring;
+  base::object owner;
+  std::unique_ptr<IRing<int>::Reader> reader(ring.CreateReader(&owner));
+  EXPECT_THAT(ring.Take(), ElementsAre("StartPoint", "AddReader", "ReaderAdded"));
+  EXPECT_EQ(reader->owner, &owner);
+  int entry = 0;
+  EXPECT_TRUE(reader->Pop(entry, 7ns));
+  EXPECT_EQ(entry, 42);
+  EXPECT_TRUE(reader->Pop(entry, 0ns) && reader->Pop(entry, -1ns));
+  EXPECT_THAT(ring.Take(), ElementsAre("WaitFor 7", "Get 5", "Wait", "Get 6", "Wait", "Get 7"))
+      << "without a time there is no limit";
+  ring.wake = true;
+  EXPECT_TRUE(reader->Pop(entry, 1ns)) << "a wake-up alone does not lose what is there";
+  reader->wakeTest = [] { return false; };
+  EXPECT_FALSE(reader->Pop(entry, 1ns));
+  EXPECT_EQ(reader->position, 9u);
+  ring.Take();
+  reader->WaitAbort();
+  reader.reset();
+  EXPECT_THAT(ring.Take(), ElementsAre("Wake", "RemoveReader"));
+}
+
 TEST(RingBufferTest, ANewReaderStartsAtTheNextPacketWritten) {
   RingBuffer ring(Capacity);
   Write(ring, 1, 2);
@@ -53,8 +119,8 @@ TEST(RingBufferTest, ANewReaderStartsAtTheNextPacketWritten) {
 
 TEST(RingBufferTest, PositionsWrapAndKeepTheirOrder) {
   RingBuffer ring(3, 0xFFFFFFFEU);
-  const std::unique_ptr<Reader> near(ring.CreateReader(nullptr));
   const std::unique_ptr<Reader> lapped(ring.CreateReader(nullptr));
+  const std::unique_ptr<Reader> near(ring.CreateReader(nullptr));
   Write(ring, 1, 3);
   EXPECT_EQ(Pop(*near), 1U);
   EXPECT_EQ(Pop(*near), 2U);
@@ -149,27 +215,50 @@ TEST(RingBufferTest, ResizingKeepsPositionsAndReaders) {
   EXPECT_EQ(Pop(*reader), 4U);
 }
 
-TEST(RingBufferTest, ReadersOfARunningWriterSeeEveryPacketOnceAndInOrder) {
-  const std::uint32_t Last = 20000;
-  RingBuffer ring(64);
+/// With a writer that waits for them, and with one that overtakes them.
+class RingBufferWriter : public testing::TestWithParam<bool> {};
+
+TEST_P(RingBufferWriter, ItsReadersSeeEveryPacketThatItDoesNotOverwriteOnceAndInOrder) {
+  constexpr std::uint32_t Last = 20000, Room = 64;
+  RingBuffer ring(Room);
   std::vector<std::unique_ptr<Reader>> readers;
   for (int i = 0; i < 3; ++i) readers.emplace_back(ring.CreateReader(nullptr));
   std::vector<std::thread> threads;
   for (const auto& reader : readers) {
-    threads.emplace_back([&reader, &ring, Last] {
-      std::uint32_t before = 0;
-      while (before != Last) {
+    threads.emplace_back([&reader, &ring] {
+      for (std::uint32_t before = 0; before != Last;) {
         Packet* packet = nullptr;
         ASSERT_TRUE(reader->Pop(packet, Patience));
-        ASSERT_GT(packet->Sequence(), before);
+        const std::uint32_t sequence = packet->Sequence();
+        ASSERT_GT(sequence, before);
+        const bool overtaken = !GetParam() && ring.WritePosition() - before > Room;
+        ASSERT_TRUE(sequence == before + 1 || overtaken) << sequence << " after " << before;
+        ASSERT_EQ(reader->position, sequence) << "the first packet has the position 0";
         ASSERT_EQ(packet->Data()[0], 1);
-        before = packet->Sequence();
-        ASSERT_LE(ring.WritePosition() - reader->position, Last);
+        before = sequence;
       }
     });
   }
-  for (std::uint32_t i = 1; i <= Last; ++i) Write(ring, i);
+  for (std::uint32_t i = 1; i <= Last; ++i) {
+    while (GetParam() && ring.Unread() == Room) std::this_thread::yield();
+    Write(ring, i);
+  }
   for (std::thread& thread : threads) thread.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(Waits, RingBufferWriter, testing::Bool());
+
+TEST(RingBufferTest, ItsMediaIsWaitedForUntilItIsStatedAndAnewAfterwards) {
+  RingBuffer ring(Capacity);
+  const Held<IMedia> media = test::VideoMedia();
+  EXPECT_EQ(ring.Media(1ns), nullptr);
+  for (int round = 0; round < 2; ++round) {
+    auto waiting = std::async(std::launch::async, [&ring] { return ring.Media(Patience); });
+    EXPECT_EQ(waiting.wait_for(20ms), std::future_status::timeout);
+    ring.SetMedia(media.get());
+    EXPECT_EQ(waiting.get(), media.get());
+    ring.ForgetMedia();
+  }
 }
 
 }  // namespace

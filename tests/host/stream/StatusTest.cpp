@@ -31,6 +31,39 @@ TEST(Status, EveryOpenIsPairedWithOneClose) {
   EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close"));
 }
 
+/// Writes down the hooks, too.
+class HookedService : public TestService {
+ public:
+  HookedService() { Name("s"); }
+  bool beforeStatusUp(Status) override { return Step("beforeStatusUp"); }
+  bool afterStatusUp(Status) override { return Step("afterStatusUp"); }
+  bool beforeStatusDown(Status) override { return Step("beforeStatusDown"); }
+};
+
+TEST(Status, HooksStandAroundEachStepAndTheOneInFrontCanRefuseIt) {
+  auto* service = new HookedService;
+  const struct {
+    const char *fail, *to;
+    bool done;
+    std::vector<std::string> journal;
+  } moves[] = {
+      {"afterStatusUp", "ready", true, {"s.beforeStatusUp", "s.Open", "s.afterStatusUp"}},
+      {"beforeStatusUp", "play", false, {"s.beforeStatusUp"}},
+      {"Start", "play", false, {"s.beforeStatusUp", "s.Start"}},
+      {"beforeStatusDown", "null", false, {"s.beforeStatusDown"}},
+  };
+  for (const auto& move : moves) {
+    service->SetFail(move.fail);
+    Journal::Globle().Take();
+    EXPECT_EQ(service->StatusSet(move.to), move.done) << move.fail;
+    EXPECT_EQ(Journal::Globle().Take(), move.journal);
+    EXPECT_EQ(service->StatusGet(), IStatus::ready);
+  }
+  service->Release();
+  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.beforeStatusDown", "s.Close"))
+      << "the end of its life is not refused";
+}
+
 TEST(Status, ReleaseClosesWhatIsOpenAFailedOpenIncluded) {
   RegisterProbes();
   for (const char* fail : {"", "Open", "Start", "Close"}) {
@@ -104,16 +137,63 @@ TEST_F(StatusOrder, GoesUpSinksFirstAndStopsAllBeforeAnythingIsJoined) {
 }
 
 TEST_F(StatusOrder, ChildrenOfAFailedContainerAreLoweredInReverse) {
-  ElementAt<TestFilter>("app/TestFilter").SetFail("Start");
+  ElementAt<TestSource>("app/TestSource").SetFail("Start");
   Journal::Globle().Take();
   EXPECT_FALSE(application->StatusSet("play"));
   EXPECT_EQ(application->StatusGet(), IStatus::ready);
   auto journal = Journal::Globle().Take();
   journal.erase(journal.begin(), journal.begin() + 5);  // all five Opens
   EXPECT_THAT(journal, ElementsAre("end.Start", "late.Start", "TestSink.Start", "TestFilter.Start",
-                                   "TestSink.Stop", "TestSink.Joined", "end.Stop", "late.Stop",
+                                   "TestSource.Start", "TestFilter.Stop", "TestSink.Stop",
+                                   "TestFilter.Joined", "TestSink.Joined", "end.Stop", "late.Stop",
                                    "end.Joined", "late.Joined"));
   for (const LiveObject& object : ListObjects()) EXPECT_EQ(object.status, "ready") << object.path;
+}
+
+class StatusContainer : public testing::Test {
+ protected:
+  StatusContainer() {
+    RegisterProbes();
+    pipeline.Name("p");
+    for (TestSink** child : {&one, &two}) {
+      *child = dynamic_cast<TestSink*>(
+          IElement::New("test-sink", child == &one ? "one" : "two", &pipeline, nullptr));
+    }
+    Journal::Globle().Take();
+  }
+  TestPipeline pipeline;
+  TestSink *one, *two;
+};
+
+TEST_F(StatusContainer, ThatFailsItselfLowersItsChildren) {
+  pipeline.SetFail("Open");
+  EXPECT_FALSE(pipeline.StatusSet("ready"));
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("one.Open", "two.Open", "p.Open", "one.Close", "two.Close"));
+  pipeline.SetFail("Start");
+  EXPECT_FALSE(pipeline.StatusSet("play"));
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("p.Close", "one.Open", "two.Open", "p.Open", "one.Start", "two.Start",
+                          "p.Start", "one.Stop", "two.Stop", "one.Joined", "two.Joined"));
+  EXPECT_EQ(one->StatusGet(), IStatus::ready);
+}
+
+TEST_F(StatusContainer, IsNotClosedWhenItWasNotOpened) {
+  two->SetFail("Open");
+  EXPECT_FALSE(pipeline.StatusSet("ready"));
+  EXPECT_TRUE(pipeline.StatusSet("null"));
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("one.Open", "two.Open", "one.Close", "two.Close"));
+}
+
+TEST_F(StatusContainer, LeavesAChildThatIsAheadWhereItIsAndTakesItDownWithTheOthers) {
+  EXPECT_TRUE(one->StatusSet("play"));
+  EXPECT_TRUE(pipeline.StatusSet("ready"));
+  EXPECT_TRUE(one->StatusIsPlay());
+  EXPECT_TRUE(pipeline.StatusSet("null"));
+  EXPECT_THAT(Journal::Globle().Take(),
+              ElementsAre("one.Open", "one.Start", "two.Open", "p.Open", "one.Stop", "one.Joined",
+                          "one.Close", "two.Close", "p.Close"));
 }
 
 TEST_F(StatusOrder, ChildWhoseOpenFailedIsClosedWithItsContainer) {
