@@ -49,11 +49,17 @@ TEST_F(AvSyncTest, StreamsAreMergedByTimeAndPicturesGoFirstAtEqualTimes) {
 }
 
 TEST_F(AvSyncTest, TheFirstPictureGoesBeforeOlderSound) {
-  Push(video, {50, 90});
-  Push(audio, {0, 20, 60});
   Play();
-  EXPECT_THAT(TheCollector().Wait(5),
-              ElementsAre("h264 50", "aac 0", "aac 20", "aac 60", "h264 90"));
+  for (const std::size_t last : {5U, 10U}) {
+    ASSERT_TRUE(app->StatusSet("null"));
+    Push(video, {50, 90});
+    Push(audio, {0, 20, 60});
+    ASSERT_TRUE(app->StatusSet("play"));
+    auto seen = TheCollector().Wait(last);
+    seen.erase(seen.begin(), seen.end() - 5);
+    EXPECT_THAT(seen, ElementsAre("h264 50", "aac 0", "aac 20", "aac 60", "h264 90"))
+        << "whenever it starts";
+  }
 }
 
 TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComesAgain) {
@@ -64,6 +70,7 @@ TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComes
   auto shortest = Clock::duration::max();
   std::size_t count = 0;
   for (int time = 0; time < 2000 && shortest > Limit + Late; time += 100) {
+    const auto begin = Clock::now();
     Push(video, {time});
     Push(audio, {time + 10});
     EXPECT_EQ(TheCollector().Wait(++count).back(), "h264 " + std::to_string(time));
@@ -72,6 +79,7 @@ TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComes
     Push(audio, {time + 20});  // does not wait once more
     count += 2;
     EXPECT_EQ(TheCollector().Wait(count).back(), "aac " + std::to_string(time + 20));
+    EXPECT_GE(Clock::now() - begin, Limit);
     shortest = std::min(shortest, Clock::now() - before);
   }
   EXPECT_LE(shortest, Limit + Late);
