@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "tests/host/capture/StreamFile.h"
@@ -18,6 +19,7 @@ using Result = AccessUnitReader::Result;
 struct Unit {
   Bytes bytes;
   std::uint64_t offset;
+  bool key;
 };
 
 /// All units of a stream, read from a file.
@@ -32,7 +34,7 @@ std::vector<Unit> ReadAll(const Bytes& stream) {
   AccessUnit unit;
   Result result;
   while ((result = reader.Next(unit, error)) == Result::Unit) {
-    units.push_back({Bytes(unit.data, unit.data + unit.size), unit.offset});
+    units.push_back({Bytes(unit.data, unit.data + unit.size), unit.offset, unit.key});
   }
   EXPECT_EQ(result, Result::End);
   return units;
@@ -68,27 +70,34 @@ TEST_P(CutTest, UnitsComeOutAsTheyWereJoined) {
   for (std::size_t i = 0; i < found.size(); ++i) {
     EXPECT_EQ(found[i].bytes, GetParam().units[i]) << i;
     EXPECT_EQ(found[i].offset, offset);
+    const Bytes& unit = found[i].bytes;
+    const Bytes idr = AnnexB({{test::IdrSlice}}, 3);
+    EXPECT_EQ(found[i].key,
+              std::search(unit.begin(), unit.end(), idr.begin(), idr.end()) != unit.end());
     offset += GetParam().units[i].size();
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Streams, CutTest,
-    testing::Values(Stream{"ParameterSetsStartAUnit", {Key(), Inter(), Inter(), Key(), Inter()}},
-                    Stream{"ShortStartCodes",
-                           {AnnexB({test::Sps, test::Pps, Nal(test::IdrSlice, 9)}, 3),
-                            AnnexB({Nal(test::InterSlice, 9)}, 3),
-                            AnnexB({Nal(test::InterSlice, 9)}, 3)}},
-                    Stream{"DelimitersAndSeiStartAUnit",
-                           {Joined({AnnexB({{test::AccessUnitDelimiter, 0xF0}}), Key()}),
-                            Joined({AnnexB({{test::AccessUnitDelimiter, 0x30}}), Inter()}),
-                            Joined({AnnexB({Nal(test::Sei, 8)}), Inter()})}},
-                    Stream{"SlicesOfOnePictureStayTogether",
-                           {Joined({Key(), AnnexB({LaterSlice(30), LaterSlice(20)})}),
-                            Joined({Inter(), AnnexB({LaterSlice(30)})})}},
-                    Stream{"LargerThanTheReadSize",
-                           {AnnexB({test::Sps, test::Pps, Nal(test::IdrSlice, 300000)}), Inter(),
-                            AnnexB({Nal(test::InterSlice, 70000)}), Inter()}}),
+    testing::Values(
+        Stream{"ParameterSetsStartAUnit", {Key(), Inter(), Inter(), Key(), Inter()}},
+        Stream{"ShortStartCodes",
+               {AnnexB({test::Sps, test::Pps, Nal(test::IdrSlice, 9)}, 3),
+                AnnexB({Nal(test::InterSlice, 9)}, 3), AnnexB({Nal(test::InterSlice, 9)}, 3)}},
+        Stream{"DelimitersAndSeiStartAUnit",
+               {Joined({AnnexB({{test::AccessUnitDelimiter, 0xF0}}), Key()}),
+                Joined({AnnexB({{test::AccessUnitDelimiter, 0x30}}), Inter()}),
+                Joined({AnnexB({Nal(test::Sei, 8)}), Inter()})}},
+        Stream{"TypesOfLaterStandardsStartAUnitUpToEighteen",
+               {Joined({AnnexB({{14, 0x80}}), Key()}),
+                Joined({AnnexB({{18, 0x80}}), Inter(), AnnexB({{19, 0x80}})}), Inter()}},
+        Stream{"SlicesOfOnePictureStayTogether",
+               {Joined({Key(), AnnexB({LaterSlice(30), LaterSlice(20)})}),
+                Joined({Inter(), AnnexB({LaterSlice(30)})})}},
+        Stream{"LargerThanTheReadSize",
+               {AnnexB({test::Sps, test::Pps, Nal(test::IdrSlice, 300000)}), Inter(),
+                AnnexB({Nal(test::InterSlice, 70000)}), Inter()}}),
     [](const auto& stream) { return stream.param.name; });
 
 TEST(AccessUnitsTest, ZeroBytesBetweenUnitsAndGarbageInFrontAreDropped) {

@@ -30,22 +30,28 @@ TEST(Module, ClassesTellTheirPropertiesAndOrigin) {
   const struct {
     const char *name, *properties;
     unsigned version;
-    const char *vendor, *description;
+    const char *vendor, *author, *description;
   } cases[] = {
-      {"RtmpStreamPusher-rtmp-pusher", "addr cfg rtmp_sts rtmp_quality ", 0, nullptr, nullptr},
-      {"EleRtmpClient-ele-rtmp-client-muxer-sink", "url vcopy acopy rtmp_sts rtmp_quality ",
-       0x10001, "Velmora", "EleRtmpClient"},
-      {"pipeline-rtmp-client-muxer-sink", "ring ", 0x10001, "Velmora", "pipeline-rtmp-client"},
+      {"RtmpStreamPusher-rtmp-pusher", "addr4 cfg4 rtmp_sts1 rtmp_quality4 ", 0, nullptr, nullptr,
+       nullptr},
+      {"EleRtmpClient-ele-rtmp-client-muxer-sink", "url4 vcopy1 acopy1 rtmp_sts1 rtmp_quality4 ",
+       0x10001, "Velmora", "plugin.author", "EleRtmpClient"},
+      {"pipeline-rtmp-client-muxer-sink", "ring4 ", 0x10001, "Velmora", "plugin.author",
+       "pipeline-rtmp-client"},
   };
   for (const auto& known : cases) {
     const base::IClass* cl = base::IClass::Find(known.name, true);
     ASSERT_NE(cl, nullptr) << known.name;
     std::string properties;
-    for (const base::IProperty* property : cl->Properties()) properties += property->Name() + " ";
+    for (const base::IProperty* property : cl->Properties()) {
+      properties += property->Name() + std::to_string(property->TypeSize()) + " ";
+      EXPECT_EQ(property->Description(), nullptr);
+    }
     EXPECT_EQ(properties, known.properties);
     EXPECT_STREQ(cl->Module(), "pluginrtmp");
     EXPECT_EQ(cl->Version(), known.version);
     EXPECT_STREQ(cl->Vendor(), known.vendor);
+    EXPECT_STREQ(cl->Author(), known.author);
     EXPECT_STREQ(cl->Description(), known.description);
   }
 }
