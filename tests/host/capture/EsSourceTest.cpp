@@ -43,10 +43,31 @@ std::vector<std::string> ReadAll(CaptureSource& source) {
   return all;
 }
 
+TEST(CaptureRegistryTest, ANameEndsInANumberWhereItsEntrySaysSoAndTheLastOneCounts) {
+  std::vector<std::string> made;
+  auto& registry = CaptureRegistry::Globle();
+  const auto add = [&](const char* entry, const char* mark) {
+    registry.Add(entry, [&made, mark](const std::string& name, const base::AttrSet&) {
+      made.push_back(mark + name);
+      return std::unique_ptr<CaptureSource>();
+    });
+  };
+  const std::size_t before = registry.Sources().size();
+  add("cam-", "first ");
+  add("cam-", "");
+  add("cam-x", "own ");
+  EXPECT_EQ(registry.Sources().size(), before + 2);
+  for (const char* name : {"cam-0", "cam-12", "cam-x", "cam-1a", "xcam-1"}) {
+    registry.Make(name, {});
+  }
+  EXPECT_THAT(made, ElementsAre("cam-0", "cam-12", "own cam-x"));
+}
+
 TEST(EsSourceTest, StreamsAreDescribedAndMergedByTime) {
   const test::StreamFile video(test::VideoStream(3, 2, 60));
   const test::StreamFile audio(test::AdtsStream(4, 200));
-  auto source = Opened("video=" + video.Path() + ",audio=" + audio.Path() + ",fr=25,pace=fast");
+  auto source =
+      Opened("video=" + video.Path() + ",audio=" + audio.Path() + ",fr=25,pace=fast,loop=2");
   ASSERT_TRUE(source);
   EXPECT_THAT(source->Outputs(), ElementsAre("h264", "aac"));
   ASSERT_EQ(source->Streams().size(), 2U);
@@ -64,8 +85,12 @@ TEST(EsSourceTest, StreamsAreDescribedAndMergedByTime) {
     EXPECT_TRUE(source->Streams()[1]->GetIntT(name, value));
     EXPECT_EQ(value, expected) << name;
   }
-  EXPECT_THAT(ReadAll(*source), ElementsAre("h264 0 1 K", "aac 0 1 K", "aac 23 2 K", "h264 40 2",
-                                            "aac 46 3 K", "aac 69 4 K", "h264 80 3 K"));
+  EXPECT_THAT(ReadAll(*source),
+              ElementsAre("h264 0 1 K", "aac 0 1 K", "aac 23 2 K", "h264 40 2", "aac 46 3 K",
+                          "aac 69 4 K", "h264 80 3 K",
+                          // The longer stream, of pictures, lasts 120 ms.
+                          "h264 120 4 K", "aac 120 5 K", "aac 143 6 K", "h264 160 5", "aac 166 7 K",
+                          "aac 189 8 K", "h264 200 6 K"));
 }
 
 TEST(EsSourceTest, RoundsFollowEachOtherWithoutAGap) {
@@ -75,6 +100,33 @@ TEST(EsSourceTest, RoundsFollowEachOtherWithoutAGap) {
   // Three frames of 1,024 samples at 44,100 Hz last 69 ms.
   EXPECT_THAT(ReadAll(*source), ElementsAre("aac 0 1 K", "aac 23 2 K", "aac 46 3 K", "aac 69 4 K",
                                             "aac 92 5 K", "aac 116 6 K"));
+  source = Opened("audio=" + audio.Path() + ",loop=true,pace=fast");
+  for (int frame = 0; frame < 100; ++frame) {
+    ASSERT_TRUE(Held<stream::Packet>(source->Read())) << "it has no last round";
+  }
+}
+
+TEST(EsSourceTest, TheRateIsTheOneAskedForElseThatOfTheStreamElseThirty) {
+  // Made with x264, at 60 pictures a second.
+  const Bytes sixty = {0x67, 0x7a, 0x00, 0x1f, 0xbc, 0xd9, 0x40, 0xa0, 0x2f,
+                       0xf8, 0x9c, 0x04, 0x40, 0x00, 0x00, 0x03, 0x00, 0x40,
+                       0x00, 0x00, 0x1e, 0x03, 0xc6, 0x0c, 0x65, 0x80};
+  const struct {
+    Bytes sps;
+    const char* options;
+    std::int64_t period;
+  } cases[] = {{sixty, ",fr=50", 20000000}, {sixty, "", 16666666}, {test::Sps, "", 33333333}};
+  for (const auto& known : cases) {
+    const Bytes key = test::AnnexB({known.sps, test::Pps, test::Nal(test::IdrSlice, 50)});
+    Bytes stream = key;
+    test::Append(stream, key);
+    const test::StreamFile video(stream);
+    auto source = Opened("video=" + video.Path() + ",pace=fast" + known.options);
+    ASSERT_TRUE(source);
+    const Held<stream::Packet> first(source->Read()), second(source->Read());
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->TimeStamp() - first->TimeStamp(), known.period);
+  }
 }
 
 TEST(EsSourceTest, NewParameterSetsMakeANewMedia) {
@@ -112,9 +164,11 @@ TEST(EsSourceTest, InRealTimePacketsComeWhenTheyAreDueAndAStopHoldsTimeUp) {
   EXPECT_EQ(source->Read(), nullptr) << "an abort holds";
   const std::int64_t restart = MonotonicNow();
   ASSERT_TRUE(source->Start());
+  const std::int64_t restarted = MonotonicNow();
   const Held<stream::Packet> third(source->Read());
   ASSERT_TRUE(third);
   EXPECT_GE(third->TimeStamp(), restart);
+  EXPECT_LE(third->TimeStamp(), restarted + 20 * Millisecond);
   EXPECT_EQ(third->Sequence(), 3U);
 }
 
@@ -243,7 +297,9 @@ INSTANTIATE_TEST_SUITE_P(
                 Pictures({test::Sps, test::Pps, test::Pps, Slice(test::IdrSlice, 0x88)}), ""},
         // sampling_frequency_index 11 and 0, LC in stereo; then Main.
         Mistake{"Rate8000", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x6C), "rate of 8000 Hz"},
+        Mistake{"Rate11025", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x68), ""},
         Mistake{"Rate96000", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x40), ""},
+        Mistake{"ThreeChannels", "audio", Damaged(test::AdtsStream(1, 64), 3, 0xC0), "3 channels"},
         Mistake{"Main", "audio", Damaged(test::AdtsStream(1, 64), 2, 0x10), "no AAC LC"}),
     [](const auto& warning) { return warning.param.name; });
 
@@ -264,7 +320,9 @@ INSTANTIATE_TEST_SUITE_P(
         Mistake{"SeveralBlocks", "audio=FILE", Damaged(test::AdtsStream(1, 64), 6, 0xFD),
                 "holds 2 raw data blocks"},
         Mistake{"ZeroRate", "video=FILE,fr=0", {}, "fr=0: frames per second"},
-        Mistake{"BadWait", "video=FILE,wait=0", {}, "wait=0: the seconds that the first frame"}),
+        Mistake{"NoWait", "video=FILE,wait=0", {}, "wait=0: the seconds that the first frame"},
+        Mistake{"LongWait", "video=FILE,wait=86401", {}, "wait=86401: the seconds that the first"},
+        Mistake{"LongestWait", "video=/nonexistent,wait=86400", {}, "No such file or directory"}),
     [](const auto& mistake) { return mistake.param.name; });
 
 }  // namespace
