@@ -1,6 +1,9 @@
 # The Debian packages, one for each component of the installation.
 set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_CONTACT "pluginrtmp developers")
+set(CPACK_DEBIAN_PACKAGE_SOURCE ${PROJECT_NAME})
+set(PACKAGE_MAINTAINER "pluginrtmp maintainers <maintainers@pluginrtmp.example>"
+    CACHE STRING "Who answers for the packages: NAME <ADDRESS>; whoever hands them on enters theirs")
+set(CPACK_PACKAGE_CONTACT "${PACKAGE_MAINTAINER}")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_SET_DESTDIR ON)  # for what belongs under /etc
 set(CPACK_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
@@ -15,6 +18,16 @@ if(CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_SYSROOT}/usr/lib/arm-linux-gnueabihf")
 endif()
 
+set(debian_changelog "${CMAKE_CURRENT_BINARY_DIR}/changelog.gz")
+add_custom_command(
+  OUTPUT "${debian_changelog}"
+  COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/debian-changelog" "${PROJECT_VERSION}"
+          "${PACKAGE_MAINTAINER}" > changelog
+  COMMAND gzip -9nf changelog
+  DEPENDS debian-changelog "${CMAKE_SOURCE_DIR}/CHANGELOG.md"
+  VERBATIM)
+add_custom_target(debian-changelog ALL DEPENDS "${debian_changelog}")
+
 # debian_package(NAME SECTION SUMMARY DESCRIPTION [FIELD VALUE]...)
 macro(debian_package name section summary description)
   list(APPEND CPACK_COMPONENTS_ALL ${name})
@@ -27,6 +40,9 @@ macro(debian_package name section summary description)
     list(POP_FRONT fields field value)
     set(CPACK_DEBIAN_${upper}_PACKAGE_${field} "${value}")
   endwhile()
+  # Every package carries the changelog and the licences of all of them.
+  install(FILES copyright "${debian_changelog}"
+          DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${name}" COMPONENT ${name})
 endmacro()
 set(CPACK_COMPONENTS_ALL)
 

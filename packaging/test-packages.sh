@@ -56,6 +56,13 @@ build() {
   [ ${#packages[@]} -eq $count ] || fail "there are ${#packages[@]} packages"
 }
 
+check_policy() {
+  step "Checking them against Debian's policy"
+  command -v lintian >/dev/null || fail "lintian is not installed (tools/install-deps)"
+  quiet lintian --allow-root --fail-on error --display-level '>=error' "${packages[@]}" ||
+    fail "lintian finds errors in the packages"
+}
+
 start_server() {
   exec {said}< <(exec tools/ingest-server "$folder/server")
   server=$!
@@ -188,5 +195,6 @@ try_armhf() {
 }
 
 build
+check_policy
 "try_$architecture"
 step "Passed"
