@@ -13,7 +13,9 @@ endif()
 
 # Source paths in log lines and debug information do not tell where the tree was built.
 set(NIMBO_SOURCE_ROOT "/pluginrtmp/")
-add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=${NIMBO_SOURCE_ROOT}")
+file(RELATIVE_PATH from_build "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")  # ccache's with a base_dir
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=${NIMBO_SOURCE_ROOT}"
+                    "-ffile-prefix-map=${from_build}/=${NIMBO_SOURCE_ROOT}")
 
 # The contract and the registration glue are included by their path from the root.
 include_directories("${CMAKE_SOURCE_DIR}/include" "${CMAKE_SOURCE_DIR}")

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
 
 #include "nimbo/base/ostream.h"
 
-namespace nimbo::base {
+namespace nimbo::log {
 
 /// Where in the source a console line comes from.
 struct Site {
@@ -34,16 +35,15 @@ class Line {
     _out << start;
   }
   Line(Colour colour, const Site& site) : Line(colour) {
-    const auto length = std::strlen(site.file);
-    auto skip = static_cast<std::size_t>(__root_path_offset < 0 ? 0 : __root_path_offset);
-    if (skip > length) skip = length;
+    const auto skip = std::min(std::strlen(site.file),
+                               static_cast<std::size_t>(std::max(base::__root_path_offset, 0)));
     _out << site.file + skip << "/" << site.line << "/" << site.function << ":\t";
   }
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
   ~Line() {
     _out << "\n\033[0m";
-    cout << _text;
+    base::cout << _text;
   }
 
   template <class V>
@@ -54,7 +54,7 @@ class Line {
 
  private:
   std::string _text;
-  ostream_string _out;
+  base::ostream_string _out;
 };
 
 /// The line of a failed check: `condition` is its source text. Always false, so that a check can
@@ -73,4 +73,4 @@ bool Failure(const Site& site, const char* condition, const Pieces&... message) 
   return false;
 }
 
-}  // namespace nimbo::base
+}  // namespace nimbo::log

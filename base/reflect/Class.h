@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/reflect/Line.h"
+#include "base/reflect/FailedCheck.h"
 #include "nimbo/base/class.h"
 #include "nimbo/base/object_list.h"
 
@@ -38,16 +38,16 @@ T* ObjectListSafe::Find(const char* name, bool byIdentifier) {
 template <class T>
 T* IClass::New(AttrSet& attrs) {
   // The line numbers are part of the printed text, which tools of our users look for.
-  constexpr Site NoType = {__FILE__, 221, "New"};
-  constexpr Site NoClass = {__FILE__, 225, "New"};
+  constexpr int NoType = 221;
+  constexpr int NoClass = 225;
   const char* type = attrs.Get("type");
   if (!type) {
-    Failure(NoType, "!type");
+    FailedCheck(__FILE__, NoType, "New", "!type");
     return nullptr;
   }
   IClass* cl = IClass::Find(type, false);
   if (!cl) {
-    Failure(NoClass, "!cl");
+    FailedCheck(__FILE__, NoClass, "New", "!cl");
     return nullptr;
   }
   if (const char* name = attrs.Get("name")) {

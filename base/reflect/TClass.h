@@ -4,7 +4,7 @@
 #include <string>
 #include <typeinfo>
 
-#include "base/reflect/Line.h"
+#include "base/reflect/FailedCheck.h"
 #include "base/reflect/TProperty.h"
 #include "nimbo/base/attributes.h"
 #include "nimbo/base/class.h"
@@ -30,14 +30,14 @@ class TClass : public IClass {
   template <class T>
   static IClass* Register(const char* name, std::initializer_list<IProperty*> properties) {
     // The line numbers are part of the printed text, which tools of our users look for.
-    constexpr Site NullName = {__FILE__, 72, "Register"};
-    constexpr Site NameInUse = {__FILE__, 74, "Register"};
+    constexpr int NullName = 72;
+    constexpr int NameInUse = 74;
     if (!name) {
-      Failure(NullName, "!name");
+      FailedCheck(__FILE__, NullName, "Register", "!name");
       return nullptr;
     }
     if (IClass* existing = IClass::Find(name, true)) {
-      Failure(NameInUse, "cl", "class existed:", name);
+      FailedCheck(__FILE__, NameInUse, "Register", std::string("cl,class existed:") + name);
       return existing;
     }
     auto* cl = new TClass(name, properties);

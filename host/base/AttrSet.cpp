@@ -2,11 +2,15 @@
 
 #include <algorithm>
 
-#include "base/reflect/Line.h"
 #include "host/base/ConfigText.h"
+#include "log/Line.h"
 #include "nimbo/base/names.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
+
 namespace {
 
 template <class Entries>

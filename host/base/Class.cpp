@@ -1,10 +1,10 @@
 #include "nimbo/base/class.h"
 
 #include "base/reflect/Class.h"
-#include "base/reflect/Line.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/Guard.h"
 #include "host/base/ObjectHooks.h"
+#include "log/Line.h"
 
 namespace nimbo::base {
 

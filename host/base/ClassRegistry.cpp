@@ -4,11 +4,14 @@
 
 #include <algorithm>
 
-#include "base/reflect/Line.h"
 #include "host/base/Guard.h"
 #include "host/base/Nearest.h"
+#include "log/Line.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
 
 namespace {
 

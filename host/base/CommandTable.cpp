@@ -2,11 +2,14 @@
 
 #include <algorithm>
 
-#include "base/reflect/Line.h"
 #include "host/base/Guard.h"
+#include "log/Line.h"
 #include "nimbo/base/command.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
 
 CommandTable& CommandTable::Globle() {
   // Filled by static initialisers of plug-ins; never destroyed.

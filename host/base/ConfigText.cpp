@@ -2,10 +2,14 @@
 
 #include <algorithm>
 
-#include "base/reflect/Line.h"
+#include "log/Line.h"
 #include "nimbo/base/names.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
+
 namespace {
 
 constexpr std::size_t End = std::string::npos;

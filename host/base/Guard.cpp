@@ -2,10 +2,13 @@
 
 #include <exception>
 
-#include "base/reflect/Line.h"
 #include "host/base/ConfigText.h"
+#include "log/Line.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
 
 void TellException(const std::string& what) noexcept {
   try {

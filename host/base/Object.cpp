@@ -1,12 +1,15 @@
 #include "nimbo/base/object.h"
 
-#include "base/reflect/Line.h"
 #include "host/base/ConfigText.h"
 #include "host/base/Nearest.h"
 #include "host/base/Pin.h"
+#include "log/Line.h"
 #include "nimbo/base/class.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
 
 object::object() = default;
 

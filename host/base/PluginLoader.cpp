@@ -6,12 +6,15 @@
 #include <filesystem>
 #include <set>
 
-#include "base/reflect/Line.h"
 #include "host/base/DynamicSymbols.h"
 #include "host/base/Guard.h"
+#include "log/Line.h"
 #include "nimbo/base/command.h"
 
 namespace nimbo::base {
+
+using log::Colour;
+using log::Line;
 
 PluginLoader& PluginLoader::Globle() {
   // Filled by static initialisers of plug-ins; never destroyed.

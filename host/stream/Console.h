@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "base/reflect/Line.h"
 #include "host/base/ConfigText.h"
+#include "log/Line.h"
 #include "nimbo/base/object.h"
 
 /// What the framework tells on the console, and how it shields itself from the code that it calls.
@@ -16,24 +16,24 @@ NIMBO_API bool& FailureTold();
 
 /// [any] One console line. The pieces may come from outside, so it is made printable.
 template <class... Pieces>
-void Tell(base::Colour colour, const Pieces&... pieces) {
+void Tell(log::Colour colour, const Pieces&... pieces) {
   std::string text;
   base::ostream_string out(text);
   (out << ... << pieces);
-  base::Line(colour) << base::Printable(text);
+  log::Line(colour) << base::Printable(text);
 }
 
 /// [any] One yellow line: why something will fail, for a caller that has its own failure line.
 template <class... Pieces>
 void Explain(const Pieces&... pieces) {
-  Tell(base::Colour::Yellow, pieces...);
+  Tell(log::Colour::Yellow, pieces...);
 }
 
 /// [any] One red line: what failed and why. Always false.
 template <class... Pieces>
 bool Refuse(const Pieces&... pieces) {
   FailureTold() = true;
-  Tell(base::Colour::Red, pieces...);
+  Tell(log::Colour::Red, pieces...);
   return false;
 }
 

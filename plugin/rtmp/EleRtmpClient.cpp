@@ -6,14 +6,14 @@
 
 namespace nimbo::plugin::rtmp {
 
-using base::Colour;
 using base::ExitCall;
-using base::Failure;
 using base::IClass;
-using base::Line;
-using base::Site;
 using base::TClass;
 using base::TProperty;
+using log::Colour;
+using log::Failure;
+using log::Line;
+using log::Site;
 using stream::IMedia;
 using stream::Packet;
 

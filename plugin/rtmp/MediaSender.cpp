@@ -10,11 +10,11 @@
 
 namespace nimbo::plugin::rtmp {
 
-using base::Colour;
 using base::ExitCall;
-using base::Failure;
-using base::Line;
-using base::Site;
+using log::Colour;
+using log::Failure;
+using log::Line;
+using log::Site;
 using stream::IMedia;
 using stream::Packet;
 

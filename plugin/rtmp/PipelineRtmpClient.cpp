@@ -1,19 +1,20 @@
 #include "plugin/rtmp/PipelineRtmpClient.h"
 
 #include "base/reflect/TClass.h"
+#include "log/Line.h"
 #include "nimbo/base/exit_call.h"
 #include "nimbo/stream/factory.h"
 
 namespace nimbo::plugin::rtmp {
 
-using base::Colour;
 using base::ExitCall;
-using base::Failure;
 using base::IClass;
-using base::Line;
-using base::Site;
 using base::TClass;
 using base::TProperty;
+using log::Colour;
+using log::Failure;
+using log::Line;
+using log::Site;
 using stream::Factory;
 using stream::IElement;
 using stream::IPort;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/reflect/Line.h"
+#include "log/Line.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -16,7 +16,7 @@ struct Profile {
 
   /// The place of a line of a shared operation: the class's file, the operation's own name and its
   /// line in the unit that implements it.
-  constexpr base::Site At(const char* function, int line = __builtin_LINE()) const {
+  constexpr log::Site At(const char* function, int line = __builtin_LINE()) const {
     return {file, line, function};
   }
 };

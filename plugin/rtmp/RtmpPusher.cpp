@@ -11,13 +11,13 @@
 namespace nimbo::plugin::rtmp {
 
 using base::AttrSet;
-using base::Colour;
-using base::Failure;
 using base::IClass;
-using base::Line;
-using base::Site;
 using base::TClass;
 using base::TProperty;
+using log::Colour;
+using log::Failure;
+using log::Line;
+using log::Site;
 using stream::Application;
 using stream::IMedia;
 using stream::Packet;

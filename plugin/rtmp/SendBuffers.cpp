@@ -9,9 +9,9 @@
 
 namespace nimbo::plugin::rtmp {
 
-using base::Colour;
-using base::Failure;
-using base::Line;
+using log::Colour;
+using log::Failure;
+using log::Line;
 
 SendBuffers::send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
   if (size == 0) {

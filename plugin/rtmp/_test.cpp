@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/reflect/Class.h"
-#include "base/reflect/Line.h"
+#include "log/Line.h"
 #include "nimbo/base/command.h"
 #include "nimbo/base/exit_call.h"
 #include "nimbo/stream/application.h"
@@ -15,12 +15,12 @@
 #include "plugin/rtmp/RtmpPusher.h"
 
 using nimbo::base::AttrSet;
-using nimbo::base::Colour;
 using nimbo::base::ExitCall;
-using nimbo::base::Failure;
 using nimbo::base::IClass;
-using nimbo::base::Line;
-using nimbo::base::Site;
+using nimbo::log::Colour;
+using nimbo::log::Failure;
+using nimbo::log::Line;
+using nimbo::log::Site;
 using nimbo::stream::Application;
 using nimbo::stream::Factory;
 using nimbo::stream::Object;

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <set>
 
-#include "base/reflect/Line.h"
 #include "host/capture/CaptureSource.h"
+#include "log/Line.h"
 
 namespace nimbo::test {
 
@@ -34,7 +34,7 @@ class FeedSource final : public capture::CaptureSource {
   explicit FeedSource(std::shared_ptr<Feed::State> state) : _state(std::move(state)) {}
 
   bool Open() override {
-    if (_state->broken) base::Line(base::Colour::Red) << "the test's source is broken";
+    if (_state->broken) log::Line(log::Colour::Red) << "the test's source is broken";
     return !_state->broken;
   }
   const std::vector<stream::IMedia*>& Streams() const override { return _state->streams; }
@@ -71,7 +71,7 @@ void RegisterOnce(const std::string& name) {
   capture::CaptureRegistry::Globle().Add(name, [](const std::string& asked, const base::AttrSet&) {
     const auto found = Feeds().find(asked);
     if (found != Feeds().end()) return std::make_unique<FeedSource>(found->second);
-    base::Line(base::Colour::Red) << "no feed \"" << asked << "\"";
+    log::Line(log::Colour::Red) << "no feed \"" << asked << "\"";
     return std::unique_ptr<FeedSource>();
   });
 }

@@ -192,8 +192,8 @@ void RtmpServer::Record(AVIOContext& publisher, const std::string& path) {
     stream::Refuse("rtmp-server: \"", path, "\" cannot be written: ", std::strerror(errno));
     return;
   }
-  base::Line(base::Colour::Green) << "rtmp-server: a publisher arrived; recording to \"" << path
-                                  << "\"";
+  log::Line(log::Colour::Green) << "rtmp-server: a publisher arrived; recording to \"" << path
+                                << "\"";
   unsigned int packets = 0;
   unsigned long long bytes = 0;
   std::vector<unsigned char> piece(FileHeaderSize);
@@ -217,8 +217,8 @@ void RtmpServer::Record(AVIOContext& publisher, const std::string& path) {
     piece.resize(TagHeaderSize + rest);
     whole = ReadWhole(publisher, piece.data() + TagHeaderSize, rest);
   }
-  base::Line(base::Colour::Green) << "rtmp-server: the publisher left after " << packets
-                                  << " packets; \"" << path << "\" has " << bytes << " bytes";
+  log::Line(log::Colour::Green) << "rtmp-server: the publisher left after " << packets
+                                << " packets; \"" << path << "\" has " << bytes << " bytes";
 }
 
 bool RtmpServer::ReadWhole(AVIOContext& publisher, unsigned char* to, std::size_t size) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <string>
 #include <typeinfo>
 #include <vector>
 
@@ -73,6 +74,11 @@ class NIMBO_API IClass : public object_keywords {
 
  private:
   friend class ClassRegistry;
+  template <class... Args>
+  friend class TClass;
+  /// Writes the line of a failed check of the registration glue. See base/reflect/FailedCheck.h.
+  static inline void FailedCheck(const char* file, int line, const char* function,
+                                 const std::string& condition);
   /// Gives a fresh object its class and name and initialises it; destroys it when that fails.
   object* Complete(object* instance, const char* type, const char* name, const char* cfgs,
                    object* owner);

@@ -7,11 +7,15 @@
 #include <set>
 #include <thread>
 
-#include "base/reflect/Line.h"
+#include "log/Line.h"
 #include "tests/support/ConsoleCapture.h"
 
 namespace nimbo::base {
 namespace {
+
+using log::Colour;
+using log::Failure;
+using log::Line;
 
 template <class... Pieces>
 std::string TextOf(const Pieces&... pieces) {

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <thread>
 
-#include "base/reflect/Line.h"
 #include "host/capture/ByteWindow.h"
 #include "host/capture/CaptureSource.h"
+#include "log/Line.h"
 #include "tests/host/capture/StreamFile.h"
 #include "tests/support/ConsoleCapture.h"
 #include "tests/support/MediaSamples.h"
