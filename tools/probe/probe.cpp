@@ -33,7 +33,8 @@ Stack stacks[MostStacks];
 std::atomic<int> stackCount{0};
 
 bool IsRuntime(const char* path) {
-  return std::strstr(path, "libstdc++") || std::strstr(path, "probe") || std::strstr(path, "libc.so");
+  return std::strstr(path, "libstdc++") || std::strstr(path, "probe") ||
+         std::strstr(path, "libc.so");
 }
 
 /// Counts one allocation for the first library on the stack that is not a runtime library.

@@ -21,8 +21,9 @@ class PusherPublisher final : public Publisher {
 
  protected:
   void Deliver(Bytes video, Bytes audio) override {
-    _videoFeed.Push(std::move(video), true, time * Millisecond, sequence);
-    _audioFeed.Push(std::move(audio), true, time * Millisecond, sequence);
+    for (auto& [bytes, feed] : {std::pair(&video, &_videoFeed), {&audio, &_audioFeed}}) {
+      if (!bytes->empty()) feed->Push(std::move(*bytes), true, time * Millisecond, sequence);
+    }
   }
 
  private:
@@ -52,6 +53,7 @@ class ClientPublisher final : public Publisher {
  protected:
   void Deliver(Bytes video, Bytes audio) override {
     for (auto& [bytes, media] : {std::pair(&video, _video.get()), {&audio, _audio.get()}}) {
+      if (bytes->empty()) continue;
       const auto packet = NewPacket({std::move(*bytes), true, time * Millisecond, sequence, media});
       _client->ReceivePacket(*packet, nullptr);
     }
@@ -74,15 +76,20 @@ const char* NameOf(Publisher::Kind kind) {
   return Names[static_cast<int>(kind)];
 }
 
+void Publisher::FeedOnce(std::size_t video, std::size_t audio) {
+  constexpr std::int64_t Step = 20;
+  Deliver(video ? AccessUnit(true, video) : Bytes(), audio ? AdtsFrame(audio) : Bytes());
+  time += Step;
+  // No number of a picture is left out.
+  if (video) ++sequence;
+}
+
 void Publisher::StartFeeding(std::size_t size, std::chrono::milliseconds pace) {
   StopFeeding();
   _feeding = true;
   _feeder = std::thread([this, size, pace] {
-    constexpr std::int64_t Step = 20;
     while (_feeding) {
-      Deliver(AccessUnit(true, size), AdtsFrame(100));
-      time += Step;
-      ++sequence;
+      FeedOnce(size, 100);
       std::this_thread::sleep_for(pace);
     }
   });

@@ -32,12 +32,14 @@ class Publisher {
   void StartFeeding(std::size_t size,
                     std::chrono::milliseconds pace = std::chrono::milliseconds(5));
   void StopFeeding();
+  /// One frame of each kind whose size is above zero, in the caller's thread. While nothing is fed.
+  void FeedOnce(std::size_t video, std::size_t audio);
   /// Stream time of the next frame in ms, and its number. To be changed while nothing is fed.
   std::int64_t time = 0;
   std::uint32_t sequence = 1;
 
  protected:
-  /// [feeding] One frame of each kind.
+  /// [feeding] One frame of each kind; none of that which is empty.
   virtual void Deliver(Bytes video, Bytes audio) = 0;
 
   Held<stream::Media> _video = VideoMedia();
