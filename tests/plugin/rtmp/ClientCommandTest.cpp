@@ -9,7 +9,6 @@ namespace nimbo::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class ClientCommand : public FeedTest {
  protected:
@@ -20,6 +19,13 @@ class ClientCommand : public FeedTest {
     return Run("fwRtmpClientStart", name, url, cfgs);
   }
   int Stop(const char* name) { return Run("fwRtmpClientStop", name, "ignored", nullptr); }
+  /// What a start of "cam" tells on its way.
+  static std::vector<std::string> Progress(const std::string& url, const std::string& cfgs) {
+    const std::string start = "fwRtmpClientStart: ";
+    return {"2 18/" + start + "app_name=cam",
+            "2 24/" + start + "app_cfgs=" + cfgs + "+rtmp-client:link=all,url=" + url,
+            "2 30/" + start + "(void*)client=ADDRESS"};
+  }
   static bool Exists(const char* name) {
     return stream::Factory::Globle().Find<base::object>(name, true) != nullptr;
   }
@@ -37,19 +43,25 @@ TEST_F(ClientCommand, StartReportsWhatFailedAndLeavesNothing) {
   const char* const cfg = rings.c_str();
   const struct {
     const char *name, *url, *cfgs, *line;
+    std::size_t steps;  ///< progress lines in front of it
   } cases[] = {
-      {nullptr, away.c_str(), cfg, "12/fwRtmpClientStart: !name"},
-      {"cam", nullptr, cfg, "13/fwRtmpClientStart: !url"},
-      {"cam", away.c_str(), nullptr, "14/fwRtmpClientStart: !cfgs"},
-      {"", away.c_str(), cfg, "17/fwRtmpClientStart: app_name.empty(),Invalid name"},
+      {nullptr, away.c_str(), cfg, "12/fwRtmpClientStart: !name", 0},
+      {"cam", nullptr, cfg, "13/fwRtmpClientStart: !url", 0},
+      {"cam", away.c_str(), nullptr, "14/fwRtmpClientStart: !cfgs", 0},
+      {"", away.c_str(), cfg, "17/fwRtmpClientStart: app_name.empty(),Invalid name", 0},
       {"cam", away.c_str(), "no-such-class",
-       "30/fwRtmpClientStart: !client,failed to create rtmp client"},
+       "30/fwRtmpClientStart: !client,failed to create rtmp client", 2},
       {"cam", away.c_str(), cfg,
-       "33/fwRtmpClientStart: !client->StatusSet(\"play\"),Rtmp client named cam failed to start"},
+       "33/fwRtmpClientStart: !client->StatusSet(\"play\"),Rtmp client named cam failed to start",
+       3},
   };
   for (const auto& known : cases) {
     EXPECT_EQ(Start(known.name, known.url, known.cfgs), 0);
-    EXPECT_THAT(Told(), ElementsAre(known.line));
+    std::vector<std::string> lines;
+    if (known.steps > 0) lines = Progress(known.url, known.cfgs);
+    lines.resize(known.steps);
+    lines.emplace_back(known.line);
+    EXPECT_EQ(Told(), lines);
     EXPECT_FALSE(Exists("cam"));
   }
 }
@@ -63,24 +75,26 @@ TEST_F(ClientCommand, StopReportsWhomItDoesNotFind) {
   EXPECT_EQ(Stop(name.c_str()), 0);
   EXPECT_THAT(
       Told(),
-      ElementsAre("43/fwRtmpClientStop: !client,Did not find the rtmp client named " + name));
+      ElementsAre("2 41/fwRtmpClientStop: app_name=" + name,
+                  "43/fwRtmpClientStop: !client,Did not find the rtmp client named " + name));
 }
 
 TEST_F(ClientCommand, ClientPlaysUnderItsNameUntilItIsStopped) {
   IngestServer server;
   ASSERT_EQ(Start("cam", server.Url().c_str(), Configuration().c_str()), 1);
-  EXPECT_EQ(
-      console.Count("app_cfgs=" + Configuration() + "+rtmp-client:link=all,url=" + server.Url()),
-      1u);
-  EXPECT_THAT(Told(), IsEmpty());
+  EXPECT_EQ(Told(), Progress(server.Url(), Configuration()));
   EXPECT_EQ(Start("cam", server.Url("other").c_str(), Configuration().c_str()), 0);
-  EXPECT_THAT(Told(), ElementsAre("21/fwRtmpClientStart: exist,The rtmp client named cam already "
+  EXPECT_THAT(Told(), ElementsAre("2 18/fwRtmpClientStart: app_name=cam",
+                                  "21/fwRtmpClientStart: exist,The rtmp client named cam already "
                                   "exists"));
   PushVideo(true, 0);
   PushAudio(0);
   ASSERT_TRUE(server.WaitForMedia(0, 4));
   EXPECT_THAT(Summary(server.Get(0)), ElementsAre("v0", "V0", "a0", "A0"));
   EXPECT_EQ(Stop("cam"), 1);
+  EXPECT_EQ(console.Lines().back().line, 44);  // behind all that the client said at its end
+  EXPECT_THAT(Told(), ElementsAre("2 41/fwRtmpClientStop: app_name=cam",
+                                  "2 44/fwRtmpClientStop: (void*)client=ADDRESS"));
   ASSERT_TRUE(server.WaitForEnd(0));
   EXPECT_FALSE(Exists("cam"));
   EXPECT_EQ(Start("cam", server.Url().c_str(), Configuration().c_str()), 1);

@@ -4,6 +4,7 @@
 #include "base/reflect/TClass.h"
 #include "host/base/CommandTable.h"
 #include "host/base/PluginLoader.h"
+#include "host/stream/Factory.h"
 #include "nimbo/stream/factory.h"
 #include "tests/plugin/rtmp/PluginFixture.h"
 
@@ -39,6 +40,9 @@ TEST(Module, ClassesTellTheirPropertiesAndOrigin) {
       {"pipeline-rtmp-client-muxer-sink", "ring4 ", 0x10001, "Velmora", "plugin.author",
        "pipeline-rtmp-client"},
   };
+  EXPECT_THAT(stream::FactoryLayouts(),
+              ElementsAre(std::pair("layout-protocol-parser-common",
+                                    "layout-protocol-parser-rtmp-client")));
   for (const auto& known : cases) {
     const base::IClass* cl = base::IClass::Find(known.name, true);
     ASSERT_NE(cl, nullptr) << known.name;

@@ -23,7 +23,14 @@ class RtmpPipeline : public FeedTest {
 
   /// The pipeline of `elements` publishes both sources when they play.
   void ExpectPublishing(const std::string& elements, stream::Object& sources) {
-    EXPECT_EQ(console.Count("port0->Caps()="), 2u);
+    std::vector<std::string> lines = {"6 Initialize: (void*)this=ADDRESS"};
+    for (const char* caps : {"h264", "aac"}) {
+      for (const std::string text : {"(void*)_rtmp_client=ADDRESS", "(void*)_av_sync=ADDRESS",
+                                     "port0->Caps()=", "(void*)src=ADDRESS"}) {
+        lines.push_back("6 AddRing: " + text + (text.back() == '=' ? caps : ""));
+      }
+    }
+    EXPECT_EQ(Told("PipelineRtmpClient"), lines);
     std::vector<std::string> classes;
     for (const stream::LiveObject& live : stream::ListObjects()) {
       if (live.path == elements + live.name) classes.push_back(live.className);

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <regex>
 #include <stdexcept>
 
 #include "host/base/PluginLoader.h"
@@ -56,11 +57,14 @@ PluginTest::PluginTest() {
   console.Clear();
 }
 
-std::vector<std::string> PluginTest::Told() {
+std::vector<std::string> PluginTest::Told(const std::string& unit) {
+  static const std::regex address("0x[0-9a-f]+");
   std::vector<std::string> told;
   for (const ConsoleLine& line : console.Lines()) {
-    if (line.path != "plugin/rtmp/_test.cpp" || line.colour != '1') continue;
-    told.push_back(std::to_string(line.line) + "/" + line.function + ": " + line.text);
+    if (line.path != "plugin/rtmp/" + unit + ".cpp") continue;
+    told.push_back((line.colour == '1' ? "" : std::string(1, line.colour) + " ") +
+                   (unit == "_test" ? std::to_string(line.line) + "/" : "") + line.function + ": " +
+                   std::regex_replace(line.text, address, "ADDRESS"));
   }
   console.Clear();
   return told;

@@ -70,8 +70,10 @@ class Pusher {
 class PluginTest : public testing::Test {
  protected:
   PluginTest();
-  /// The commands' red lines, with their numbers; the console is cleared.
-  std::vector<std::string> Told();
+  /// All lines of one of the plug-in's sources as "FUNCTION: TEXT", the commands' with their fixed
+  /// numbers in front; those that are not red with the digit of their colour; addresses masked. The
+  /// console is cleared.
+  std::vector<std::string> Told(const std::string& unit = "_test");
 
   ConsoleCapture console;
 };

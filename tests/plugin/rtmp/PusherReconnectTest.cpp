@@ -54,9 +54,11 @@ TEST_F(PusherReconnect, ServerThatIsDownIsTriedUntilItIsBack) {
   ASSERT_TRUE(pusher.SetStatus("play"));
   ASSERT_TRUE(PushUntilMedia(server, 0));
   server.StopListening();
+  const auto lost = std::chrono::steady_clock::now();
   server.Reset(0);
   constexpr char Failed[] = "RTMP_Connect(_rtmp, __null) == 0";
-  ASSERT_TRUE(PushUntil([&] { return console.Count(Failed) >= 2; }));
+  ASSERT_TRUE(PushUntil([&] { return console.Count(Failed) >= 3; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - lost, std::chrono::seconds(2));  // two pauses
   EXPECT_EQ(pusher.Get("rtmp_sts"), "false");
   EXPECT_EQ(console.Count("push pkt fail,try to reconnect"), console.Count(Failed));
   server.Listen();
@@ -73,15 +75,16 @@ TEST_F(PusherReconnect, ServerThatIsDownIsTriedUntilItIsBack) {
 
 TEST_F(PusherReconnect, ServerThatStopsReadingIsLeft) {
   if (StockTransport) GTEST_SKIP() << "librtmp alone would wait for minutes";
-  Script stall{{{Point::Media, Reaction::Stall, 5}}};
+  Script stall{{{Point::Media, Reaction::Stall, 1}}};
   stall.receiveBuffer = 65536;
   IngestServer server({stall, {}});
   Pusher pusher(server.Url(), Configuration());
   ASSERT_TRUE(pusher.SetStatus("play"));
-  pushSize = 400000;
-  // While the send hangs, the ring runs ahead, and the property tells so without waiting for it.
-  EXPECT_TRUE(PushUntil([&] { return std::stoi(pusher.Get("rtmp_quality")) > 0; }));
-  pushSize = 100;
+  // While the send of a large frame hangs, the ring runs ahead, and the property tells so without
+  // waiting for it: 16 of the 64 frames that a ring holds.
+  PushVideo(true, 0, 16000000);
+  for (int i = 0; i < 16; ++i) PushVideo(true, 0);
+  EXPECT_TRUE(Eventually([&] { return pusher.Get("rtmp_quality") == "25"; }));
   ASSERT_TRUE(PushUntilMedia(server, 1));
   ExpectHeadersFirst(server.Get(1));
 }
