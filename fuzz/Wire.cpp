@@ -9,7 +9,7 @@
 namespace nimbo::fuzz {
 namespace {
 
-plugin::rtmp::Profile profile = {"Fuzz", "Send", false, false, false, false, true};
+plugin::rtmp::Profile profile = {{}, false, false, false, false, true};
 plugin::rtmp::SequenceCounters counters;
 
 }  // namespace

@@ -30,6 +30,10 @@ class Wire final : public plugin::rtmp::MediaSender {
               const std::vector<test::Bytes>& bodies);
 
  private:
+  bool Send(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+            unsigned int timestamp) override {
+    return SendMessage(packet, type, data, size, timestamp);
+  }
   /// The bodies of the media messages that have arrived.
   std::vector<test::Bytes> Arrived(test::MessageType type, std::uint32_t time);
 

@@ -22,9 +22,21 @@ namespace {
 [[gnu::used]] int s_unit = -1;
 
 constexpr Profile ClientProfile = {
-    /*file=*/__FILE__,         /*sendName=*/"SendRtmpPacket",
-    /*detailed=*/true,         /*clearsBuffers=*/false,
-    /*bracketsEachCall=*/true, /*refusesShortFrames=*/true,
+    {
+        /*connectServer=*/{__FILE__, __LINE__, "ConnectServer"},
+        /*setRtmpPacketSize=*/{__FILE__, __LINE__, "SetRtmpPacketSize"},
+        /*sendRtmpPacket=*/{__FILE__, __LINE__, "SendRtmpPacket"},
+        /*sendH264=*/{__FILE__, __LINE__, "SendH264"},
+        /*sendAac=*/{__FILE__, __LINE__, "SendAAC"},
+        /*sendBufferCreate=*/{__FILE__, __LINE__, "SendBufferCreate"},
+        /*sendBufferRealloc=*/{__FILE__, __LINE__, "SendBufferRealloc"},
+        // Lines of this one have always named the function so, and tools look for it.
+        /*sendBufferCheck=*/{__FILE__, __LINE__, "operator()"},
+    },
+    /*detailed=*/true,
+    /*clearsBuffers=*/false,
+    /*bracketsEachCall=*/true,
+    /*refusesShortFrames=*/true,
     /*usesLargeChunks=*/true};
 
 SequenceCounters s_counters;
@@ -89,6 +101,7 @@ bool EleRtmpClient::Close() {
     const sync::Lock lock(_mutex);
     DisConnectServer();
     Line(Colour::Cyan, Site::Here()) << "disconnect to : " << _url.Get();
+    EndSession();
   }
   DestroyBuffers();
   RepeatHeaders();
@@ -172,6 +185,11 @@ bool EleRtmpClient::HandleFailure(const Packet& packet, const char* codec) {
   }
   Report("rtmp_reconnect_fail");
   return Failure(at(__LINE__), "!ret", "reconnect failed");
+}
+
+bool EleRtmpClient::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data,
+                                   unsigned int size, unsigned int timestamp) {
+  return SendMessage(packet, type, data, size, timestamp);
 }
 
 void EleRtmpClient::Count(std::int32_t& counter, const Packet& packet) {

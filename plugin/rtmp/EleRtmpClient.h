@@ -49,6 +49,13 @@ class EleRtmpClient : public stream::ISink, private MediaSender {
   friend base::IClass* RegisterEleRtmpClientClass();
 
   void Report(const char* message) override;
+  /// The sending of one message under the name that this class's users and log lines know.
+  bool SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+                      unsigned int timestamp);
+  bool Send(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+            unsigned int timestamp) override {
+    return SendRtmpPacket(packet, type, data, size, timestamp);
+  }
   /// [sending] Reconnects when both sides of the picture differ from the session's. False when that
   /// fails or the media does not tell its size.
   bool SwitchResolution(stream::IMedia& media) REQUIRES(_mutex);

@@ -53,22 +53,27 @@ Bytes PayloadOf(const Packet& pkt) { return {pkt.Data(), pkt.Size()}; }
 
 void MediaSender::BeginSession() {
   RepeatHeaders();
-  _last_remark.clear();
+  _explained.clear();
   // Another instance may have published since.
   _vid_accepted = false;
+  if (!_open) ++_counters.open;
+  _open = true;
+  _beside = _counters.open > 1;
   _rtmp.Resume();
 }
 
+void MediaSender::EndSession() {
+  if (_open) --_counters.open;
+  _open = false;
+}
+
 bool MediaSender::ConnectServer(const char* url) {
-  constexpr const char* Function = "ConnectServer";
-  {
-    const VfpBracket bracket(_profile.bracketsEachCall);
-    if (!_rtmp.Allocate()) return Failure(_profile.At(Function), "!_rtmp");
-  }
+  const Site& site = _profile.places.connectServer;
+  if (!_rtmp.Allocate()) return Failure(site, "!_rtmp");
   ExitCall freeSession([this] { _rtmp.Free(); });
-  if (!_rtmp.SetupUrl(url)) {
-    TellRemark();
-    return Failure(_profile.At(Function), "RTMP_SetupURL(_rtmp, (char*)url) == 0");
+  if (const Status usable = _rtmp.SetupUrl(url); !usable) {
+    Explain(usable.Why());
+    return Failure(site, "RTMP_SetupURL(_rtmp, (char*)url) == 0");
   }
   _rtmp.EnableWrite();
   if (!ConnectSteps()) return false;
@@ -78,42 +83,35 @@ bool MediaSender::ConnectServer(const char* url) {
 }
 
 bool MediaSender::ConnectSteps() {
-  struct Texts {
-    const char* condition;
-    const char* message;
+  const auto fail = [this](const Status& status, const char* condition, const char* message) {
+    const Site& site = _profile.places.connectServer;
+    Explain(status.Why());
+    return _profile.detailed ? Failure(site, condition, message) : Failure(site, condition);
   };
-  constexpr Texts ConnectFailed = {"RTMP_Connect(_rtmp, __null) == 0", "RTMP connect failed"};
-  // The message names the wrong step; it has always read so, and tools look for it.
-  constexpr Texts StreamFailed = {"RTMP_ConnectStream(_rtmp, 0) == 0", "RTMP close failed"};
-  const auto fail = [this](const Texts& texts, int line) {
-    const Site site = _profile.At("ConnectServer", line);
-    return _profile.detailed ? Failure(site, texts.condition, texts.message)
-                             : Failure(site, texts.condition);
-  };
-  bool connected = false;
-  bool streaming = false;
+  Status connected;
+  Status streaming;
   {
     const VfpBracket bracket(_profile.bracketsEachCall);
     connected = _rtmp.Connect();
-    streaming = connected && _rtmp.ConnectStream();
+    if (connected) streaming = _rtmp.ConnectStream();
   }
-  TellRemark();
-  if (!connected) return fail(ConnectFailed, __LINE__);
+  if (!connected) return fail(connected, "RTMP_Connect(_rtmp, __null) == 0", "RTMP connect failed");
   if (!streaming) {
-    fail(StreamFailed, __LINE__);
+    // The message names the wrong step; it has always read so, and tools look for it.
+    fail(streaming, "RTMP_ConnectStream(_rtmp, 0) == 0", "RTMP close failed");
     _rtmp.Close();
     return false;
   }
+  Explain(_rtmp.TakeWarning());
   return true;
 }
 
-void MediaSender::TellRemark() {
-  std::string remark = _rtmp.TakeRemark();
+void MediaSender::Explain(const std::string& why) {
   // While a server stays away, every attempt fails for the same reason.
-  if (!remark.empty() && remark != _last_remark) {
-    Line(Colour::Yellow, _profile.At("ConnectServer")) << remark;
+  if (!why.empty() && why != _explained) {
+    Line(Colour::Yellow, _profile.places.connectServer) << why;
   }
-  _last_remark = std::move(remark);
+  _explained = why;
 }
 
 bool MediaSender::DisConnectServer() {
@@ -126,13 +124,10 @@ bool MediaSender::SetRtmpPacketSize() {
   constexpr int ControlChannel = 2;  // RTMP 1.0, 5.4: protocol control messages
   constexpr int ChunkSize = 1024;
   constexpr std::size_t BodySize = 4;
-  if (!_rtmp.IsConnected()) {
-    return Failure(_profile.At("SetRtmpPacketSize"), "!RTMP_IsConnected(_rtmp)");
-  }
+  const Site& site = _profile.places.setRtmpPacketSize;
+  if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
   RTMPPacket packet = {};
-  if (!RTMPPacket_Alloc(&packet, BodySize)) {
-    return Failure(_profile.At("SetRtmpPacketSize"), "!RTMPPacket_Alloc(&packet, 4)");
-  }
+  if (!RTMPPacket_Alloc(&packet, BodySize)) return Failure(site, "!RTMPPacket_Alloc(&packet, 4)");
   packet.m_headerType = RTMP_PACKET_SIZE_LARGE;
   packet.m_packetType = RTMP_PACKET_TYPE_CHUNK_SIZE;
   packet.m_nChannel = ControlChannel;
@@ -141,7 +136,7 @@ bool MediaSender::SetRtmpPacketSize() {
   _rtmp.SetOutChunkSize(ChunkSize);
   {
     const VfpBracket bracket(_profile.bracketsEachCall);
-    _rtmp.Send(packet, true);
+    static_cast<void>(_rtmp.Send(packet, true));
   }
   RTMPPacket_Free(&packet);
   return true;
@@ -149,8 +144,26 @@ bool MediaSender::SetRtmpPacketSize() {
 
 // ---- messages -----------------------------------------------------------------------------------
 
-bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* data,
-                                 unsigned int size, unsigned int timestamp) {
+bool MediaSender::ReadyToSend(std::size_t size) {
+  const Site& site = _profile.places.sendRtmpPacket;
+  if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
+  return size <= MaxMessageBody || Failure(site, "size > 0xFFFFFF");
+}
+
+template <class Step>
+bool MediaSender::SendNow(Step send) {
+  Status sent;
+  {
+    const VfpBracket bracket(_profile.bracketsEachCall);
+    sent = _rtmp.Listen();
+    if (sent) sent = send();
+  }
+  if (!sent) Explain(sent.Why());
+  return static_cast<bool>(sent);
+}
+
+bool MediaSender::SendMessage(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+                              unsigned int timestamp) {
   if (!ReadyToSend(size)) return false;
   packet->m_headerType = RTMP_PACKET_SIZE_LARGE;
   packet->m_packetType = type;
@@ -160,18 +173,7 @@ bool MediaSender::SendRtmpPacket(RTMPPacket* packet, unsigned char type, char* d
   packet->m_nInfoField2 = _rtmp.StreamId();
   packet->m_nBodySize = size;
   packet->m_body = data;
-  const VfpBracket bracket(_profile.bracketsEachCall);
-  return _rtmp.Send(*packet, false);
-}
-
-bool MediaSender::ReadyToSend(std::size_t size) {
-  const Site site = _profile.At(_profile.sendName);
-  {
-    const VfpBracket bracket(_profile.bracketsEachCall);
-    _rtmp.DiscardInbound();
-  }
-  if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
-  return size <= MaxMessageBody || Failure(site, "size > 0xFFFFFF");
+  return SendNow([&] { return _rtmp.Send(*packet, false); });
 }
 
 bool MediaSender::MakeRoom(send_buffer_t*& buffer, std::size_t body) {
@@ -187,9 +189,9 @@ bool MediaSender::SendFrame(MessageType type, send_buffer_t* buffer, bool copy, 
                             Bytes payload, const Packet& pkt) {
   const std::uint32_t timestamp = Milliseconds(pkt.TimeStamp());
   if (!copy && _rtmp.CanSendInPlace()) {
-    if (!ReadyToSend(header.size + payload.size)) return false;
-    const VfpBracket bracket(_profile.bracketsEachCall);
-    return _rtmp.SendInPlace(MediaChannel, type, timestamp, header, payload);
+    return ReadyToSend(header.size + payload.size) && SendNow([&] {
+             return _rtmp.SendInPlace(MediaChannel, type, timestamp, header, payload);
+           });
   }
   Clear(buffer);
   ByteWriter body(buffer->Body());
@@ -200,15 +202,16 @@ bool MediaSender::SendFrame(MessageType type, send_buffer_t* buffer, bool copy, 
 
 bool MediaSender::SendBody(MessageType type, send_buffer_t* buffer, std::size_t size,
                            std::uint32_t timestamp) {
-  return SendRtmpPacket(buffer->Record(), static_cast<unsigned char>(type),
-                        reinterpret_cast<char*>(buffer->Body()), static_cast<unsigned int>(size),
-                        timestamp);
+  return Send(buffer->Record(), static_cast<unsigned char>(type),
+              reinterpret_cast<char*>(buffer->Body()), static_cast<unsigned int>(size), timestamp);
 }
 
 // ---- H.264 --------------------------------------------------------------------------------------
 
 bool MediaSender::AcceptSequence(const Packet& pkt) {
-  const std::uint32_t last = _vid_accepted ? _last_vid_seq : _counters.s_last_vid_seq.load();
+  const bool alone = !_beside && _counters.open <= 1;
+  const std::uint32_t seed = alone ? _counters.s_last_vid_seq.load() : 0;
+  const std::uint32_t last = _vid_accepted ? _last_vid_seq : seed;
   if (last != 0 && pkt.Sequence() != last + 1) {
     if (_profile.detailed) Line(Colour::Red) << pkt.Sequence() << "," << last;
     _vid_lost = true;
@@ -222,10 +225,10 @@ bool MediaSender::AcceptSequence(const Packet& pkt) {
 }
 
 bool MediaSender::SendH264(Packet* pkt) {
-  constexpr const char* Function = "SendH264";
+  const Site& site = _profile.places.sendH264;
   if (!pkt || !pkt->Data()) {
     const char* both = "!pkt || !pkt->Data()";
-    Failure(_profile.At(Function), _profile.detailed ? both : !pkt ? "!pkt" : "!pkt->Data()");
+    Failure(site, _profile.detailed ? both : !pkt ? "!pkt" : "!pkt->Data()");
     return true;
   }
   if (!AcceptSequence(*pkt)) return true;
@@ -234,12 +237,11 @@ bool MediaSender::SendH264(Packet* pkt) {
   const Bytes payload = FindFirstSlice(PayloadOf(*pkt));
   constexpr std::size_t ShortestFrame = 5;
   if (_profile.refusesShortFrames && payload.size < ShortestFrame) {
-    return Failure(_profile.At(Function), "size<5");
+    return Failure(site, "size<5");
   }
   if (!_vid_header_sent && !SendAvcHeader(*pkt)) return false;
   if (!MakeRoom(_vid_buffer, AvcFrameHeaderSize + payload.size)) {
-    return Failure(_profile.At(Function),
-                   "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + size + 9, true)");
+    return Failure(site, "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + size + 9, true)");
   }
   unsigned char header[AvcFrameHeaderSize];
   WriteAvcFrameHeader(header, pkt->IsKey(), payload.size);
@@ -247,11 +249,11 @@ bool MediaSender::SendH264(Packet* pkt) {
 }
 
 bool MediaSender::SendAvcHeader(const Packet& pkt) {
-  constexpr const char* Function = "SendH264";
+  const Site& site = _profile.places.sendH264;
   // Set first: whatever fails below is not tried again on this session.
   _vid_header_sent = true;
   IMedia* media = pkt.Media();
-  if (!media) return Failure(_profile.At(Function), "!media");
+  if (!media) return Failure(site, "!media");
 
   unsigned char* pps = nullptr;
   unsigned char* sps = nullptr;
@@ -262,23 +264,22 @@ bool MediaSender::SendAvcHeader(const Packet& pkt) {
     return false;
   }
   if (!sps || spsSize < MinSpsSize || spsSize > MaxParameterSetSize) {
-    return Failure(_profile.At(Function), "!sps || isps < 4 || isps > 65535", "isps=", spsSize);
+    return Failure(site, "!sps || isps < 4 || isps > 65535", "isps=", spsSize);
   }
   if (!pps || ppsSize > MaxParameterSetSize) {
-    return Failure(_profile.At(Function), "!pps || ipps > 65535", "ipps=", ppsSize);
+    return Failure(site, "!pps || ipps > 65535", "ipps=", ppsSize);
   }
   // The text names the room that was once reserved whatever the parameter sets needed.
   if (!MakeRoom(_vid_buffer, AvcSequenceHeaderSize(spsSize, ppsSize))) {
-    return Failure(_profile.At(Function),
-                   "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + 64, true)");
+    return Failure(site, "!SendBufferCheck(_vid_buffer, RtmpHeaderSize + 64, true)");
   }
   Clear(_vid_buffer);
   const std::size_t size =
       WriteAvcSequenceHeader(_vid_buffer->Body(), {sps, spsSize}, {pps, ppsSize});
-  if (_profile.detailed) Line(Colour::Cyan, _profile.At(Function)) << "Send sps pps";
+  if (_profile.detailed) Line(Colour::Cyan, site) << "Send sps pps";
   const bool sent = SendBody(MessageType::Video, _vid_buffer, size, 0);
   if (!_profile.detailed) return sent;
-  if (!sent) Failure(_profile.At(Function), "!ret", "send pps sps failed");
+  if (!sent) Failure(site, "!ret", "send pps sps failed");
   Report(sent ? "rtmp_send_data_success" : "rtmp_send_data_fail");
   return sent;
 }
@@ -286,9 +287,9 @@ bool MediaSender::SendAvcHeader(const Packet& pkt) {
 // ---- AAC ----------------------------------------------------------------------------------------
 
 bool MediaSender::SendAAC(Packet* pkt) {
-  constexpr const char* Function = "SendAAC";
+  const Site& site = _profile.places.sendAac;
   if (!pkt || !pkt->Data()) {
-    Failure(_profile.At(Function), pkt ? "!pkt->Data()" : "!pkt");
+    Failure(site, pkt ? "!pkt->Data()" : "!pkt");
     return true;
   }
   _counters.s_last_aud_seq = pkt->Sequence();
@@ -296,12 +297,11 @@ bool MediaSender::SendAAC(Packet* pkt) {
 
   const Bytes frame = PayloadOf(*pkt);
   if (_adts_len < 0 || static_cast<std::size_t>(_adts_len) > frame.size) {
-    return Failure(_profile.At(Function), "_adts_len < 0 || _adts_len > size",
-                   "_adts_len=", _adts_len, ",size=", pkt->Size());
+    return Failure(site, "_adts_len < 0 || _adts_len > size", "_adts_len=", _adts_len,
+                   ",size=", pkt->Size());
   }
   if (!MakeRoom(_aud_buffer, AacFrameHeaderSize + frame.size)) {
-    return Failure(_profile.At(Function),
-                   "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + size + 2, true)");
+    return Failure(site, "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + size + 2, true)");
   }
   const auto skip = static_cast<std::size_t>(_adts_len);
   unsigned char header[AacFrameHeaderSize];
@@ -311,23 +311,22 @@ bool MediaSender::SendAAC(Packet* pkt) {
 }
 
 bool MediaSender::SendAacHeader(const Packet& pkt) {
-  constexpr const char* Function = "SendAAC";
+  const Site& site = _profile.places.sendAac;
   AacFormat format;
   // Set first: whatever fails below is not tried again on this session.
   _aud_header_sent = true;
   IMedia* media = pkt.Media();
-  if (!media) return Failure(_profile.At(Function), "!media");
+  if (!media) return Failure(site, "!media");
   if (!media->GetIntT("adtslen", _adts_len) || !media->GetIntT("profile", format.profile) ||
       !media->GetIntT("channel", format.channels) || !media->GetIntT("rate", format.rate)) {
     return false;
   }
   if (!MakeRoom(_aud_buffer, AacSequenceHeaderSize)) {
-    return Failure(_profile.At(Function),
-                   "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + 8, true)");
+    return Failure(site, "!SendBufferCheck(_aud_buffer, RtmpHeaderSize + 8, true)");
   }
   Clear(_aud_buffer);
   const std::size_t size = WriteAacSequenceHeader(_aud_buffer->Body(), format);
-  if (_profile.detailed) Line(Colour::Cyan, _profile.At(Function)) << "send audseqheader";
+  if (_profile.detailed) Line(Colour::Cyan, site) << "send audseqheader";
   return SendBody(MessageType::Audio, _aud_buffer, size, 0);
 }
 

@@ -28,9 +28,21 @@ namespace {
 [[gnu::used]] int s_unit = -1;
 
 constexpr Profile PusherProfile = {
-    /*file=*/__FILE__,          /*sendName=*/"SendRtmpPcaket",
-    /*detailed=*/false,         /*clearsBuffers=*/true,
-    /*bracketsEachCall=*/false, /*refusesShortFrames=*/false,
+    {
+        /*connectServer=*/{__FILE__, __LINE__, "ConnectServer"},
+        /*setRtmpPacketSize=*/{__FILE__, __LINE__, "SetRtmpPacketSize"},
+        /*sendRtmpPacket=*/{__FILE__, __LINE__, "SendRtmpPcaket"},
+        /*sendH264=*/{__FILE__, __LINE__, "SendH264"},
+        /*sendAac=*/{__FILE__, __LINE__, "SendAAC"},
+        /*sendBufferCreate=*/{__FILE__, __LINE__, "SendBufferCreate"},
+        /*sendBufferRealloc=*/{__FILE__, __LINE__, "SendBufferRealloc"},
+        // Lines of this one have always named the function so, and tools look for it.
+        /*sendBufferCheck=*/{__FILE__, __LINE__, "operator()"},
+    },
+    /*detailed=*/false,
+    /*clearsBuffers=*/true,
+    /*bracketsEachCall=*/false,
+    /*refusesShortFrames=*/false,
     /*usesLargeChunks=*/false};
 
 SequenceCounters s_counters;
@@ -106,10 +118,6 @@ bool RtmpStreamPusher::StartAVSource() {
 
 bool RtmpStreamPusher::StopAVSource() {
   if (!_app) return true;
-  {
-    const sync::Lock lock(_quality_mutex);
-    _quality_ring = nullptr;
-  }
   _app->StatusChange(IStatus::null);
   _app.reset();
   return true;
@@ -161,8 +169,16 @@ bool RtmpStreamPusher::Close() {
   if (_aud_reader) _aud_reader->WaitAbort();
   if (_vid_reader) _vid_reader->WaitAbort();
   _thread.Join();
+  // No reader outlives its ring.
+  {
+    const sync::Lock lock(_quality_mutex);
+    _quality_ring = nullptr;
+    _vid_reader.reset();
+  }
+  _aud_reader.reset();
   StopAVSource();
   DisConnectServer();
+  EndSession();
   DestroyBuffers();
   return true;
 }
@@ -177,6 +193,11 @@ bool RtmpStreamPusher::Fill(const std::unique_ptr<Reader>& reader, Packet*& slot
     slot->Hold();
   }
   return true;
+}
+
+bool RtmpStreamPusher::SendRtmpPcaket(RTMPPacket* packet, unsigned char type, char* data,
+                                      unsigned int size, unsigned int timestamp) {
+  return SendMessage(packet, type, data, size, timestamp);
 }
 
 bool RtmpStreamPusher::SendLoop() {
@@ -208,20 +229,21 @@ bool RtmpStreamPusher::SendLoop() {
   RepeatHeaders();
   constexpr short StreamEnd = 1;         // RTMP 1.0, 7.1.7: Stream EOF
   constexpr unsigned int StreamId = 20;  // what servers have always been sent
-  _rtmp.SendControl(StreamEnd, StreamId, 0);
+  static_cast<void>(_rtmp.SendControl(StreamEnd, StreamId, 0));
   vfp_disable();
   return true;
 }
 
 void RtmpStreamPusher::Reconnect() {
-  Line(Colour::Red, _profile.At("SendLoop")) << "push pkt fail,try to reconnect";
+  constexpr const char* Function = "SendLoop";
+  Line(Colour::Red, {__FILE__, __LINE__, Function}) << "push pkt fail,try to reconnect";
   if (_rtmp.IsConnected()) return;
   if (!ConnectServer(_url.Get().c_str())) {
     Sleep(ReconnectPause);
     return;
   }
   RepeatHeaders();
-  Line(Colour::Green, _profile.At("SendLoop")) << "reconnect success,continue";
+  Line(Colour::Green, {__FILE__, __LINE__, Function}) << "reconnect success,continue";
 }
 
 void RtmpStreamPusher::Sleep(std::chrono::milliseconds duration) {

@@ -53,13 +53,15 @@ class RtmpStreamPusher : public stream::Service, private MediaSender {
   /// [control] Builds the capture application and attaches the readers. What was made before a
   /// failure stays for Close.
   bool StartAVSource();
-  /// [control] Takes the capture application down. The readers stay, detached. True always.
+  /// [control] Takes the capture application down. True always.
   bool StopAVSource();
 
   /// The sending of one message under the name that this class's users and log lines know.
   bool SendRtmpPcaket(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
-                      unsigned int timestamp) {
-    return SendRtmpPacket(packet, type, data, size, timestamp);
+                      unsigned int timestamp);
+  bool Send(RTMPPacket* packet, unsigned char type, char* data, unsigned int size,
+            unsigned int timestamp) override {
+    return SendRtmpPcaket(packet, type, data, size, timestamp);
   }
 
   /// The thread's body: pops, chooses, sends and reconnects until `_running` is false.

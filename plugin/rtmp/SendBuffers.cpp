@@ -15,7 +15,7 @@ using log::Line;
 
 SendBuffers::send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
   if (size == 0) {
-    Failure(_profile.At("SendBufferCreate"), "size <= 0");
+    Failure(_profile.places.sendBufferCreate, "size <= 0");
     return nullptr;
   }
   const std::size_t words = (static_cast<std::size_t>(size) + 3) / sizeof(std::uint32_t);
@@ -24,7 +24,7 @@ SendBuffers::send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
   // Zero pages cost no memory as long as nothing is written to them.
   void* ptr = representable ? std::calloc(words, sizeof(std::uint32_t)) : nullptr;
   if (!ptr) {
-    Failure(_profile.At("SendBufferCreate"), "!ptr");
+    Failure(_profile.places.sendBufferCreate, "!ptr");
     return nullptr;
   }
   auto* buf = new send_buffer_t;
@@ -42,15 +42,15 @@ void SendBuffers::SendBufferDestroy(send_buffer_t* buf) {
 bool SendBuffers::SendBufferRealloc(send_buffer_t*& buf, unsigned int size) {
   constexpr unsigned int Step = 1024;
   if (_profile.detailed) {
-    Line(Colour::Cyan, _profile.At("SendBufferRealloc")) << SendBufferToString(buf);
+    Line(Colour::Cyan, _profile.places.sendBufferRealloc) << SendBufferToString(buf);
   }
   if (!buf || !buf->data) return false;
   send_buffer_t* new_buf = SendBufferCreate((size & ~(Step - 1)) + Step);
-  if (!new_buf) return Failure(_profile.At("SendBufferRealloc"), "!new_buf");
+  if (!new_buf) return Failure(_profile.places.sendBufferRealloc, "!new_buf");
   SendBufferDestroy(buf);
   buf = new_buf;
   if (_profile.detailed) {
-    Line(Colour::Cyan, _profile.At("SendBufferRealloc")) << SendBufferToString(buf);
+    Line(Colour::Cyan, _profile.places.sendBufferRealloc) << SendBufferToString(buf);
   }
   return true;
 }
@@ -58,9 +58,8 @@ bool SendBuffers::SendBufferRealloc(send_buffer_t*& buf, unsigned int size) {
 bool SendBuffers::SendBufferCheck(send_buffer_t*& buf, unsigned int size, bool realloc) {
   if (size <= buf->capacity) return true;
   if (_profile.detailed) {
-    // These two lines have always named the function so, and tools look for it.
-    Line(Colour::Cyan, _profile.At("operator()")) << "buf->Size()=" << buf->capacity;
-    Line(Colour::Cyan, _profile.At("operator()")) << "dest_size=" << size;
+    Line(Colour::Cyan, _profile.places.sendBufferCheck) << "buf->Size()=" << buf->capacity;
+    Line(Colour::Cyan, _profile.places.sendBufferCheck) << "dest_size=" << size;
   }
   return realloc && SendBufferRealloc(buf, size);
 }

@@ -5,11 +5,11 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
-#include <system_error>
+
+#include "plugin/session/Text.h"
 
 namespace nimbo::plugin {
 
@@ -30,19 +30,18 @@ void SetOption(int socket, int level, int option, const V& value) {
   setsockopt(socket, level, option, &value, sizeof value);
 }
 
-std::string ErrorText(int error) { return std::generic_category().message(error); }
-
 }  // namespace
 
-void Connector::SetOptions(int socket, milliseconds answer, milliseconds stalledSend) {
-  // What is sent after the kernel has given the server up fails at once; after the send time-out,
-  // which stands behind it, it would wait again.
-  const int on = 1;
-  const auto userTimeout = static_cast<unsigned int>(stalledSend.count());
-  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, on);
-  SetOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, userTimeout);
+void Connector::SetOptions(int socket, milliseconds answer, milliseconds backstop) {
+  // TCP_USER_TIMEOUT is left alone: it adds up the times in which a slow reader's window was
+  // closed, and would end connections that move all the time. The watcher judges by progress.
+  SetOption(socket, IPPROTO_TCP, TCP_NODELAY, int{1});
   SetOption(socket, SOL_SOCKET, SO_RCVTIMEO, ToTimeval(answer));
-  SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, ToTimeval(stalledSend));
+  SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, ToTimeval(backstop));
+}
+
+void Connector::BoundUnsent(int socket, std::size_t bytes) {
+  SetOption(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, static_cast<unsigned int>(bytes));
 }
 
 void Connector::AcknowledgeNow(int socket) {
@@ -51,9 +50,9 @@ void Connector::AcknowledgeNow(int socket) {
   errno = error;
 }
 
-Connector::Result Connector::Connect(const std::string& host, unsigned port, milliseconds answer,
-                                     milliseconds stalledSend, const std::function<void()>& started,
-                                     const Watch& watch) {
+Status Connector::Connect(const std::string& host, unsigned port, milliseconds answer,
+                          const std::function<void()>& started, const Watch& watch,
+                          FileDescriptor& socket) {
   addrinfo hints = {};
   hints.ai_family = AF_UNSPEC;
   hints.ai_socktype = SOCK_STREAM;
@@ -68,44 +67,39 @@ Connector::Result Connector::Connect(const std::string& host, unsigned port, mil
     if (failed != EAI_NONAME && failed != EAI_ADDRFAMILY) break;
   }
   if (failed) {
-    return {-1, "no address for \"" + host +
-                    "\": " + (failed == EAI_SYSTEM ? ErrorText(errno) : gai_strerror(failed))};
+    return Status::Failed("no address for \"" + Printable(host) + "\": " +
+                          (failed == EAI_SYSTEM ? ErrorText(errno) : gai_strerror(failed)));
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> addresses(found, freeaddrinfo);
   started();
 
-  std::string problem = "no usable address for \"" + host + "\"";
+  Status status = Status::Failed("no usable address for \"" + host + "\"");
   for (const addrinfo* address = addresses.get(); address; address = address->ai_next) {
-    const int socket =
-        ::socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
-    if (socket < 0) {
-      problem = ErrorText(errno);
+    socket.Reset(
+        ::socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol));
+    if (!socket) {
+      status = Status::Failed("no connection can be made: " + ErrorText(errno));
       continue;
     }
-    SetOptions(socket, answer, stalledSend);
-    // Where there is another address to try, one that swallows everything must leave time for it.
-    constexpr int Share = 3;
-    if (address->ai_next) SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, ToTimeval(answer / Share));
-    if (!watch(socket)) {
-      close(socket);
-      return {-1, "cancelled"};
-    }
     // The send time-out bounds a blocking connect too (it ends with EINPROGRESS), and a shutdown by
-    // whoever watches the socket ends it at once.
+    // whoever watches the socket ends it at once. Where there is another address to try, one that
+    // swallows everything must leave time for it.
+    constexpr int Share = 3;
+    SetOptions(socket.Get(), answer, address->ai_next ? answer / Share : answer);
+    status = watch(socket.Get());
+    if (!status) break;
     int result;
     do {
-      result = connect(socket, address->ai_addr, address->ai_addrlen);
+      result = connect(socket.Get(), address->ai_addr, address->ai_addrlen);
     } while (result < 0 && errno == EINTR);
-    if (result == 0) {
-      SetOption(socket, SOL_SOCKET, SO_SNDTIMEO, ToTimeval(stalledSend));
-      return {socket, {}};
-    }
-    problem = errno == EINPROGRESS || errno == ETIMEDOUT
-                  ? "no answer from \"" + host + "\" port " + service
-                  : "cannot connect to \"" + host + "\" port " + service + ": " + ErrorText(errno);
-    close(socket);
+    if (result == 0) return {};
+    status = Status::Failed(errno == EINPROGRESS || errno == ETIMEDOUT
+                                ? "no answer from \"" + host + "\" port " + service
+                                : "cannot connect to \"" + host + "\" port " + service + ": " +
+                                      ErrorText(errno));
   }
-  return {-1, problem};
+  socket.Reset();
+  return status;
 }
 
 }  // namespace nimbo::plugin

@@ -1,8 +1,12 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <string>
+
+#include "common/FileDescriptor.h"
+#include "plugin/session/Status.h"
 
 namespace nimbo::plugin {
 
@@ -10,24 +14,22 @@ namespace nimbo::plugin {
 /// and the socket options of a publisher.
 class Connector {
  public:
-  using Clock = std::chrono::steady_clock;
-  /// Told of each socket before its connect, so that it can be watched; false gives up.
-  using Watch = std::function<bool(int socket)>;
+  /// Told of each socket before its connect, so that it can be watched; a failure gives up.
+  using Watch = std::function<Status(int socket)>;
 
-  struct Result {
-    int socket = -1;      ///< blocking, with the options set; -1 when there is none
-    std::string problem;  ///< why there is none
-  };
-
-  /// Connects to `host` (a name or an address) and `port`. Tries the addresses one after the other.
-  /// `started` is called after the name look-up, when the attempt's time begins to count.
-  static Result Connect(const std::string& host, unsigned port, std::chrono::milliseconds answer,
-                        std::chrono::milliseconds stalledSend, const std::function<void()>& started,
-                        const Watch& watch);
-  /// The socket options of a publisher: no delay, `answer` for a read, and a server that takes
-  /// nothing for `stalledSend` is given up by the kernel.
+  /// Connects to `host` (a name or an address) and `port`, and stores the socket, blocking and with
+  /// its options set. Tries the addresses one after the other, each for `answer` at most. `started`
+  /// is called after the name look-up, when the attempt's time begins to count.
+  static Status Connect(const std::string& host, unsigned port, std::chrono::milliseconds answer,
+                        const std::function<void()>& started, const Watch& watch,
+                        FileDescriptor& socket);
+  /// The socket options of a publisher: no delay, `answer` for a read, `backstop` for a write that
+  /// nobody watches.
   static void SetOptions(int socket, std::chrono::milliseconds answer,
-                         std::chrono::milliseconds stalledSend);
+                         std::chrono::milliseconds backstop);
+  /// How many bytes the kernel may hold that were not sent yet. What is written waits beyond that,
+  /// so that it can still be chosen what is worth sending.
+  static void BoundUnsent(int socket, std::size_t bytes);
   /// Acknowledges at once what has been read so far. A server that lets Nagle's algorithm (RFC 896)
   /// wait sends the second part of an answer only then, and the kernel would take 40 ms for it.
   static void AcknowledgeNow(int socket);

@@ -12,12 +12,17 @@ struct SessionLimits {
   Duration attempt{6000};
   /// One answer of the server during it.
   Duration answer{5000};
-  /// A server that takes nothing any more.
+  /// A server that acknowledges nothing although something waits.
   Duration stalledSend{5000};
-  /// A send that is under way when it is cancelled.
+  /// The same for a send that was cancelled.
   Duration cancelledSend{1000};
-  /// The goodbye, and the wait until the server has taken all that was sent.
+  /// The same for the goodbye, and for a server that has taken it and does not close.
   Duration close{2000};
+  /// A cancelled send, and the goodbye, of which the server keeps taking bytes.
+  Duration drain{5000};
+
+  /// A write that nobody watches.
+  Duration Backstop() const { return stalledSend * 12; }
 };
 
 }  // namespace nimbo::plugin

@@ -2,17 +2,19 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 #include <utility>
 
 #include "common/SigPipeGuard.h"
 #include "plugin/session/Connector.h"
 #include "plugin/session/GatheredWrite.h"
-#include "plugin/session/LibrtmpLog.h"
+#include "plugin/session/LibrtmpQuiet.h"
 #include "plugin/session/LibrtmpTls.h"
+#include "plugin/session/Text.h"
 
 namespace nimbo::plugin {
 
@@ -27,8 +29,6 @@ std::string ToString(const AVal& value) {
   return {value.av_val, static_cast<std::size_t>(value.av_len)};
 }
 
-constexpr char NoDescriptor[] = "there is no descriptor or thread left";
-
 /// Host and port of an address whose host is an IPv6 address in brackets (RFC 3986, 3.2.2), which
 /// librtmp does not read; left alone for every other address.
 void ReadBracketedHost(const std::string& url, std::string& host, unsigned& port) {
@@ -37,17 +37,26 @@ void ReadBracketedHost(const std::string& url, std::string& host, unsigned& port
   if (end == std::string::npos) return;
   const std::size_t start = scheme + 4;
   host = url.substr(start, end - start);
-  constexpr unsigned long MostPorts = 65535;
+  constexpr unsigned long LastPort = 65535;
   const bool hasPort = end + 1 < url.size() && url[end + 1] == ':';
   const unsigned long given = hasPort ? std::strtoul(url.c_str() + end + 2, nullptr, 10) : 0;
-  if (given > 0 && given <= MostPorts) port = static_cast<unsigned>(given);
+  if (given > 0 && given <= LastPort) port = static_cast<unsigned>(given);
 }
 
-std::string Seconds(std::chrono::milliseconds time) {
-  constexpr int Tenths = 100;
-  const long long tenths = time.count() / Tenths;
-  return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " s";
+/// What librtmp cannot read in an address.
+std::string AddressFault(const std::string& url) {
+  const std::size_t scheme = url.find("://");
+  if (scheme == std::string::npos || scheme + 3 == url.size()) {
+    return "it must read rtmp://HOST[:PORT]/APPLICATION/STREAM, or rtmps://";
+  }
+  return "the options behind it must read NAME=VALUE, with names that librtmp knows";
 }
+
+Status NoResources() {
+  return Status::Failed("no descriptor or thread is left for the connection");
+}
+
+Status NoMemory() { return Status::Failed("no memory is left for the connection"); }
 
 }  // namespace
 
@@ -67,32 +76,36 @@ class RtmpSession::Operation {
   bool _allowed;
 };
 
+RtmpSession::RtmpSession() = default;
+
+RtmpSession::~RtmpSession() {
+  // Whoever made the session closes it before; one that is not closed is left as it is, without a
+  // word to the server.
+  static_cast<void>(_rtmp.release());
+}
+
+void RtmpSession::FreeRtmp::operator()(RTMP* rtmp) const { RTMP_Free(rtmp); }
+
 bool RtmpSession::Begin(Activity activity) {
   // librtmp repeats a TLS write that failed while it finds an old EINTR here.
   errno = 0;
   const sync::Lock lock(_mutex);
   _activity = activity;
-  if (_control >= 0) {
-    const auto now = Watcher::Clock::now();
-    if (activity == Activity::Closing) Bound(now + Limits().close);
-    if (activity == Activity::Sending && _cancelled) Bound(now + Limits().cancelledSend);
+  Watcher& watcher = Watcher::Globle();
+  if (activity == Activity::Closing) {
+    watcher.Set(_watch, {Watcher::Clock::now() + Limits().drain, Limits().close, false});
+  } else if (activity == Activity::Sending && _cancelled && !_drained) {
+    watcher.Set(_watch, {_drain_ends, Limits().cancelledSend, true});
+    _drained = true;
+  } else if (activity == Activity::Sending) {
+    watcher.Active(_watch);
   }
   return activity != Activity::Opening || !_cancelled;
 }
 
 void RtmpSession::End() {
   const sync::Lock lock(_mutex);
-  // The watch of an attempt goes on from one of its steps to the next.
-  if (_activity != Activity::Opening) EndWatch();
   _activity = Activity::Idle;
-}
-
-void RtmpSession::Bound(Watcher::Clock::time_point deadline) {
-  if (_watch) {
-    Watcher::Globle().Hasten(_watch, deadline);
-  } else {
-    _watch = Watcher::Globle().Add(_control, deadline);
-  }
 }
 
 SessionLimits& RtmpSession::Limits() {
@@ -104,44 +117,43 @@ SessionLimits& RtmpSession::Limits() {
 
 bool RtmpSession::Allocate() {
   Free();
-  _remark.clear();
   _warning.clear();
-  _rtmp = RTMP_Alloc();
+  _rtmp.reset(RTMP_Alloc());
   if (!_rtmp) return false;
   {
     // librtmp sets its TLS up at first use, without a lock of its own.
     static sync::Mutex firstUse;
     const sync::Lock lock(firstUse);
-    RTMP_Init(_rtmp);
+    RTMP_Init(_rtmp.get());
   }
   _rtmp->Link.timeout = TimeoutSeconds;
   return true;
 }
 
-bool RtmpSession::SetupUrl(const char* url) {
-  if (!_rtmp || !url) return false;
-  const LibrtmpLog log;
+Status RtmpSession::SetupUrl(const char* url) {
+  if (!_rtmp || !url) return Status::Failed();
+  const LibrtmpQuiet quiet;
   _url = url;
   _shown = url;
-  const bool usable = RTMP_SetupURL(_rtmp, _url.data()) != 0;
+  const bool usable = RTMP_SetupURL(_rtmp.get(), _url.data()) != 0;
   _stream_name = ToString(_rtmp->Link.playpath);
   // A send that fails while librtmp answers the server's first result closes the connection and
   // frees the name; the next command in the same answer would still read it.
   _rtmp->Link.playpath.av_val = _stream_name.data();
   if (!usable) {
-    const std::string reason = log.Reason();
-    return Fail("cannot use the address \"" + _shown + "\"" +
-                (reason.empty() ? std::string() : ": " + reason));
+    return Hide(
+        Status::Failed("cannot use the address \"" + _shown + "\": " + AddressFault(_shown)));
   }
   if (_rtmp->Link.playpath.av_len > MaxStreamName) {
-    return Fail("the stream name has " + std::to_string(_rtmp->Link.playpath.av_len) +
-                " characters; at most " + std::to_string(MaxStreamName) + " can be published");
+    return Status::Failed("the stream name has " + std::to_string(_rtmp->Link.playpath.av_len) +
+                          " characters; at most " + std::to_string(MaxStreamName) +
+                          " can be published");
   }
-  return true;
+  return {};
 }
 
 void RtmpSession::EnableWrite() {
-  if (_rtmp) RTMP_EnableWrite(_rtmp);
+  if (_rtmp) RTMP_EnableWrite(_rtmp.get());
 }
 
 // ---- connecting ---------------------------------------------------------------------------------
@@ -152,51 +164,63 @@ bool RtmpSession::DialsItself() const {
 #else
   const RTMP_LNK& link = _rtmp->Link;
   if (link.protocol & (ProtocolHttp | ProtocolEncrypted)) return true;
-  if (link.sockshost.av_len || link.pubUser.av_len) return true;
+  if (link.sockshost.av_len || link.pubUser.av_len || link.SWFSize) return true;
   return (link.protocol & ProtocolTls) && !LibrtmpUsesGnuTls();
 #endif
 }
 
-void RtmpSession::Hurry([[maybe_unused]] LibrtmpLog& log) {
-#ifndef RTMP_STOCK_TRANSPORT
-  log.OnLine([this] {
-    if (_rtmp->m_sb.sb_socket >= 0) Connector::AcknowledgeNow(_rtmp->m_sb.sb_socket);
-  });
-#endif
-}
-
-bool RtmpSession::Connect() {
-  if (!_rtmp) return false;
+Status RtmpSession::Connect() {
+  if (!_rtmp) return Status::Failed();
   const SigPipeGuard guard;
-  LibrtmpLog log;
-  Hurry(log);
+  const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Opening);
-  const bool connected = operation.Allowed() && (DialsItself() ? ConnectByLibrtmp() : ConnectOwn());
-  // The connection only counts once the stream is set up.
-  return connected || Note(Explain(log.Reason()));
+  Status status = Status::Failed();
+  if (operation.Allowed()) {
+    try {
+      status = DialsItself() ? ConnectByLibrtmp() : ConnectOwn();
+    } catch (const std::bad_alloc&) {
+      status = NoMemory();
+    }
+  }
+  if (!status) {
+    status = Explain(status);
+    if (IsConnected()) RTMP_Close(_rtmp.get());
+    _conversation.End();
+  }
+  Note();
+  return status;
 }
 
-bool RtmpSession::ConnectByLibrtmp() {
+Status RtmpSession::ConnectByLibrtmp() {
   const RTMP_LNK& link = _rtmp->Link;
   if ((link.protocol & ProtocolTls) && link.pubUser.av_len && TlsTrust::FromEnvironment().verify) {
-    return Fail(
-        "credentials on rtmps go over a connection whose certificate librtmp does not "
-        "check; set RTMP_TLS_VERIFY=0 to accept that");
+    return Status::Failed(
+        "credentials on rtmps go over a connection whose certificate librtmp does not check; set "
+        "RTMP_TLS_VERIFY=0 to accept that");
   }
   if ((link.protocol & ProtocolTls) && TlsTrust::FromEnvironment().verify) {
     _warning = "the server's certificate is not checked: librtmp makes this connection itself";
   }
-  if (!RTMP_Connect(_rtmp, nullptr)) return false;
+  const std::string host = ToString(link.hostname);
+  const std::string port = std::to_string(link.port);
+  if (!RTMP_Connect(_rtmp.get(), nullptr)) {
+    return Status::Failed("no RTMP server could be reached at \"" + host + "\" port " + port);
+  }
   {
     const sync::Lock lock(_mutex);
     _attempt_ends = Watcher::Clock::now() + Limits().attempt;
   }
-  if (Adopt(_rtmp->m_sb.sb_socket) && WatchAttempt(_rtmp->m_sb.sb_socket)) return true;
-  RTMP_Close(_rtmp);
-  return Fail(NoDescriptor);
+  const int socket = _rtmp->m_sb.sb_socket;
+  if (Status adopted = Adopt(socket); !adopted) return adopted;
+  if (Status watched = WatchAttempt(socket); !watched) return watched;
+  _conversation.Begin(*_rtmp, [this](unsigned char* buffer, std::size_t size, bool wait) {
+    return Receive(buffer, size, wait);
+  });
+  _conversation.Deafen();
+  return {};
 }
 
-bool RtmpSession::ConnectOwn() {
+Status RtmpSession::ConnectOwn() {
   std::string host = ToString(_rtmp->Link.hostname);
   unsigned port = _rtmp->Link.port;
   ReadBracketedHost(_shown, host, port);
@@ -204,96 +228,117 @@ bool RtmpSession::ConnectOwn() {
     const sync::Lock lock(_mutex);
     _attempt_ends = Watcher::Clock::now() + Limits().attempt;
   };
-  const Connector::Result result =
-      Connector::Connect(host, port, Limits().answer, Limits().stalledSend, started,
-                         [this](int socket) { return WatchAttempt(socket); });
-  if (result.socket < 0) return Fail(result.problem);
-  if (!Adopt(result.socket)) {
-    close(result.socket);
-    return Fail(NoDescriptor);
-  }
-
+  FileDescriptor made;
+  Status status = Connector::Connect(
+      host, port, Limits().answer, started, [this](int made) { return WatchAttempt(made); },
+      socket);
+  if (!status) return status;
   // From here on the socket is librtmp's, which closes it when a step fails.
-  _rtmp->m_sb.sb_socket = result.socket;
+  const int socket = made.Release();
+  _rtmp->m_sb.sb_socket = socket;
   _rtmp->m_sb.sb_timedout = 0;
   _rtmp->m_pausing = 0;
   _rtmp->m_fDuration = 0;
   _rtmp->m_bSendCounter = 1;
+  if (status = Adopt(socket); !status) return status;
+  _connected.store(true, std::memory_order_relaxed);
   if (_rtmp->Link.protocol & ProtocolTls) {
-    if (!MakeTls(host, result.socket)) {
-      RTMP_Close(_rtmp);
-      return false;
-    }
+    if (status = MakeTls(host, socket); !status) return status;
     // Keeps librtmp from making a TLS session of its own.
     _rtmp->Link.protocol &= ~ProtocolTls;
   }
-  return RTMP_Connect1(_rtmp, nullptr) != 0;
+  _conversation.Begin(*_rtmp, [this](unsigned char* buffer, std::size_t size, bool wait) {
+    return Receive(buffer, size, wait);
+  });
+  return _conversation.Greet();
 }
 
-bool RtmpSession::MakeTls(const std::string& host, int socket) {
-  std::string problem;
-  std::string warning;
-  if (!_tls.Connect(host, socket, TlsTrust::FromEnvironment(), problem, warning)) {
-    return Fail(problem);
-  }
-  _warning = warning;
+Status RtmpSession::MakeTls(const std::string& host, int socket) {
+  Status made = _tls.Connect(host, socket, TlsTrust::FromEnvironment(), _warning);
+  if (!made) return made;
   _rtmp->m_sb.sb_ssl = _tls.Lend();
   _own_tls = true;
-  return true;
+  return {};
 }
 
-bool RtmpSession::WatchAttempt(int socket) {
+Status RtmpSession::WatchAttempt(int socket) {
   const sync::Lock lock(_mutex);
   EndWatch();
-  if (_cancelled || Watcher::Clock::now() >= _attempt_ends) return false;
-  _watch = Watcher::Globle().Add(socket, _attempt_ends);
-  return _watch != 0;
+  if (_cancelled) return Status::Failed("cancelled");
+  if (Watcher::Clock::now() >= _attempt_ends) return Status::Failed("no address answers");
+  Watcher::Bounds bounds;
+  bounds.end = _attempt_ends;
+  _watch = Watcher::Globle().Add(socket, bounds);
+  return _watch ? Status() : NoResources();
 }
 
-bool RtmpSession::Adopt(int socket) {
+Status RtmpSession::Adopt(int socket) {
 #ifndef RTMP_STOCK_TRANSPORT
-  Connector::SetOptions(socket, Limits().answer, Limits().stalledSend);
+  constexpr std::size_t FirstUnsent = 256 * 1024;
+  Connector::SetOptions(socket, Limits().answer, Limits().Backstop());
+  Connector::BoundUnsent(socket, FirstUnsent);
 #endif
   const sync::Lock lock(_mutex);
-  if (_control >= 0) close(_control);
-  _control = fcntl(socket, F_DUPFD_CLOEXEC, 0);
-  return _control >= 0;
+  _control.Reset(fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  return _control ? Status() : NoResources();
 }
 
-bool RtmpSession::ConnectStream() {
-  if (!_rtmp) return false;
+Status RtmpSession::ConnectStream() {
+  if (!_rtmp) return Status::Failed();
   const SigPipeGuard guard;
-  LibrtmpLog log;
-  Hurry(log);
-  // librtmp does not take a refused publish for an answer and goes on waiting.
-  log.OnRefusal([this] { shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR); });
+  const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Opening);
-  const int before = _rtmp->m_sb.sb_socket;
-  bool streaming = operation.Allowed() && RTMP_ConnectStream(_rtmp, 0) != 0;
-  // With credentials librtmp dials once more meanwhile.
-  if (streaming && _rtmp->m_sb.sb_socket != before) streaming = Adopt(_rtmp->m_sb.sb_socket);
-  if (streaming) {
-    const sync::Lock lock(_mutex);
-    EndWatch();
-  } else {
-    Explain(log.Reason());
+  Status status = Status::Failed();
+  if (operation.Allowed()) {
+    try {
+      status = AwaitPublish();
+    } catch (const std::bad_alloc&) {
+      status = NoMemory();
+    }
   }
-  Note(streaming);
-  // A connection without a stream is only good for the goodbye.
-  if (!streaming) _connected.store(false, std::memory_order_relaxed);
-  return streaming;
+  if (status) {
+    const sync::Lock lock(_mutex);
+    Watcher::Bounds bounds;
+    bounds.stall = Limits().stalledSend;
+    Watcher::Globle().Set(_watch, bounds);
+    _rate_bytes = 0;
+    _rate_since = Watcher::Clock::now();
+  } else {
+    status = Explain(status);
+    _conversation.Deafen();
+  }
+  Note();
+  return status;
 }
 
-bool RtmpSession::Explain(const std::string& reason) {
-  if (_remark.empty()) Fail(reason.empty() ? "the server does not answer" : reason);
-  const sync::Lock lock(_mutex);
-  if (_cancelled) {
-    _remark = "cancelled";
-  } else if (_watch && Watcher::Clock::now() >= _attempt_ends) {
-    _remark = "no connection within " + Seconds(Limits().attempt) + ": " + _remark;
+Status RtmpSession::AwaitPublish() {
+  if (!DialsItself()) return _conversation.AwaitPublish();
+  const int before = _rtmp->m_sb.sb_socket;
+  if (!RTMP_ConnectStream(_rtmp.get(), 0)) {
+    return Status::Failed(
+        "the server did not accept the stream: wrong stream key, or the name is in use?");
   }
-  return false;
+  // With credentials librtmp dials once more meanwhile.
+  const int socket = _rtmp->m_sb.sb_socket;
+  if (socket == before) return {};
+  if (Status adopted = Adopt(socket); !adopted) return adopted;
+  return WatchAttempt(socket);
 }
+
+Status RtmpSession::Explain(const Status& reason) {
+  const sync::Lock lock(_mutex);
+  if (_cancelled) return Status::Failed("cancelled");
+  const std::string& why = reason.Why();
+  const bool late = _watch && Watcher::Clock::now() >= _attempt_ends;
+  return Hide(Status::Failed(late ? "no connection within " + Seconds(Limits().attempt) + ": " + why
+                                  : why));
+}
+
+Status RtmpSession::Hide(const Status& reason) const {
+  return Status::Failed(HideSecrets(reason.Why(), _shown, _stream_name));
+}
+
+std::string RtmpSession::TakeWarning() { return std::exchange(_warning, {}); }
 
 // ---- ending -------------------------------------------------------------------------------------
 
@@ -301,32 +346,32 @@ void RtmpSession::Close() {
   if (!_rtmp) return;
   const SigPipeGuard guard;
   SigPipeGuard::Suspect();
-  const LibrtmpLog log;
-  DiscardInbound();
+  const LibrtmpQuiet quiet;
+  static_cast<void>(Listen());
   {
     const Operation operation(*this, Activity::Closing);
     const bool live = IsConnected();
-    RTMP_Close(_rtmp);
+    RTMP_Close(_rtmp.get());
     if (live) AwaitEnd();
   }
-  _own_tls = false;
-  _tls.Reset();
-  Note(true);
+  Note();
 }
 
 void RtmpSession::AwaitEnd() {
   int control = -1;
   {
     const sync::Lock lock(_mutex);
-    control = _control;
+    control = _control.Get();
   }
   if (control < 0) return;
   // Closing with unread data pending would reset the connection and could cost the server the tail
   // of what was sent.
   shutdown(control, SHUT_WR);
   char discarded[1024];
-  while (recv(control, discarded, sizeof discarded, 0) > 0) {
-  }
+  ssize_t size;
+  do {
+    size = recv(control, discarded, sizeof discarded, 0);
+  } while (size > 0 || (size < 0 && errno == EINTR));
 }
 
 void RtmpSession::Free() {
@@ -336,36 +381,41 @@ void RtmpSession::Free() {
   // What options in the address have added is left to whoever frees the session.
   AMF_Reset(&_rtmp->Link.extras);
   if (_rtmp->Link.sockshost.av_len) std::free(_rtmp->Link.sockshost.av_val);
-  RTMP_Free(_rtmp);
-  _rtmp = nullptr;
+  _rtmp.reset();
   _url.clear();
 }
 
 void RtmpSession::Disconnect() {
   if (!_rtmp) return;
   const SigPipeGuard guard;
-  // A stream that is live answers at once; one that is not has no connection to wait for.
-  if (RTMP_ConnectStream(_rtmp, 0) == 1) {
+  const LibrtmpQuiet quiet;
+  // A stream that is live answers at once, and so does a session without a connection. librtmp
+  // would read for any other, so it is not asked.
+  const bool answers = _rtmp->m_bPlaying || !IsConnected();
+  if (answers && RTMP_ConnectStream(_rtmp.get(), 0) == 1) {
     Close();
-    RTMP_DeleteStream(_rtmp);
+    RTMP_DeleteStream(_rtmp.get());
   }
   Free();
 }
 
 void RtmpSession::Cancel() {
   const sync::Lock lock(_mutex);
+  if (!_cancelled) _drain_ends = Watcher::Clock::now() + Limits().drain;
   _cancelled = true;
-  const auto now = Watcher::Clock::now();
   if (_activity == Activity::Opening) {
-    Watcher::Globle().Hasten(_watch, now);
-  } else if (_activity == Activity::Sending && !_watch && _control >= 0) {
-    _watch = Watcher::Globle().Add(_control, now + Limits().cancelledSend);
+    Watcher::Bounds now;
+    now.end = Watcher::Clock::now();
+    Watcher::Globle().Set(_watch, now);
+  } else if (_activity == Activity::Sending && !_drained) {
+    Watcher::Globle().Set(_watch, {_drain_ends, Limits().cancelledSend, true});
+    _drained = true;
   }
 }
 
 void RtmpSession::Resume() {
   const sync::Lock lock(_mutex);
-  _cancelled = false;
+  _cancelled = _drained = false;
 }
 
 void RtmpSession::EndWatch() {
@@ -375,54 +425,59 @@ void RtmpSession::EndWatch() {
 
 // ---- inbound ------------------------------------------------------------------------------------
 
-void RtmpSession::DiscardInbound() {
-#ifndef RTMP_STOCK_TRANSPORT
+Status RtmpSession::Listen() {
+#ifdef RTMP_STOCK_TRANSPORT
+  return IsConnected() ? Status() : Status::Failed();
+#else
+  if (!IsConnected()) return Status::Failed();
   // Over HTTP librtmp reads the answers to its own posts.
-  if (!IsConnected() || (_rtmp->Link.protocol & ProtocolHttp)) return;
-  // Enough to keep up with any server, and an end to one that never stops.
-  constexpr int MostReads = 16;
-  char discarded[4096];
-  for (int reads = 0; reads < MostReads; ++reads) {
-    const long size = ReadInbound(discarded, sizeof discarded);
-    if (size == EndOfStream) {
-      const SigPipeGuard guard;
-      const LibrtmpLog log;
-      const Operation operation(*this, Activity::Closing);
-      RTMP_Close(_rtmp);
-      Note(false);
-      return;
-    }
-    if (size == NothingYet) return;
-    // A socket that gave less than it could has no more.
-    if (!_own_tls && static_cast<std::size_t>(size) < sizeof discarded) return;
+  if (_rtmp->Link.protocol & ProtocolHttp) return {};
+  Status heard;
+  try {
+    heard = _conversation.Listen();
+  } catch (const std::bad_alloc&) {
+    // What the server said is lost; what is sent to it goes on.
   }
+  if (heard) return heard;
+  const SigPipeGuard guard;
+  SigPipeGuard::Suspect();
+  const LibrtmpQuiet quiet;
+  const Operation operation(*this, Activity::Closing);
+  RTMP_Close(_rtmp.get());
+  Note();
+  return Hide(heard);
 #endif
 }
 
-long RtmpSession::ReadInbound(char* buffer, std::size_t size) {
+Conversation::Read RtmpSession::Receive(unsigned char* buffer, std::size_t size, bool wait) {
   if (_own_tls) {
-    auto* tls = static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl);
-    _tls.NonBlockingReads(true);
-    const ssize_t result = gnutls_record_recv(tls, buffer, size);
-    _tls.NonBlockingReads(false);
-    if (result >= 0) return result;
-    return gnutls_error_is_fatal(static_cast<int>(result)) ? EndOfStream : NothingYet;
+    auto* session = static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl);
+    const TlsClient::Read read = _tls.Receive(session, buffer, size, wait);
+    return {read.size, read.end, false};
   }
   // Under a TLS session of librtmp's own the end of the stream can be seen, its bytes not read.
-  const int flags = MSG_DONTWAIT | (_rtmp->m_sb.sb_ssl ? MSG_PEEK : 0);
-  const ssize_t result = recv(_rtmp->m_sb.sb_socket, buffer, size, flags);
-  if (result > 0 && _rtmp->m_sb.sb_ssl) return NothingYet;
-  if (result >= 0) return result;
-  return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? NothingYet : EndOfStream;
+  const bool look = _rtmp->m_sb.sb_ssl != nullptr;
+  const int flags = (wait ? 0 : MSG_DONTWAIT) | (look ? MSG_PEEK : 0);
+  ssize_t result;
+  do {
+    result = recv(_rtmp->m_sb.sb_socket, buffer, size, flags);
+  } while (result < 0 && errno == EINTR);
+  if (result > 0 && look) return {0, false, true};
+  if (result < 0) return {0, errno != EAGAIN && errno != EWOULDBLOCK, true};
+  const auto got = static_cast<std::size_t>(result);
+  // A socket that gave less than it could has no more.
+  return {got, got == 0, got < size};
 }
 
 // ---- sending ------------------------------------------------------------------------------------
 
-bool RtmpSession::Send(RTMPPacket& packet, bool queue) {
-  if (!_rtmp) return false;
+Status RtmpSession::Send(RTMPPacket& packet, bool queue) {
+  if (!_rtmp) return Status::Failed();
   const SigPipeGuard guard;
+  const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Sending);
-  return Note(RTMP_SendPacket(_rtmp, &packet, queue ? 1 : 0) != 0);
+  FollowRate(packet.m_nBodySize);
+  return Sent(RTMP_SendPacket(_rtmp.get(), &packet, queue ? 1 : 0) != 0);
 }
 
 bool RtmpSession::CanSendInPlace() const {
@@ -433,10 +488,11 @@ bool RtmpSession::CanSendInPlace() const {
 #endif
 }
 
-bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t timestamp, Bytes head,
-                              Bytes tail) {
-  if (!_rtmp) return false;
+Status RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t timestamp, Bytes head,
+                                Bytes tail) {
+  if (!_rtmp) return Status::Failed();
   const Operation operation(*this, Activity::Sending);
+  FollowRate(head.size + tail.size);
   ChunkedMessage message(
       {channel, static_cast<unsigned char>(type), timestamp, head.size + tail.size, StreamId()},
       static_cast<std::size_t>(_rtmp->m_outChunkSize), head, tail);
@@ -447,20 +503,55 @@ bool RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t times
     // Neither of the writes above raises the signal; librtmp's goodbye does.
     const SigPipeGuard guard;
     SigPipeGuard::Suspect();
-    const LibrtmpLog log;
+    const LibrtmpQuiet quiet;
     // Nothing more can be said on a connection that takes nothing, so the goodbye must not wait.
     shutdown(_rtmp->m_sb.sb_socket, SHUT_RDWR);
-    RTMP_Close(_rtmp);
+    RTMP_Close(_rtmp.get());
   }
-  return Note(sent);
+  return Sent(sent);
 }
 
-bool RtmpSession::SendControl(short event, unsigned int value, unsigned int time) {
-  if (!_rtmp) return false;
+Status RtmpSession::SendControl(short event, unsigned int value, unsigned int time) {
+  if (!_rtmp) return Status::Failed();
   const SigPipeGuard guard;
-  const LibrtmpLog log;
+  const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Sending);
-  return Note(RTMP_SendCtrl(_rtmp, event, value, time) != 0);
+  return Sent(RTMP_SendCtrl(_rtmp.get(), event, value, time) != 0);
+}
+
+Status RtmpSession::Sent(bool sent) {
+  if (sent) return {};
+  SigPipeGuard::Suspect();
+  std::string why = "the connection to the server is broken";
+  {
+    const sync::Lock lock(_mutex);
+    if (_cancelled) {
+      why.clear();
+    } else if (Watcher::Globle().Ended(_watch)) {
+      why = "the server has taken nothing for " + Seconds(Limits().stalledSend);
+    }
+  }
+  Note();
+  return Status::Failed(why);
+}
+
+void RtmpSession::FollowRate([[maybe_unused]] std::size_t bytes) {
+#ifndef RTMP_STOCK_TRANSPORT
+  // Half a second of what is being sent keeps the link busy, and is soon gone on a slow one.
+  constexpr std::size_t LeastUnsent = 32 * 1024;
+  constexpr std::size_t MostUnsent = 1024 * 1024;
+  constexpr std::chrono::seconds Measured{1};
+  _rate_bytes += bytes;
+  const auto now = Watcher::Clock::now();
+  const auto passed = now - _rate_since;
+  if (passed < Measured) return;
+  const auto perSecond =
+      static_cast<double>(_rate_bytes) / std::chrono::duration<double>(passed).count();
+  Connector::BoundUnsent(_rtmp->m_sb.sb_socket, std::clamp(static_cast<std::size_t>(perSecond / 2),
+                                                           LeastUnsent, MostUnsent));
+  _rate_bytes = 0;
+  _rate_since = now;
+#endif
 }
 
 void RtmpSession::SetOutChunkSize(int size) {
@@ -469,27 +560,16 @@ void RtmpSession::SetOutChunkSize(int size) {
 
 // ---- results ------------------------------------------------------------------------------------
 
-bool RtmpSession::Note(bool result) {
-  if (!result) SigPipeGuard::Suspect();
+void RtmpSession::Note() {
   const bool connected = IsConnected();
   _connected.store(connected, std::memory_order_relaxed);
-  if (!connected) {
-    const sync::Lock lock(_mutex);
-    if (_control >= 0) close(_control);
-    _control = -1;
-  }
-  return result;
-}
-
-bool RtmpSession::Fail(const std::string& reason) {
-  _remark = HideSecrets(reason, _shown, _stream_name);
-  return false;
-}
-
-std::string RtmpSession::TakeRemark() {
-  const std::string warning = std::exchange(_warning, {});
-  const std::string remark = std::exchange(_remark, {});
-  return remark.empty() ? warning : remark;
+  if (connected) return;
+  _conversation.End();
+  _own_tls = false;
+  _tls.Reset();
+  const sync::Lock lock(_mutex);
+  EndWatch();
+  _control.Reset();
 }
 
 }  // namespace nimbo::plugin

@@ -13,8 +13,8 @@ namespace nimbo::plugin {
 
 namespace {
 
-/// TLS 1.2 and older; see TlsClient::Connect.
-constexpr char Priority[] = "NORMAL:-VERS-TLS1.3";
+/// Older versions are not to be used any more (RFC 8996).
+constexpr char Priority[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
 /// Server name indication is for names, not for addresses (RFC 6066, 3).
 bool IsAddress(const std::string& host) {
@@ -35,18 +35,27 @@ std::string VerificationText(unsigned int status) {
 }
 
 std::string HandshakeText(gnutls_session_t session, int error) {
-  if (error == GNUTLS_E_AGAIN) return "the server does not answer";
-  std::string text = gnutls_strerror(error);
-  if (error == GNUTLS_E_FATAL_ALERT_RECEIVED) {
-    const gnutls_alert_description_t alert = gnutls_alert_get(session);
-    if (const char* name = gnutls_alert_get_name(alert)) {
-      text = std::string("the server said: ") + name;
-    }
-    if (alert == GNUTLS_A_PROTOCOL_VERSION) {
-      text += "; it may accept TLS 1.3 only, which this publisher does not speak: enable TLS 1.2";
-    }
+  switch (error) {
+    case GNUTLS_E_AGAIN:
+      return "the server does not answer";
+    case GNUTLS_E_PREMATURE_TERMINATION:
+    case GNUTLS_E_PULL_ERROR:
+    case GNUTLS_E_PUSH_ERROR:
+      return "the server closed the connection; does it expect rtmp:// on this port?";
+    case GNUTLS_E_UNEXPECTED_PACKET:
+    case GNUTLS_E_UNEXPECTED_PACKET_LENGTH:
+    case GNUTLS_E_UNSUPPORTED_VERSION_PACKET:
+    case GNUTLS_E_RECORD_OVERFLOW:
+      return "what the server sends is not TLS; does it expect rtmp:// on this port?";
+    case GNUTLS_E_FATAL_ALERT_RECEIVED:
+      if (const char* name = gnutls_alert_get_name(gnutls_alert_get(session))) {
+        return std::string("the server said: ") + name;
+      }
+      break;
+    default:
+      break;
   }
-  return text;
+  return gnutls_strerror(error);
 }
 
 }  // namespace
@@ -69,34 +78,33 @@ void TlsClient::Reset() {
   _transport = {};
 }
 
-bool TlsClient::LoadTrust(const TlsTrust& trust, std::string& problem, std::string& warning) {
-  if (!trust.verify) return true;
+Status TlsClient::LoadTrust(const TlsTrust& trust, std::string& warning) {
+  if (!trust.verify) return {};
   if (!trust.caFile.empty()) {
     const int loaded = gnutls_certificate_set_x509_trust_file(_credentials, trust.caFile.c_str(),
                                                               GNUTLS_X509_FMT_PEM);
-    if (loaded > 0) return true;
-    problem = "RTMP_CA_FILE=\"" + trust.caFile + "\" holds no certificate that can be read";
-    return false;
+    if (loaded > 0) return {};
+    return Status::Failed("RTMP_CA_FILE=\"" + trust.caFile +
+                          "\" holds no certificate that can be read");
   }
-  if (gnutls_certificate_set_x509_system_trust(_credentials) > 0) return true;
+  if (gnutls_certificate_set_x509_system_trust(_credentials) > 0) return {};
   warning =
       "the server's certificate is not checked: this system has no certificate store (name one "
       "with RTMP_CA_FILE)";
-  return true;
+  return {};
 }
 
-bool TlsClient::Connect(const std::string& host, int socket, const TlsTrust& trust,
-                        std::string& problem, std::string& warning) {
+Status TlsClient::Connect(const std::string& host, int socket, const TlsTrust& trust,
+                          std::string& warning) {
   Reset();
   _transport.socket = socket;
   _host = host;
   if (gnutls_certificate_allocate_credentials(&_credentials) < 0 ||
       gnutls_init(&_session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL) < 0 ||
       gnutls_priority_set_direct(_session, Priority, nullptr) < 0) {
-    problem = "TLS cannot be set up";
-    return false;
+    return Status::Failed("TLS cannot be set up");
   }
-  if (!LoadTrust(trust, problem, warning)) return false;
+  if (Status loaded = LoadTrust(trust, warning); !loaded) return loaded;
   const bool check = trust.verify && warning.empty();
 
   gnutls_credentials_set(_session, GNUTLS_CRD_CERTIFICATE, _credentials);
@@ -104,22 +112,19 @@ bool TlsClient::Connect(const std::string& host, int socket, const TlsTrust& tru
     gnutls_server_name_set(_session, GNUTLS_NAME_DNS, host.c_str(), host.size());
   }
   if (check) gnutls_session_set_verify_cert(_session, _host.c_str(), 0);
-  gnutls_transport_set_int(_session, socket);
-  // Only reads need to know whether they may wait; writes stay GnuTLS's own.
-  gnutls_transport_set_ptr2(_session, &_transport,
-                            reinterpret_cast<gnutls_transport_ptr_t>(std::intptr_t{socket}));
+  gnutls_transport_set_ptr(_session, &_transport);
   gnutls_transport_set_pull_function(_session, Pull);
+  gnutls_transport_set_vec_push_function(_session, Push);
 
   int result;
   do {
     result = gnutls_handshake(_session);
   } while (result < 0 && result != GNUTLS_E_AGAIN && !gnutls_error_is_fatal(result));
-  if (result == GNUTLS_E_SUCCESS) return true;
-  problem = result == GNUTLS_E_CERTIFICATE_VERIFICATION_ERROR
-                ? VerificationText(gnutls_session_get_verify_cert_status(_session))
-                : HandshakeText(_session, result);
-  problem = "TLS: " + problem;
-  return false;
+  if (result == GNUTLS_E_SUCCESS) return {};
+  return Status::Failed("TLS: " +
+                        (result == GNUTLS_E_CERTIFICATE_VERIFICATION_ERROR
+                             ? VerificationText(gnutls_session_get_verify_cert_status(_session))
+                             : HandshakeText(_session, result)));
 }
 
 gnutls_session_t TlsClient::Lend() {
@@ -128,13 +133,44 @@ gnutls_session_t TlsClient::Lend() {
   return session;
 }
 
+TlsClient::Read TlsClient::Receive(gnutls_session_t session, unsigned char* buffer,
+                                   std::size_t size, bool wait) {
+  _transport.nonBlocking = !wait;
+  // A record that carries no data of the server, a session ticket (RFC 8446, 4.6.1) or a change of
+  // keys, ends a read too; another one may follow it at once, but not for ever.
+  constexpr int MaxRecords = 32;
+  ssize_t result = 0;
+  for (int records = 0; records < MaxRecords; ++records) {
+    _transport.ranDry = false;
+    result = gnutls_record_recv(session, buffer, size);
+    const bool goesOn = result < 0 && !gnutls_error_is_fatal(static_cast<int>(result));
+    if (!goesOn || _transport.ranDry) break;
+  }
+  _transport.nonBlocking = false;
+  if (result > 0) return {static_cast<std::size_t>(result), false};
+  return {0, result == 0 || gnutls_error_is_fatal(static_cast<int>(result)) != 0};
+}
+
 ssize_t TlsClient::Pull(gnutls_transport_ptr_t transport, void* data, std::size_t size) {
-  const auto* from = static_cast<const Transport*>(transport);
+  auto* from = static_cast<Transport*>(transport);
   const int flags = from->nonBlocking ? MSG_DONTWAIT : 0;
   ssize_t result;
   do {
     // librtmp takes the end of a wait by a signal for the end of the connection.
     result = recv(from->socket, data, size, flags);
+  } while (result < 0 && errno == EINTR);
+  from->ranDry = result < 0;
+  return result;
+}
+
+ssize_t TlsClient::Push(gnutls_transport_ptr_t transport, const giovec_t* parts, int count) {
+  msghdr message = {};
+  message.msg_iov = const_cast<giovec_t*>(parts);
+  message.msg_iovlen = static_cast<std::size_t>(count);
+  ssize_t result;
+  do {
+    // A signal in the middle of a record would have librtmp begin another one with the same bytes.
+    result = sendmsg(static_cast<const Transport*>(transport)->socket, &message, MSG_NOSIGNAL);
   } while (result < 0 && errno == EINTR);
   return result;
 }

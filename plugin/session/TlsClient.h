@@ -7,6 +7,8 @@
 
 #include <gnutls/gnutls.h>
 
+#include "plugin/session/Status.h"
+
 namespace nimbo::plugin {
 
 /// What a connection trusts: certificates and whether they are checked at all.
@@ -29,17 +31,20 @@ class TlsClient {
   TlsClient& operator=(const TlsClient&) = delete;
   ~TlsClient();
 
-  /// Makes the handshake with `host` over `socket`. Certificate and name are checked as `trust`
-  /// says. At most TLS 1.2: librtmp takes the session tickets of a TLS 1.3 server for an error.
-  /// False, with the reason in `problem`, when it fails; `warning` is set where the connection goes
-  /// on unchecked because there is nothing to check it against.
-  bool Connect(const std::string& host, int socket, const TlsTrust& trust, std::string& problem,
-               std::string& warning);
+  /// Makes the handshake with `host` over `socket`: TLS 1.2 or 1.3. Certificate and name are
+  /// checked as `trust` says. `warning` is set where the connection goes on unchecked because there
+  /// is nothing to check it against.
+  Status Connect(const std::string& host, int socket, const TlsTrust& trust, std::string& warning);
   /// Gives the session to librtmp, which says goodbye on it and frees it. This object must stay
   /// alive until then.
   gnutls_session_t Lend();
-  /// Whether reads return at once when nothing has arrived.
-  void NonBlockingReads(bool on) { _transport.nonBlocking = on; }
+  /// One read of a session that was lent: bytes of the server; with `wait` there are some, unless
+  /// the socket's time-out ends the wait.
+  struct Read {
+    std::size_t size = 0;
+    bool end = false;  ///< the server, or the connection, has ended
+  };
+  Read Receive(gnutls_session_t session, unsigned char* buffer, std::size_t size, bool wait);
   /// Forgets everything of a connection that has ended.
   void Reset();
 
@@ -47,9 +52,11 @@ class TlsClient {
   struct Transport {
     int socket = -1;
     bool nonBlocking = false;
+    bool ranDry = false;  ///< the last read of the socket brought nothing
   };
   static ssize_t Pull(gnutls_transport_ptr_t transport, void* data, std::size_t size);
-  bool LoadTrust(const TlsTrust& trust, std::string& problem, std::string& warning);
+  static ssize_t Push(gnutls_transport_ptr_t transport, const giovec_t* parts, int count);
+  Status LoadTrust(const TlsTrust& trust, std::string& warning);
 
   Transport _transport;
   std::string _host;                    ///< the session points to it

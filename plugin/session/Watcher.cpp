@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 #include <thread>
+
+#include "plugin/session/TcpProgress.h"
 
 namespace nimbo::plugin {
 
@@ -19,33 +22,59 @@ Watcher& Watcher::Globle() {
   return *watcher;
 }
 
-Watcher::Id Watcher::Add(int socket, Clock::time_point deadline) {
+Watcher::Id Watcher::Add(int socket, const Bounds& bounds) {
   const int duplicate = fcntl(socket, F_DUPFD_CLOEXEC, 0);
   if (duplicate < 0) return 0;
   const sync::Lock lock(_mutex);
-  if (!_running && !StartThread()) {
+  try {
+    Watch watch = {duplicate, bounds, 0, {}, true, false, false};
+    Restart(watch);
+    _watches[_last + 1] = watch;
+  } catch (const std::bad_alloc&) {
     close(duplicate);
     return 0;
   }
-  _watches[++_last] = {duplicate, deadline, false};
+  ++_last;
+  if (!_running && !StartThread()) {
+    close(duplicate);
+    _watches.erase(_last);
+    return 0;
+  }
   _changed.NotifyOne();
   return _last;
 }
 
-void Watcher::Hasten(Id id, Clock::time_point deadline) {
+void Watcher::Set(Id id, const Bounds& bounds) {
   const sync::Lock lock(_mutex);
-  const auto watch = _watches.find(id);
-  if (watch == _watches.end()) return;
-  watch->second.deadline = std::min(watch->second.deadline, deadline);
+  const auto found = _watches.find(id);
+  if (found == _watches.end()) return;
+  found->second.bounds = bounds;
+  Restart(found->second);
   _changed.NotifyOne();
+}
+
+void Watcher::Active(Id id) {
+  const sync::Lock lock(_mutex);
+  const auto found = _watches.find(id);
+  if (found == _watches.end()) return;
+  found->second.active = true;
+  if (!found->second.asleep) return;
+  Restart(found->second);
+  _changed.NotifyOne();
+}
+
+bool Watcher::Ended(Id id) {
+  const sync::Lock lock(_mutex);
+  const auto found = _watches.find(id);
+  return found != _watches.end() && found->second.ended;
 }
 
 void Watcher::Remove(Id id) {
   const sync::Lock lock(_mutex);
-  const auto watch = _watches.find(id);
-  if (watch == _watches.end()) return;
-  close(watch->second.socket);
-  _watches.erase(watch);
+  const auto found = _watches.find(id);
+  if (found == _watches.end()) return;
+  close(found->second.socket);
+  _watches.erase(found);
   if (_watches.empty()) _changed.NotifyOne();
 }
 
@@ -59,7 +88,9 @@ bool Watcher::StartThread() {
     std::thread([this] { Run(); }).detach();
     _running = true;
   } catch (const std::system_error&) {
-    // No thread is to be had: what should be watched then ends by the socket's own time-outs.
+    // No thread is to be had.
+  } catch (const std::bad_alloc&) {
+    // Nor memory for one.
   }
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   return _running;
@@ -69,7 +100,7 @@ void Watcher::Run() {
   pthread_setname_np(pthread_self(), "rtmp-watch");
   const sync::Lock lock(_mutex);
   while (!_watches.empty()) {
-    const Clock::time_point next = FireDue();
+    const Clock::time_point next = LookAtAll();
     if (next == Clock::time_point::max()) {
       _changed.Wait(_mutex);
     } else {
@@ -79,21 +110,42 @@ void Watcher::Run() {
   _running = false;
 }
 
-Watcher::Clock::time_point Watcher::FireDue() {
+void Watcher::Restart(Watch& watch) {
+  watch.acknowledged = watch.bounds.stall.count() ? TcpProgress::Of(watch.socket).acknowledged : 0;
+  watch.progressed = Clock::now();
+  watch.asleep = false;
+}
+
+Watcher::Clock::time_point Watcher::LookAtAll() {
   const auto now = Clock::now();
   auto next = Clock::time_point::max();
   for (auto& [id, watch] : _watches) {
-    if (watch.fired) continue;
-    if (watch.deadline <= now) {
-      // A socket whose connect is about to begin cannot be shut down yet.
-      constexpr std::chrono::milliseconds TryAgain{20};
-      watch.fired = shutdown(watch.socket, SHUT_RDWR) == 0 || errno != ENOTCONN;
-      if (!watch.fired) next = std::min(next, watch.deadline = now + TryAgain);
-    } else {
-      next = std::min(next, watch.deadline);
-    }
+    if (!watch.ended) next = std::min(next, LookAt(watch, now));
   }
   return next;
+}
+
+Watcher::Clock::time_point Watcher::LookAt(Watch& watch, Clock::time_point now) {
+  const Bounds& bounds = watch.bounds;
+  auto due = bounds.end;
+  auto next = due;
+  if (bounds.stall.count() > 0) {
+    // Looked at often enough that a stall is noticed soon after its time.
+    constexpr int LooksPerStall = 5;
+    const TcpProgress progress = TcpProgress::Of(watch.socket);
+    const bool waits = progress.waiting || !bounds.whileWaiting;
+    if (!waits || progress.acknowledged != watch.acknowledged) watch.progressed = now;
+    watch.acknowledged = progress.acknowledged;
+    due = std::min(due, watch.progressed + bounds.stall);
+    watch.asleep = !waits && !watch.active;
+    watch.active = false;
+    if (!watch.asleep) next = std::min({next, due, now + bounds.stall / LooksPerStall});
+  }
+  if (due > now) return next;
+  // A socket whose connect is about to begin cannot be shut down yet.
+  constexpr std::chrono::milliseconds TryAgain{20};
+  watch.ended = shutdown(watch.socket, SHUT_RDWR) == 0 || errno != ENOTCONN;
+  return watch.ended ? Clock::time_point::max() : now + TryAgain;
 }
 
 }  // namespace nimbo::plugin

@@ -92,8 +92,6 @@ TEST_F(ClientPackets, LostSessionIsMadeAnewInUpToThreeAttempts) {
       EXPECT_EQ(Receive(AccessUnit(true), video.get(), 40), back);
 
       std::vector<std::string> lines;
-      if (left == failing && !StockTransport)
-        lines.emplace_back("SendRtmpPacket: !RTMP_IsConnected(_rtmp)");
       lines.push_back(PushFailed + "h264/" + std::to_string(sequence));
       for (int i = 0; i < std::min(left, Attempts); ++i) {
         lines.insert(lines.end(), {ConnectFailed, "ReceivePacket: try to reconnect"});

@@ -13,8 +13,16 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr Profile Terse = {"plugin/rtmp/Terse", "Send", false, true, false, false, false};
-constexpr Profile Detailed = {"plugin/rtmp/Detailed", "Send", true, false, true, true, true};
+constexpr Places Here = {{},
+                         {},
+                         {},
+                         {},
+                         {},
+                         {"plugin/rtmp/Owner.cpp", 11, "SendBufferCreate"},
+                         {"plugin/rtmp/Owner.cpp", 12, "SendBufferRealloc"},
+                         {"plugin/rtmp/Owner.cpp", 13, "operator()"}};
+constexpr Profile Terse = {Here, false, true, false, false, false};
+constexpr Profile Detailed = {Here, true, false, true, true, true};
 
 /// Send buffers outside a publishing object; frees the one that a test holds.
 class Buffers : public SendBuffers {

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <librtmp/rtmp.h>
+
+#include "plugin/session/Status.h"
+
+namespace nimbo::plugin {
+
+/// Sends the command "connect" (RTMP 1.0, 7.2.1.1) for the address that `session` was set up with,
+/// and has librtmp remember it, so that it knows the answer. The bytes are those of librtmp's own.
+Status SendConnectCommand(RTMP& session);
+
+}  // namespace nimbo::plugin

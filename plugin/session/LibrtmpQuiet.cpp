@@ -1,0 +1,29 @@
+#include "plugin/session/LibrtmpQuiet.h"
+
+#include <librtmp/log.h>
+
+#include "sync/Mutex.h"
+
+namespace nimbo::plugin {
+
+namespace {
+
+constexpr RTMP_LogLevel DefaultLevel = RTMP_LOGERROR;
+constexpr RTMP_LogLevel QuietLevel = RTMP_LOGCRIT;
+
+sync::Mutex mutex;  // held for moments only
+int depth GUARDED_BY(mutex) = 0;
+
+}  // namespace
+
+LibrtmpQuiet::LibrtmpQuiet() {
+  const sync::Lock lock(mutex);
+  if (depth++ == 0 && RTMP_LogGetLevel() == DefaultLevel) RTMP_LogSetLevel(QuietLevel);
+}
+
+LibrtmpQuiet::~LibrtmpQuiet() {
+  const sync::Lock lock(mutex);
+  if (--depth == 0 && RTMP_LogGetLevel() == QuietLevel) RTMP_LogSetLevel(DefaultLevel);
+}
+
+}  // namespace nimbo::plugin
