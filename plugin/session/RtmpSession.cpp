@@ -230,8 +230,8 @@ Status RtmpSession::ConnectOwn() {
   };
   FileDescriptor made;
   Status status = Connector::Connect(
-      host, port, Limits().answer, started, [this](int made) { return WatchAttempt(made); },
-      socket);
+      host, port, Limits().answer, started,
+      [this](int candidate) { return WatchAttempt(candidate); }, made);
   if (!status) return status;
   // From here on the socket is librtmp's, which closes it when a step fails.
   const int socket = made.Release();
