@@ -65,30 +65,25 @@ TEST_F(AvSyncTest, TheFirstPictureGoesBeforeOlderSound) {
 TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComesAgain) {
   using Clock = std::chrono::steady_clock;
   constexpr std::chrono::milliseconds Limit{500}, Late{100};
-  Play();
-  // Each picture is waited for anew. The machine may be busy: the shortest wait of several tells.
+  // The machine may be busy: the shortest wait of several tells.
   auto shortest = Clock::duration::max();
   std::size_t count = 0;
-  for (int time = 0; time < 200 || (time < 2000 && shortest > Limit + Late); time += 100) {
+  const auto held = [&](int time) {
     const auto begin = Clock::now();
-    Push(video, {time});
-    Push(audio, {time + 10});
-    EXPECT_EQ(TheCollector().Wait(++count).back(), "h264 " + std::to_string(time));
-    // From here on the sound is held up, or will be in a moment.
-    const auto before = Clock::now();
-    Push(audio, {time + 20});  // does not wait once more
-    count += 2;
-    EXPECT_EQ(TheCollector().Wait(count).back(), "aac " + std::to_string(time + 20));
+    Push(audio, {time, time + 1});  // the second one does not wait once more
+    EXPECT_EQ(TheCollector().Wait(count += 2).back(), "aac " + std::to_string(time + 1));
     EXPECT_GE(Clock::now() - begin, Limit);
-    shortest = std::min(shortest, Clock::now() - before);
+    shortest = std::min(shortest, Clock::now() - begin);
+  };
+  Play();
+  for (int time = 0; time < 200 || (time < 2000 && shortest > Limit + Late); time += 100) {
+    held(time);
+    Push(video, {time + 10});
+    EXPECT_EQ(TheCollector().Wait(++count).back(), "h264 " + std::to_string(time + 10));
+    held(time + 20);
+    ASSERT_TRUE(app->StatusSet("null") && app->StatusSet("play"));
   }
   EXPECT_LE(shortest, Limit + Late);
-  // No longer silent when it starts again, either.
-  ASSERT_TRUE(app->StatusSet("null") && app->StatusSet("play"));
-  const auto begin = Clock::now();
-  Push(audio, {3000});
-  EXPECT_EQ(TheCollector().Wait(++count).back(), "aac 3000");
-  EXPECT_GE(Clock::now() - begin, Limit);
 }
 
 TEST_F(AvSyncTest, LiveStreamsLosePacketsWhenItIsFullAndStoppingDropsTheRest) {
