@@ -16,6 +16,7 @@ namespace {
 using log::Colour;
 using log::Failure;
 using log::Line;
+using log::Site;
 
 template <class... Pieces>
 std::string TextOf(const Pieces&... pieces) {
