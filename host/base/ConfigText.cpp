@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/text/Text.h"
 #include "log/Line.h"
 #include "nimbo/base/names.h"
 
@@ -30,12 +31,6 @@ constexpr const char* ZeroByte = "the text holds a zero byte";
 
 bool IsKey(const std::string& key, const char* name) { return Hash(key.c_str()) == Hash(name); }
 
-std::string Trimmed(const std::string& text) {
-  const std::size_t first = text.find_first_not_of(ConfigBlanks);
-  if (first == End) return {};
-  return text.substr(first, text.find_last_not_of(ConfigBlanks) + 1 - first);
-}
-
 /// Reads one level of text from left to right. The first fault ends it and is described in Error().
 class Reader {
  public:
@@ -62,7 +57,7 @@ class Reader {
     return std::min(_text.find_first_of(_joined ? ",+" : ",", from), _text.size());
   }
   std::string Cut(std::size_t from, std::size_t to) const {
-    return Trimmed(_text.substr(from, to - from));
+    return text::Trimmed(std::string_view(_text).substr(from, to - from), ConfigBlanks);
   }
   bool NoZeroByte() {
     const std::size_t zero = _text.find('\0');

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "host/text/Text.h"
+
 namespace nimbo::base {
 
 namespace {
@@ -57,13 +59,8 @@ std::string DidYouMean(const std::string& name, const std::vector<std::string>& 
 
 std::string Suggest(const std::string& name, const std::vector<std::string>& choices) {
   const std::string question = DidYouMean(name, choices);
-  return question.empty() ? "; there are: " + Joined(choices) : question;
-}
-
-std::string Joined(const std::vector<std::string>& texts) {
-  std::string joined;
-  for (const std::string& text : texts) joined += (joined.empty() ? "" : ", ") + text;
-  return joined.empty() ? "none" : joined;
+  if (!question.empty()) return question;
+  return "; there are: " + (choices.empty() ? "none" : text::Joined(choices));
 }
 
 }  // namespace nimbo::base

@@ -20,7 +20,4 @@ NIMBO_API std::string DidYouMean(const std::string& name, const std::vector<std:
 /// [any] The same, but `; there are: CHOICE, CHOICE` when none is near.
 NIMBO_API std::string Suggest(const std::string& name, const std::vector<std::string>& choices);
 
-/// [any] The texts, joined by ", "; "none" when there is none.
-NIMBO_API std::string Joined(const std::vector<std::string>& texts);
-
 }  // namespace nimbo::base

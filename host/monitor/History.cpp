@@ -2,7 +2,7 @@
 
 namespace nimbo::monitor {
 
-void History::Add(Time time, std::vector<cli::ClientFigures> figures) {
+void History::Add(Time time, std::vector<publication::ClientFigures> figures) {
   figures.resize(_clients.size());
   _latest = figures;
   _samples.push_back({_next++, time, std::move(figures)});

@@ -18,7 +18,7 @@ using Time = std::chrono::system_clock::time_point;
 struct Sample {
   std::uint64_t number;
   Time time;
-  std::vector<cli::ClientFigures> clients;
+  std::vector<publication::ClientFigures> clients;
 };
 
 struct Event {
@@ -38,7 +38,7 @@ class History {
       : _clients(std::move(clients)), _start(start), _latest(_clients.size()) {}
 
   /// Takes the figures of all clients, in the order of their addresses.
-  void Add(Time time, std::vector<cli::ClientFigures> figures);
+  void Add(Time time, std::vector<publication::ClientFigures> figures);
   void Tell(Time time, std::size_t client, const std::string& message);
 
   const std::vector<std::string>& Clients() const noexcept { return _clients; }
@@ -46,7 +46,7 @@ class History {
   const std::deque<Sample>& Samples() const noexcept { return _samples; }
   const std::deque<Event>& Events() const noexcept { return _events; }
   /// The newest figures of each client; zeros before the first sample.
-  const std::vector<cli::ClientFigures>& Latest() const noexcept { return _latest; }
+  const std::vector<publication::ClientFigures>& Latest() const noexcept { return _latest; }
   /// How often each client told each message.
   const std::map<std::pair<std::size_t, std::string>, std::uint64_t>& Messages() const noexcept {
     return _messages;
@@ -57,7 +57,7 @@ class History {
  private:
   std::vector<std::string> _clients;
   Time _start;
-  std::vector<cli::ClientFigures> _latest;
+  std::vector<publication::ClientFigures> _latest;
   std::deque<Sample> _samples;
   std::deque<Event> _events;
   std::map<std::pair<std::size_t, std::string>, std::uint64_t> _messages;

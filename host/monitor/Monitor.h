@@ -9,7 +9,7 @@
 /// its own, loaded when it is asked for, so that the program does without its library otherwise.
 namespace nimbo::monitor {
 
-using cli::ClientFigures;
+using publication::ClientFigures;
 
 struct Options {
   unsigned short port = 0;  ///< on the loopback interface; 0: a free one

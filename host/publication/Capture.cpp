@@ -15,7 +15,7 @@
 #include "host/stream/State.h"
 #include "nimbo/stream/factory.h"
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 const char* const DefaultEncoder = "h264-0,W=1920,H=1080,fr=30,br=6000000,gopTypeStr=ibbp,gop=30";
 
@@ -180,4 +180,4 @@ std::vector<stream::IElement*> CaptureView::Elements() const {
   return elements;
 }
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

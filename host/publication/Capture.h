@@ -8,7 +8,7 @@
 #include "nimbo/stream/element.h"
 #include "nimbo/stream/packet_ring.h"
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 /// What a pusher is to publish: a whole configuration text, files, or an encoder of the camera.
 struct CaptureOptions {
@@ -63,4 +63,4 @@ class CaptureView {
   std::ptrdiff_t _ended = 0;  ///< sources that have come to their end
 };
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 /// How one client is doing.
 struct ClientFigures {
@@ -16,4 +16,4 @@ struct ClientFigures {
   int quality = 0;
 };
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

@@ -9,7 +9,7 @@
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 namespace {
 
@@ -208,4 +208,4 @@ void Publication::Receive(const stream::Message& message) {
                                        [&](const char* name) { return message.name == name; });
 }
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

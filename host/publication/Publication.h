@@ -10,7 +10,7 @@
 #include "nimbo/stream/element.h"
 #include "nimbo/stream/pipeline.h"
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 /// What is to be published, where and how.
 struct PublishOptions {
@@ -86,4 +86,4 @@ class Publication {
   int _listener;
 };
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

@@ -6,7 +6,7 @@
 #include "host/base/Nearest.h"
 #include "nimbo/base/names.h"
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 namespace {
 
@@ -44,4 +44,4 @@ std::string UrlFault(const std::string& url) {
   return {};
 }
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

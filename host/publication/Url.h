@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 
 /// An address as it may be shown: without the stream's token.
 std::string ShownUrl(const std::string& url);
@@ -10,4 +10,4 @@ std::string ShownUrl(const std::string& url);
 /// What keeps an address from being published to; empty when nothing seen in it does.
 std::string UrlFault(const std::string& url);
 
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

@@ -1,22 +1,28 @@
 #pragma once
 
+#include <cmath>
+#include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
-#include <vector>
 
-namespace nimbo::cli {
+namespace nimbo::text {
 
-/// Pieces of JSON (RFC 8259), without line breaks. Values are pieces themselves.
-using JsonMember = std::pair<const char*, std::string>;
+/// A JSON value (RFC 8259); objects keep the order in which they were written.
+using Json = nlohmann::ordered_json;
 
-std::string JsonText(const std::string& text);
-std::string JsonBool(bool value);
-std::string JsonArray(const std::vector<std::string>& values);
-std::string JsonObject(const std::vector<JsonMember>& members);
-/// An array of texts.
-std::string JsonTexts(const std::vector<std::string>& texts);
+/// `value` without line breaks. What is no UTF-8 (RFC 3629) in its texts becomes U+FFFD.
+inline std::string Dump(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
-/// `text` with "?" for every byte that is not part of a UTF-8 character (RFC 3629).
-std::string Utf8(const std::string& text);
+/// `text` with U+FFFD for what is no UTF-8.
+inline std::string Utf8(const std::string& text) {
+  return Json::parse(Dump(text)).get<std::string>();
+}
 
-}  // namespace nimbo::cli
+/// A time in seconds, to the millisecond: no JSON holds more digits than tell something.
+inline double Milliseconds(double seconds) {
+  constexpr double PerSecond = 1e3;
+  return std::round(seconds * PerSecond) / PerSecond;
+}
+
+}  // namespace nimbo::text

@@ -3,16 +3,13 @@
 #include <vector>
 
 #include "host/cli/commands/Subcommand.h"
+#include "host/text/Text.h"
 
 namespace nimbo::cli {
 
 namespace {
 
-std::string Joined(const std::vector<std::string>& words, const char* separator) {
-  std::string text;
-  for (const auto& word : words) text += (text.empty() ? "" : separator) + word;
-  return text;
-}
+using text::Joined;
 
 /// Those that the help shows, too.
 std::vector<const CLI::App*> Subcommands(const CLI::App& program) {

@@ -51,7 +51,7 @@ std::string Label(const std::vector<std::string>& lines) {
   for (const auto& line : lines) {
     if (line.empty()) continue;
     if (!label.empty()) label += "\\n";
-    for (const char character : Utf8(line)) {
+    for (const char character : text::Utf8(line)) {
       if (character == '"' || character == '\\') label += '\\';
       label += character;
     }

@@ -1,8 +1,8 @@
 #include "host/cli/commands/Inventory.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <memory>
 
 #include "host/base/ClassRegistry.h"
@@ -14,7 +14,7 @@
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/cli/terminal/Table.h"
 #include "host/stream/State.h"
-#include "host/text/Json.h"
+#include "host/text/Text.h"
 #include "nimbo/stream/service.h"
 
 namespace nimbo::cli {
@@ -24,9 +24,10 @@ const char* const FunctionPrefix = "fw";
 namespace {
 
 using base::IClass;
+using text::Json;
 
 Fact TextFact(const char* name, const char* text) {
-  return {name, text ? text : "", text ? JsonText(text) : "null"};
+  return {name, text ? text : "", text ? Json(text) : Json()};
 }
 Fact TextFact(const char* name, const std::string& text) { return TextFact(name, text.c_str()); }
 
@@ -57,19 +58,16 @@ std::vector<std::string> KeywordsOf(const IClass& cl) {
 }
 
 std::string VersionText(unsigned int version) {
-  if (version == 0) return "";
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "0x%x", version);
-  return text.data();
+  return version == 0 ? "" : fmt::format("{:#x}", version);
 }
 
 Facts ClassFacts(const IClass& cl) {
   return {TextFact("name", cl.Name()),
           TextFact("kind", KindOf(cl)),
-          {"keywords", "", JsonTexts(KeywordsOf(cl))},  // people see them in the name
+          {"keywords", "", KeywordsOf(cl)},  // people see them in the name
           TextFact("module", cl.Module()),
           TextFact("vendor", cl.Vendor()),
-          {"version", VersionText(cl.Version()), std::to_string(cl.Version())},
+          {"version", VersionText(cl.Version()), cl.Version()},
           TextFact("description", cl.Description())};
 }
 
@@ -136,16 +134,15 @@ Facts PropertyFacts(const base::IProperty& property, base::object* sample) {
           TextFact("description", property.Description())};
 }
 
-std::vector<JsonMember> FactMembers(const Facts& facts) {
-  std::vector<JsonMember> members;
-  for (const Fact& fact : facts) members.emplace_back(fact.name, fact.json);
-  return members;
+Json ToJson(const Facts& facts) {
+  Json object = Json::object();
+  for (const Fact& fact : facts) object[fact.name] = fact.json;
+  return object;
 }
 
-std::vector<std::string> FactsJson(const std::vector<Facts>& things) {
-  std::vector<std::string> objects;
-  objects.reserve(things.size());
-  for (const Facts& facts : things) objects.push_back(JsonObject(FactMembers(facts)));
+Json ToJson(const std::vector<Facts>& things) {
+  Json objects = Json::array();
+  for (const Facts& facts : things) objects.push_back(ToJson(facts));
   return objects;
 }
 
@@ -238,7 +235,7 @@ ClassView::ClassView(IClass& cl, const std::string& asked) : _facts(ClassFacts(c
     for (const IClass* other : IClass::Globle().Classes()) {
       if (other != &cl && other->Keywords().ContainsAll(keywords)) also.push_back(other->Name());
     }
-    _facts.push_back({"also", also.empty() ? "" : base::Joined(also), JsonTexts(also)});
+    _facts.push_back({"also", also.empty() ? "" : text::Joined(also), also});
   }
   for (const auto* property : cl.Properties()) {
     _properties.push_back(PropertyFacts(*property, sample.Get()));
@@ -254,9 +251,9 @@ std::string ClassView::Text() const {
 }
 
 std::string ClassView::Json() const {
-  auto members = FactMembers(_facts);
-  members.emplace_back("properties", JsonArray(FactsJson(_properties)));
-  return JsonObject(members);
+  text::Json object = ToJson(_facts);
+  object["properties"] = ToJson(_properties);
+  return text::Dump(object);
 }
 
 std::string InventoryText() {
@@ -268,11 +265,9 @@ std::string InventoryText() {
 }
 
 std::string InventoryJson() {
-  std::vector<JsonMember> members;
-  for (const Section& section : Inventory()) {
-    members.emplace_back(section.key, JsonArray(FactsJson(section.things)));
-  }
-  return JsonObject(members);
+  Json object = Json::object();
+  for (const Section& section : Inventory()) object[section.key] = ToJson(section.things);
+  return text::Dump(object);
 }
 
 }  // namespace nimbo::cli

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "host/text/Json.h"
 #include "nimbo/base/class.h"
 #include "nimbo/stream/element.h"
 
@@ -12,7 +13,7 @@ namespace nimbo::cli {
 struct Fact {
   const char* name;
   std::string text;
-  std::string json;
+  text::Json json;
 };
 using Facts = std::vector<Fact>;
 

@@ -11,11 +11,15 @@
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/cli/terminal/StatusLine.h"
 #include "host/publication/Publication.h"
+#include "host/publication/RateMeter.h"
 #include "host/publication/Url.h"
 
 namespace nimbo::cli {
 
 namespace {
+
+using publication::ClientFigures;
+using publication::ShownUrl;
 
 using Clock = ControlLoop::Clock;
 
@@ -28,7 +32,7 @@ constexpr std::chrono::seconds MonitorPeriod{1};
 constexpr char MonitorPort[] = "8089";
 
 struct Options {
-  PublishOptions what;
+  publication::PublishOptions what;
   double duration = 0;  ///< seconds; 0 without limit
   bool json = false;
   std::string monitor;  ///< the port of its page; empty: there is none
@@ -58,7 +62,7 @@ class Publish {
     if (_options.json) _json.emplace();
     std::string source;
     std::string error;
-    if (!SourceConfiguration(_options.what, source, error)) {
+    if (!publication::SourceConfiguration(_options.what, source, error)) {
       Complain("nimbo-host: " + error);
       return Failed;
     }
@@ -186,8 +190,8 @@ class Publish {
   ControlLoop& _loop;
   std::optional<KeptOutput> _json;  ///< for the status objects; outlives what prints
   std::unique_ptr<monitor::Monitor> _monitor;
-  Publication _publication;
-  RateMeter _meter;
+  publication::Publication _publication;
+  publication::RateMeter _meter;
   StatusLine _line;
   std::vector<Event> _events;
   bool _failed_once = false;
@@ -206,7 +210,7 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
                    "camera: test: or test:W=1280,H=720,fr=30,br=2000000,gop=30")
       ->required();
   publish->add_option("URL", options->what.urls, "rtmp://HOST[:PORT]/APPLICATION/STREAM, or rtmps")
-      ->check(UrlFault)
+      ->check(publication::UrlFault)
       ->required();
   publish->add_option("--audio", options->what.audio,
                       "An ADTS file to go with an elementary H.264 file");

@@ -1,5 +1,5 @@
-#include <array>
-#include <cstdio>
+#include <fmt/format.h>
+
 #include <cstdlib>
 #include <memory>
 
@@ -8,6 +8,7 @@
 #include "host/cli/terminal/Console.h"
 #include "host/cli/terminal/StatusLine.h"
 #include "host/publication/Capture.h"
+#include "host/publication/RateMeter.h"
 #include "host/publication/Url.h"
 #include "nimbo/stream/service.h"
 
@@ -15,9 +16,12 @@ namespace nimbo::cli {
 
 namespace {
 
+using publication::BitRateText;
+using publication::ShownUrl;
+
 struct PushOptions {
   std::string url = RTMP_DEFAULT_URL;
-  CaptureOptions capture;
+  publication::CaptureOptions capture;
   double duration = 0;  ///< seconds; 0 without limit
 };
 
@@ -39,7 +43,7 @@ class Push {
   int Run() {
     std::string error;
     std::string configuration;
-    if (!CaptureConfiguration(_options.capture, configuration, error)) {
+    if (!publication::CaptureConfiguration(_options.capture, configuration, error)) {
       Complain("nimbo-host: " + error);
       return Failed;
     }
@@ -103,14 +107,11 @@ class Push {
 
   void Summarise() const {
     const std::chrono::duration<double> time = _stop - _start;
-    RateMeter meter;
+    publication::RateMeter meter;
     meter.Add(_start, 0);
     meter.Add(_stop, _count.bytes);
-    std::array<char, 160> text{};
-    std::snprintf(text.data(), text.size(), "Published %.1f s: %llu video and %llu audio packets, ",
-                  time.count(), static_cast<unsigned long long>(_count.videoPackets),
-                  static_cast<unsigned long long>(_count.audioPackets));
-    std::fprintf(stderr, "%s%s\n", text.data(), BitRateText(meter.BitsPerSecond()).c_str());
+    fmt::print(stderr, "Published {:.1f} s: {} video and {} audio packets, {}\n", time.count(),
+               _count.videoPackets, _count.audioPackets, BitRateText(meter.BitsPerSecond()));
   }
 
   std::string Property(const char* name) const {
@@ -121,20 +122,18 @@ class Push {
   std::string Status(Clock::time_point now) const {
     const auto count = _view.Count();
     const std::chrono::duration<double> time = now - _start;
-    std::array<char, 96> text{};
-    std::snprintf(text.data(), text.size(), "%7.1f s  video %llu  audio %llu  ", time.count(),
-                  static_cast<unsigned long long>(count.videoPackets),
-                  static_cast<unsigned long long>(count.audioPackets));
-    return text.data() + BitRateText(_meter.BitsPerSecond()) +
-           "  rtmp_sts=" + Property("rtmp_sts") + "  rtmp_quality=" + Property("rtmp_quality");
+    return fmt::format("{:7.1f} s  video {}  audio {}  {}  rtmp_sts={}  rtmp_quality={}",
+                       time.count(), count.videoPackets, count.audioPackets,
+                       BitRateText(_meter.BitsPerSecond()), Property("rtmp_sts"),
+                       Property("rtmp_quality"));
   }
 
   const PushOptions& _options;
   ControlLoop& _loop;
   stream::Service* _pusher = nullptr;
-  CaptureView _view;
-  CaptureCount _count;
-  RateMeter _meter;
+  publication::CaptureView _view;
+  publication::CaptureCount _count;
+  publication::RateMeter _meter;
   StatusLine _line;
   Clock::time_point _start;
   Clock::time_point _stop;
@@ -146,11 +145,11 @@ void AddPush(CLI::App& program, const Choose& chosen) {
   const auto options = std::make_shared<PushOptions>();
   auto* push = program.add_subcommand("push", "Publish through the stand-alone pusher service");
   push->add_option("--url", options->url, "Publish to this address")
-      ->check(UrlFault)
+      ->check(publication::UrlFault)
       ->capture_default_str();
   auto* encoder = push->add_option("--encoder", options->capture.encoder,
                                    "Publish this selection of the camera's encoder");
-  encoder->default_str(DefaultEncoder);
+  encoder->default_str(publication::DefaultEncoder);
   auto* cfg = push->add_option("--cfg", options->capture.configuration,
                                "Publish the rings of this whole capture configuration");
   push->add_option("--input", options->capture.inputs,

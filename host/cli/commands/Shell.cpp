@@ -15,6 +15,7 @@
 #include "host/stream/Builder.h"
 #include "host/stream/Settings.h"
 #include "host/stream/Tree.h"
+#include "host/text/Text.h"
 #include "nimbo/stream/element.h"
 
 namespace nimbo::cli {
@@ -92,7 +93,7 @@ std::vector<std::string> Shell::Names() {
 }
 
 bool Shell::Execute(const std::string& line) {
-  auto rest = Trimmed(line);
+  auto rest = text::Trimmed(line);
   if (rest.empty() || rest[0] == '#') return true;
   const auto name = TakeWord(rest);
   return base::Guarded(name, false, [&] { return Run(name, rest); });
@@ -214,7 +215,9 @@ bool Shell::Help(const std::string&) {
     rows.push_back({std::string(command.name) + " " + command.usage, command.description});
   for (const auto& name : CommandTable::Globle().Names())
     rows.push_back({name + " [KEY=VALUE,...]", "command of a plug-in"});
-  base::cout << Columns(rows) + "functions: " + base::Joined(FunctionNames()) + "\n";
+  const auto functions = FunctionNames();
+  base::cout << Columns(rows) +
+                    "functions: " + (functions.empty() ? "none" : text::Joined(functions)) + "\n";
   return true;
 }
 

@@ -1,9 +1,10 @@
 #include "host/cli/commands/StatusText.h"
 
-#include <array>
-#include <cstdio>
+#include <fmt/format.h>
 
-#include "host/cli/terminal/StatusLine.h"
+#include <cmath>
+
+#include "host/publication/RateMeter.h"
 #include "host/publication/Url.h"
 #include "host/text/Json.h"
 
@@ -11,54 +12,46 @@ namespace nimbo::cli {
 
 namespace {
 
-template <class... Values>
-std::string Format(const char* format, Values... values) {
-  std::array<char, 160> text{};
-  std::snprintf(text.data(), text.size(), format, values...);
-  return text.data();
-}
+using publication::ClientFigures;
+using text::Json;
 
-std::string Number(std::uint64_t value) { return std::to_string(value); }
-
-std::string ClientJson(const Status& status, std::size_t index) {
+Json ClientJson(const Status& status, std::size_t index) {
   const ClientFigures& client = status.clients[index];
-  std::vector<std::string> messages;
+  Json messages = Json::array();
   for (const auto& [from, message] : status.events) {
     if (from == index) messages.push_back(message);
   }
-  return JsonObject({{"url", JsonText(ShownUrl(status.urls[index]))},
-                     {"connected", JsonBool(client.connected)},
-                     {"video", Number(client.videoPackets)},
-                     {"audio", Number(client.audioPackets)},
-                     {"bytes", Number(client.bytes)},
-                     {"quality", std::to_string(client.quality)},
-                     {"reconnections", Number(client.reconnections)},
-                     {"refused", Number(client.refused)},
-                     {"gaps", Number(client.gaps)},
-                     {"messages", JsonTexts(messages)}});
+  return {{"url", publication::ShownUrl(status.urls[index])},
+          {"connected", client.connected},
+          {"video", client.videoPackets},
+          {"audio", client.audioPackets},
+          {"bytes", client.bytes},
+          {"quality", client.quality},
+          {"reconnections", client.reconnections},
+          {"refused", client.refused},
+          {"gaps", client.gaps},
+          {"messages", std::move(messages)}};
 }
 
 }  // namespace
 
 std::string StatusSentence(const Status& status) {
   std::string text =
-      Format("%7.1f s  %s", status.seconds, BitRateText(status.bitsPerSecond).c_str());
+      fmt::format("{:7.1f} s  {}", status.seconds, publication::BitRateText(status.bitsPerSecond));
   for (const ClientFigures& client : status.clients) {
-    text += Format("  [video %llu audio %llu %s quality=%d reconnections=%llu]",
-                   static_cast<unsigned long long>(client.videoPackets),
-                   static_cast<unsigned long long>(client.audioPackets),
-                   client.connected ? "connected" : "not connected", client.quality,
-                   static_cast<unsigned long long>(client.reconnections));
+    text += fmt::format("  [video {} audio {} {} quality={} reconnections={}]", client.videoPackets,
+                        client.audioPackets, client.connected ? "connected" : "not connected",
+                        client.quality, client.reconnections);
   }
   return text;
 }
 
 std::string StatusJson(const Status& status) {
-  std::vector<std::string> clients;
+  Json clients = Json::array();
   for (std::size_t i = 0; i < status.clients.size(); ++i) clients.push_back(ClientJson(status, i));
-  return JsonObject({{"time", Format("%.3f", status.seconds)},
-                     {"bit_rate", Format("%.0f", status.bitsPerSecond)},
-                     {"clients", JsonArray(clients)}});
+  return text::Dump({{"time", text::Milliseconds(status.seconds)},
+                     {"bit_rate", std::llround(status.bitsPerSecond)},
+                     {"clients", std::move(clients)}});
 }
 
 }  // namespace nimbo::cli

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/publication/Publication.h"
+#include "host/publication/ClientFigures.h"
 
 namespace nimbo::cli {
 
@@ -16,7 +16,7 @@ struct Status {
   double seconds;
   double bitsPerSecond;
   const std::vector<std::string>& urls;
-  const std::vector<ClientFigures>& clients;
+  const std::vector<publication::ClientFigures>& clients;
   const std::vector<Event>& events;  ///< since the last status
 };
 

@@ -1,12 +1,15 @@
 #include "host/cli/commands/Words.h"
 
+#include "host/text/Text.h"
+
 namespace nimbo::cli {
 
 namespace {
 
-constexpr char Blanks[] = " \t\r\n";
+using text::Blanks;
+using text::Trimmed;
 
-bool IsBlank(char character) { return std::string(Blanks).find(character) != std::string::npos; }
+bool IsBlank(char character) { return Blanks.find(character) != std::string_view::npos; }
 
 /// The position behind the brace that closes the one at `start`; npos when there is none.
 std::size_t BehindBraces(const std::string& text, std::size_t start) {
@@ -51,12 +54,6 @@ bool TakePlain(const std::string& text, std::size_t& at, std::string& word) {
 }
 
 }  // namespace
-
-std::string Trimmed(const std::string& text) {
-  const auto first = text.find_first_not_of(Blanks);
-  if (first == std::string::npos) return {};
-  return text.substr(first, text.find_last_not_of(Blanks) - first + 1);
-}
 
 std::string TakeWord(std::string& text) {
   text = Trimmed(text);

@@ -5,9 +5,6 @@
 
 namespace nimbo::cli {
 
-/// Removes blanks from both ends.
-std::string Trimmed(const std::string& text);
-
 /// Takes the first word off `text`: what stands before the first blank. `text` keeps the rest
 /// without blanks at its ends.
 std::string TakeWord(std::string& text);

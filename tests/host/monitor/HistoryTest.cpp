@@ -12,8 +12,8 @@ using testing::HasSubstr;
 
 constexpr Time Begin{std::chrono::seconds(1000)};
 
-cli::ClientFigures Sent(std::uint64_t bytes) {
-  cli::ClientFigures figures;
+publication::ClientFigures Sent(std::uint64_t bytes) {
+  publication::ClientFigures figures;
   figures.bytes = bytes;
   figures.connected = true;
   return figures;
@@ -35,11 +35,11 @@ TEST(History, TellsAPageOnlyWhatIsNew) {
   history.Add(Begin, {Sent(7)});
   history.Tell(Begin + milliseconds(500), 0, "rtmp_connected");
   const std::string sample =
-      R"({"time":1000.000,"clients":[{"connected":true,"video":0,"audio":0,"bytes":7,)"
+      R"({"time":1000.0,"clients":[{"connected":true,"video":0,"audio":0,"bytes":7,)"
       R"("quality":0,"reconnections":0}]})";
-  const std::string event = R"({"time":1000.500,"client":0,"message":"rtmp_connected"})";
+  const std::string event = R"({"time":1000.5,"client":0,"message":"rtmp_connected"})";
   const std::string head =
-      R"({"start":1000.000,"next":2,"picture":"p","clients":["rtmp://server/live/\"a\""],"samples":[)";
+      R"({"start":1000.0,"next":2,"picture":"p","clients":["rtmp://server/live/\"a\""],"samples":[)";
   EXPECT_EQ(StatusJson(history, 0, "p"), head + sample + R"(],"events":[)" + event + "]}");
   EXPECT_EQ(StatusJson(history, 1, "p"), head + R"(],"events":[)" + event + "]}");
   EXPECT_EQ(StatusJson(history, 2, "p"), head + R"(],"events":[]})");
@@ -53,9 +53,9 @@ TEST(History, IsToldToPrometheusWithItsLabelsEscaped) {
   const std::string text = MetricsText(history);
   EXPECT_THAT(text, HasSubstr("# HELP nimbo_publish_bytes_total Bytes of the packets delivered to "
                               "the client.\n# TYPE nimbo_publish_bytes_total counter\n"
-                              R"(nimbo_publish_bytes_total{client="0",url="a\"\\\n?"} 7)"
+                              R"(nimbo_publish_bytes_total{client="0",url="a\"\\\n�"} 7)"
                               "\n"));
-  EXPECT_THAT(text, HasSubstr(R"(url="a\"\\\n?",message="lost"} 1)"));
+  EXPECT_THAT(text, HasSubstr(R"(url="a\"\\\n�",message="lost"} 1)"));
 }
 
 }  // namespace

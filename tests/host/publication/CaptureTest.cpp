@@ -7,7 +7,7 @@
 
 #include "host/base/ConfigText.h"
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 namespace {
 
 using ::testing::HasSubstr;
@@ -55,4 +55,4 @@ TEST_F(CaptureText, RefusesTwoFilesOfOneKindAndMixedOnes) {
 }
 
 }  // namespace
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication

@@ -1,8 +1,8 @@
-#include "host/cli/terminal/StatusLine.h"
+#include "host/publication/RateMeter.h"
 
 #include <gtest/gtest.h>
 
-namespace nimbo::cli {
+namespace nimbo::publication {
 namespace {
 
 using std::chrono::seconds;
@@ -22,4 +22,4 @@ TEST(RateMeter, MeasuresTheLastSecondsOnly) {
 }
 
 }  // namespace
-}  // namespace nimbo::cli
+}  // namespace nimbo::publication
