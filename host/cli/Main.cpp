@@ -62,7 +62,10 @@ int main(int argc, char** argv) {   // NOLINT(bugprone-exception-escape)
     nimbo::cli::Complain("nimbo-host: " + WhatIsWrong(program, error));
     return nimbo::cli::WrongUsage;
   }
-  if (!nimbo::cli::LoadPlugins(plugins)) return nimbo::cli::Failed;
+  if (const nimbo::Status loaded = nimbo::cli::LoadPlugins(plugins); !loaded) {
+    if (!loaded.Why().empty()) nimbo::cli::Complain(loaded.Why());
+    return nimbo::cli::Failed;
+  }
 
   ControlLoop loop(signals);
   const int code = action(loop);

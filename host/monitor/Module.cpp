@@ -2,7 +2,9 @@
 #include "nimbo/base/api.h"
 
 /// [control] See Monitor.h.
-extern "C" NIMBO_API nimbo::monitor::Monitor* OpenMonitor(const nimbo::monitor::Options& options,
-                                                          std::string& error) {
-  return nimbo::monitor::Server::Open(options, error).release();
+extern "C" NIMBO_API nimbo::monitor::OpenFunction OpenMonitor;
+
+void OpenMonitor(const nimbo::monitor::Options& options,
+                 nimbo::Result<std::unique_ptr<nimbo::monitor::Monitor>>& opened) {
+  opened = nimbo::monitor::Server::Open(options);
 }

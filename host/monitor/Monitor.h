@@ -1,8 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "host/publication/ClientFigures.h"
 
 /// The monitor: a web page on this machine that shows how a publication is doing. It is a module of
@@ -33,10 +35,10 @@ class Monitor {
   virtual void Tell(std::size_t client, const std::string& message) = 0;
 };
 
-/// The module and its only function, `OpenFunction`: a monitor that belongs to the caller; null,
-/// with the reason in `error`, when it cannot serve.
+/// The module and its only function, `OpenFunction`: it opens a monitor, or says why it cannot
+/// serve.
 constexpr char ModuleName[] = "libnimbo-monitor.so";
 constexpr char ModuleFunction[] = "OpenMonitor";
-using OpenFunction = Monitor*(const Options& options, std::string& error);
+using OpenFunction = void(const Options& options, Result<std::unique_ptr<Monitor>>& opened);
 
 }  // namespace nimbo::monitor

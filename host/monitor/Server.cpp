@@ -91,12 +91,12 @@ FileDescriptor Listen(unsigned short& port) {
 
 }  // namespace
 
-std::unique_ptr<Server> Server::Open(const Options& options, std::string& error) {
+Result<std::unique_ptr<Monitor>> Server::Open(const Options& options) {
   unsigned short port = options.port;
   auto listener = Listen(port);
   if (!listener) {
-    error = "127.0.0.1:" + std::to_string(port) + ": " + std::strerror(errno);
-    return nullptr;
+    const std::string reason = std::strerror(errno);
+    return Status::Failed("127.0.0.1:" + std::to_string(port) + ": " + reason);
   }
   std::unique_ptr<Server> server(new Server(options, port));
   const auto answer = [](void* self, MHD_Connection* connection, const char* path,
@@ -112,12 +112,9 @@ std::unique_ptr<Server> Server::Open(const Options& options, std::string& error)
       MHD_USE_AUTO_INTERNAL_THREAD, 0, nullptr, nullptr, answer, server.get(),
       MHD_OPTION_LISTEN_SOCKET, listener.Get(), MHD_OPTION_CONNECTION_LIMIT, MostConnections,
       MHD_OPTION_CONNECTION_TIMEOUT, IdleSeconds, MHD_OPTION_END));
-  if (!server->_daemon) {
-    error = "the server does not start";
-    return nullptr;
-  }
+  if (!server->_daemon) return Status::Failed("the server does not start");
   static_cast<void>(listener.Release());  // the daemon closes it
-  return server;
+  return std::unique_ptr<Monitor>(std::move(server));
 }
 
 Server::Server(const Options& options, unsigned short port)

@@ -17,8 +17,8 @@ namespace nimbo::monitor {
 /// have its own name lead here.
 class Server : public Monitor {
  public:
-  /// Null, with the reason in `error`, when the port cannot be listened at.
-  static std::unique_ptr<Server> Open(const Options& options, std::string& error);
+  /// Fails when the port cannot be listened at.
+  static Result<std::unique_ptr<Monitor>> Open(const Options& options);
 
   std::string Address() const override;
   void Add(std::vector<ClientFigures> clients) override EXCLUDES(_mutex);

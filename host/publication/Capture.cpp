@@ -64,17 +64,16 @@ std::string NearbyFile(const std::string& input) {
   return base::DidYouMean(input, files);
 }
 
-bool CheckInput(const std::string& input, std::string& error) {
+Status CheckInput(const std::string& input) {
   if (!BracesMatch(input)) {
-    error = "the name \"" + input + "\" has a brace without its other half, which cannot be given";
-    return false;
+    return Status::Failed("the name \"" + input +
+                          "\" has a brace without its other half, which cannot be given");
   }
-  if (input == "-" || input.find("://") != std::string::npos) return true;
+  if (input == "-" || input.find("://") != std::string::npos) return {};
   // It is not opened yet: that would wait for the writer of a named pipe, and then end it.
-  if (access(input.c_str(), R_OK) == 0) return true;
-  error = "cannot open \"" + input + "\": " + std::strerror(errno);
-  error += NearbyFile(input);
-  return false;
+  if (access(input.c_str(), R_OK) == 0) return {};
+  const std::string reason = std::strerror(errno);
+  return Status::Failed("cannot open \"" + input + "\": " + reason + NearbyFile(input));
 }
 
 std::string CameraText(const std::string& encoder) {
@@ -85,40 +84,32 @@ std::string CameraText(const std::string& encoder) {
 
 }  // namespace
 
-bool InputConnection(const std::vector<std::string>& inputs, std::string& text,
-                     std::string& error) {
+Result<std::string> InputConnection(const std::vector<std::string>& inputs) {
   std::string elementary;
   for (const auto& input : inputs) {
-    if (!CheckInput(input, error)) return false;
+    if (const Status readable = CheckInput(input); !readable) return readable;
     const char* key = ElementaryKey(input);
     if (!key && inputs.size() > 1) {
-      error = "several inputs are one elementary video and one elementary audio file, which \"" +
-              input + "\" is not";
-      return false;
+      return Status::Failed(
+          "several inputs are one elementary video and one elementary audio file, which \"" +
+          input + "\" is not");
     }
     if (key && elementary.find("," + std::string(key) + "=") != std::string::npos) {
-      error = "\"" + input + "\" is a second " + key + " file";
-      return false;
+      return Status::Failed("\"" + input + "\" is a second " + key + " file");
     }
     if (key) elementary += "," + std::string(key) + "={" + input + "}";
   }
-  text = elementary.empty() ? "av,url={" + inputs.at(0) + "}" : "es" + elementary;
-  return true;
+  return elementary.empty() ? "av,url={" + inputs.at(0) + "}" : "es" + elementary;
 }
 
-bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error) {
-  if (!options.configuration.empty()) {
-    text = options.configuration;
-    return true;
-  }
+Result<std::string> CaptureConfiguration(const CaptureOptions& options) {
+  if (!options.configuration.empty()) return options.configuration;
   if (options.inputs.empty()) {
-    text = CameraText(options.encoder.empty() ? DefaultEncoder : options.encoder);
-    return true;
+    return CameraText(options.encoder.empty() ? DefaultEncoder : options.encoder);
   }
-  std::string connection;
-  if (!InputConnection(options.inputs, connection, error)) return false;
-  text = "type=pipeline,serialize={shm-source:connect={pv:" + connection + "}+RingSink}";
-  return true;
+  auto connection = InputConnection(options.inputs);
+  if (!connection) return connection.Failure();
+  return "type=pipeline,serialize={shm-source:connect={pv:" + *connection + "}+RingSink}";
 }
 
 CaptureView::CaptureView()

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/element.h"
 #include "nimbo/stream/packet_ring.h"
@@ -20,15 +21,14 @@ struct CaptureOptions {
 /// The selection that is published when nothing is asked for.
 extern const char* const DefaultEncoder;
 
-/// The configuration text of the capture application. False, with the reason in `error`, for an
-/// input that cannot be read or named in such a text.
-bool CaptureConfiguration(const CaptureOptions& options, std::string& text, std::string& error);
+/// The configuration text of the capture application. Fails for an input that cannot be read or
+/// named in such a text.
+Result<std::string> CaptureConfiguration(const CaptureOptions& options);
 
 /// The capture source that reads `inputs`, as the text behind "pv:": one file, device or address
 /// for libavformat ("-" is the standard input), or elementary streams, one of video and one of
-/// audio. False, with the reason in `error`, for an input that cannot be read or named in such a
-/// text.
-bool InputConnection(const std::vector<std::string>& inputs, std::string& text, std::string& error);
+/// audio. Fails for an input that cannot be read or named in such a text.
+Result<std::string> InputConnection(const std::vector<std::string>& inputs);
 
 /// What has arrived in the rings of a capture application.
 struct CaptureCount {

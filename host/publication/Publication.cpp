@@ -53,32 +53,30 @@ std::string Text(IElement& element, const char* property) {
 
 }  // namespace
 
-bool SourceConfiguration(const PublishOptions& options, std::string& text, std::string& error) {
+Result<std::string> SourceConfiguration(const PublishOptions& options) {
   const std::string& input = options.input;
-  if (input.compare(0, sizeof TestInput - 1, TestInput) == 0) {
+  if (input.starts_with(TestInput)) {
     if (options.fast || !options.loop.empty()) {
-      error = "the simulated camera runs in real time: --fast and --loop are for files";
-      return false;
+      return Status::Failed(
+          "the simulated camera runs in real time: --fast and --loop are for files");
     }
     if (!options.audio.empty()) {
-      error = "the simulated camera has sound of its own: --audio is for elementary streams";
-      return false;
+      return Status::Failed(
+          "the simulated camera has sound of its own: --audio is for elementary streams");
     }
-    text = TestConfiguration(input.substr(sizeof TestInput - 1));
-    return true;
+    return TestConfiguration(input.substr(sizeof TestInput - 1));
   }
   std::vector<std::string> inputs = {input};
   if (!options.audio.empty()) inputs.push_back(options.audio);
-  std::string connect;
-  if (!InputConnection(inputs, connect, error)) {
-    if (input + ":" == TestInput) error += "; the simulated camera is \"test:\"";
-    return false;
+  auto connection = InputConnection(inputs);
+  if (!connection) {
+    const bool meant = input + ":" == TestInput;
+    return Status::Failed(connection.Why() + (meant ? "; the simulated camera is \"test:\"" : ""));
   }
+  std::string connect = "pv:" + *connection;
   if (!options.loop.empty()) connect += ",loop=" + options.loop;
   if (options.fast) connect += ",pace=fast";
-  text = "shm-source:connect=" + Brace("pv:" + connect);
-  if (!options.fast) text += "+RingSink";
-  return true;
+  return "shm-source:connect=" + Brace(connect) + (options.fast ? "" : "+RingSink");
 }
 
 Publication::Publication()

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "host/publication/ClientFigures.h"
 #include "host/stream/Message.h"
 #include "nimbo/stream/application.h"
@@ -23,9 +24,8 @@ struct PublishOptions {
 };
 
 /// The configuration text of a source: the input's streams, as rings or, for `fast`, as outputs
-/// that wait for whoever takes them. False, with the reason in `error`, when there is no such
-/// input.
-bool SourceConfiguration(const PublishOptions& options, std::string& text, std::string& error);
+/// that wait for whoever takes them. Fails when there is no such input.
+Result<std::string> SourceConfiguration(const PublishOptions& options);
 
 /// One input published to several addresses, each by a client of its own: a source and behind it a
 /// pipeline for every address. The pipelines are raised one by one, so that one that fails leaves

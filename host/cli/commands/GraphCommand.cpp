@@ -10,7 +10,6 @@
 
 #include "host/cli/commands/Graph.h"
 #include "host/cli/commands/Subcommand.h"
-#include "host/cli/terminal/Console.h"
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/stream/Builder.h"
 
@@ -55,18 +54,17 @@ bool WriteAll(FILE* file, const std::string& text) {
          std::fflush(file) == 0;
 }
 
-bool WriteText(const std::string& path, const std::string& text) {
+Status WriteText(const std::string& path, const std::string& text) {
   const FilePtr file(std::fopen(path.c_str(), "we"), std::fclose);
-  return WriteAll(file.get(), text) ||
-         Complain("nimbo-host: cannot write \"" + path + "\": " + std::strerror(errno));
+  if (WriteAll(file.get(), text)) return {};
+  return Status::Failed("cannot write \"" + path + "\": " + std::strerror(errno));
 }
 
 /// Lets Graphviz's program draw the image. Its input is a file, which needs nobody who feeds it.
-bool Draw(const std::string& path, const char* format, const std::string& text) {
+Status Draw(const std::string& path, const char* format, const std::string& text) {
   const FilePtr input(std::tmpfile(), std::fclose);
   if (!WriteAll(input.get(), text)) {
-    return Complain(std::string("nimbo-host: no room for a temporary file: ") +
-                    std::strerror(errno));
+    return Status::Failed(std::string("no room for a temporary file: ") + std::strerror(errno));
   }
   std::rewind(input.get());
   posix_spawn_file_actions_t files;
@@ -86,13 +84,14 @@ bool Draw(const std::string& path, const char* format, const std::string& text) 
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&files);
   if (error != 0) {
-    return Complain(std::string("nimbo-host: cannot run Graphviz's program \"dot\": ") +
-                    std::strerror(error) +
-                    "; install graphviz, or write the text with -o FILE.dot");
+    return Status::Failed(std::string("cannot run Graphviz's program \"dot\": ") +
+                          std::strerror(error) +
+                          "; install graphviz, or write the text with -o FILE.dot");
   }
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  return status == 0 || Complain("nimbo-host: \"dot\" could not write \"" + path + "\"");
+  if (status == 0) return {};
+  return Status::Failed("\"dot\" could not write \"" + path + "\"");
 }
 
 int Run(const GraphOptions& options) {
@@ -103,8 +102,7 @@ int Run(const GraphOptions& options) {
   application->Release();
   if (options.file == StandardOutput) return output.Write(text) ? Succeeded : Failed;
   const char* format = FormatOf(options.file)->format;
-  const bool written = format ? Draw(options.file, format, text) : WriteText(options.file, text);
-  return written ? Succeeded : Failed;
+  return ExitCodeOf(format ? Draw(options.file, format, text) : WriteText(options.file, text));
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include "host/base/ClassRegistry.h"
 #include "host/cli/commands/Inventory.h"
 #include "host/cli/commands/Subcommand.h"
-#include "host/cli/terminal/Console.h"
+#include "nimbo/base/ostream.h"
 
 namespace nimbo::cli {
 
@@ -21,9 +21,8 @@ int Run(const InspectOptions& options) {
   }
   auto* cl = base::IClass::Find(options.name.c_str(), false);
   if (!cl) {
-    Complain("nimbo-host: there is no class \"" + options.name + "\"" +
-             base::IClass::Globle().Suggest(options.name));
-    return Failed;
+    return ExitCodeOf(Status::Failed("there is no class \"" + options.name + "\"" +
+                                     base::IClass::Globle().Suggest(options.name)));
   }
   const ClassView view(*cl, options.name);
   base::cout << (options.json ? view.Json() + "\n" : view.Text());

@@ -4,12 +4,14 @@
 
 namespace nimbo::cli {
 
-std::unique_ptr<monitor::Monitor> LoadMonitor(const monitor::Options& options, std::string& error) {
+Result<std::unique_ptr<monitor::Monitor>> LoadMonitor(const monitor::Options& options) {
+  std::string error;
   void* open =
       base::PluginLoader::ModuleFunction(monitor::ModuleName, monitor::ModuleFunction, error);
-  if (!open) return nullptr;
-  return std::unique_ptr<monitor::Monitor>(
-      reinterpret_cast<monitor::OpenFunction*>(open)(options, error));
+  if (!open) return Status::Failed(error);
+  Result<std::unique_ptr<monitor::Monitor>> opened = Status::Failed();
+  reinterpret_cast<monitor::OpenFunction*>(open)(options, opened);
+  return opened;
 }
 
 }  // namespace nimbo::cli

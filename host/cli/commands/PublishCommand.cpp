@@ -1,8 +1,11 @@
-#include <cstdio>
+#include <fmt/format.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <memory>
 #include <optional>
 
+#include "common/WriteAll.h"
 #include "host/base/Guard.h"
 #include "host/cli/commands/LoadMonitor.h"
 #include "host/cli/commands/StatusText.h"
@@ -58,38 +61,36 @@ class Publish {
  public:
   Publish(const Options& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
-  int Run() {
+  Status Run() {
     if (_options.json) _json.emplace();
-    std::string source;
-    std::string error;
-    if (!publication::SourceConfiguration(_options.what, source, error)) {
-      Complain("nimbo-host: " + error);
-      return Failed;
+    auto source = publication::SourceConfiguration(_options.what);
+    if (!source) return source.Failure();
+    if (!_options.monitor.empty()) {
+      if (Status opened = OpenMonitor(); !opened) return opened;
     }
-    if (!_options.monitor.empty() && !OpenMonitor()) return Failed;
-    if (!base::Guarded("publish", false, [&] { return Begin(source); })) return Failed;
+    const Status begun = base::Guarded("publish", Status::Failed(), [&] { return Begin(*source); });
+    if (!begun) return begun;
     Serve();
-    return Succeed() ? Succeeded : Failed;
+    return Succeed() ? Status() : Status::Failed("not everything was published");
   }
 
  private:
-  bool OpenMonitor() {
+  Status OpenMonitor() {
     monitor::Options page;
     page.port = static_cast<unsigned short>(std::stoul(_options.monitor));
     page.picture = _options.picture;
     for (const std::string& url : _options.what.urls) page.clients.push_back(ShownUrl(url));
-    std::string error;
-    _monitor = LoadMonitor(page, error);
-    if (!_monitor) return Complain("nimbo-host: no monitor: " + error);
-    std::fprintf(stderr, "monitor: %s\n", _monitor->Address().c_str());
-    return true;
+    auto opened = LoadMonitor(page);
+    if (!opened) return Status::Failed("no monitor: " + opened.Why());
+    _monitor = std::move(*opened);
+    WriteAll(STDERR_FILENO, fmt::format("monitor: {}\n", _monitor->Address()));
+    return {};
   }
 
   /// The clients come first, so that none misses the start. One that fails holds nobody up.
-  bool Begin(const std::string& source) {
+  Status Begin(const std::string& source) {
     if (!_publication.Build(_options.what, source)) {
-      Complain("nimbo-host: cannot publish \"" + _options.what.input + "\"");
-      return false;
+      return Status::Failed("cannot publish \"" + _options.what.input + "\"");
     }
     bool any = false;
     for (std::size_t i = 0; i < _publication.Clients(); ++i) {
@@ -97,10 +98,10 @@ class Publish {
       any = any || opened;
       _failed_once = _failed_once || !opened;
       if (!opened) Complain("nimbo-host: cannot publish to " + ShownUrl(_options.what.urls[i]));
-      if (_loop.Signals().Number() != 0) return false;
+      if (_loop.Signals().Number() != 0) return Status::Failed();
     }
     _retry = Clock::now() + OpenPause;
-    return any && _publication.Start();
+    return any && _publication.Start() ? Status() : Status::Failed();
   }
 
   void Serve() {
@@ -146,8 +147,8 @@ class Publish {
       _events.emplace_back(client, message);
       if (_monitor) _monitor->Tell(client, message);
       if (!_json) {
-        std::fprintf(stderr, "%s: %s\n", ShownUrl(_options.what.urls[client]).c_str(),
-                     message.c_str());
+        WriteAll(STDERR_FILENO,
+                 fmt::format("{}: {}\n", ShownUrl(_options.what.urls[client]), message));
       }
     }
   }
@@ -165,12 +166,12 @@ class Publish {
     std::uint64_t bytes = 0;
     for (const ClientFigures& client : figures) bytes += client.bytes;
     _meter.Add(now, bytes);
-    const Status status = {std::chrono::duration<double>(now - _start).count(),
-                           _meter.BitsPerSecond(), _options.what.urls, figures, _events};
+    const Progress progress = {std::chrono::duration<double>(now - _start).count(),
+                               _meter.BitsPerSecond(), _options.what.urls, figures, _events};
     if (_json) {
-      _json->Write(StatusJson(status) + "\n");
+      _json->Write(StatusJson(progress) + "\n");
     } else {
-      _line.Show(StatusSentence(status));
+      _line.Show(StatusSentence(progress));
     }
     _events.clear();
   }
@@ -182,7 +183,6 @@ class Publish {
       const ClientFigures figures = _publication.Figures(i);
       complete = complete && _publication.Opened(i) && !figures.refused && !figures.gaps;
     }
-    if (!complete) Complain("nimbo-host: not everything was published");
     return complete;
   }
 
@@ -256,7 +256,7 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "  nimbo-host publish rtsp://camera/stream rtmp://server/live/door --no-copy\n"
       "  nimbo-host publish test: rtmp://server/live/camera --monitor");
   publish->final_callback([options, chosen] {
-    chosen([options](ControlLoop& loop) { return Publish(*options, loop).Run(); });
+    chosen([options](ControlLoop& loop) { return ExitCodeOf(Publish(*options, loop).Run()); });
   });
 }
 

@@ -1,11 +1,12 @@
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
 
+#include "common/WriteAll.h"
 #include "host/base/Guard.h"
 #include "host/cli/commands/Subcommand.h"
-#include "host/cli/terminal/Console.h"
 #include "host/cli/terminal/StatusLine.h"
 #include "host/publication/Capture.h"
 #include "host/publication/RateMeter.h"
@@ -40,24 +41,18 @@ class Push {
  public:
   Push(const PushOptions& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
-  int Run() {
-    std::string error;
-    std::string configuration;
-    if (!publication::CaptureConfiguration(_options.capture, configuration, error)) {
-      Complain("nimbo-host: " + error);
-      return Failed;
-    }
-    if (!base::Guarded("push", false, [&] { return Start(configuration); })) {
-      Complain("nimbo-host: could not start publishing to " + ShownUrl(_options.url));
-      return Failed;
+  Status Run() {
+    auto configuration = publication::CaptureConfiguration(_options.capture);
+    if (!configuration) return configuration.Failure();
+    if (!base::Guarded("push", false, [&] { return Start(*configuration); })) {
+      return Status::Failed("could not start publishing to " + ShownUrl(_options.url));
     }
     Serve();
     Drain();
     const bool connected = Property("rtmp_sts") == "true";
     _pusher->Release();
     Summarise();
-    if (!connected) Complain("nimbo-host: the connection to the server was lost");
-    return connected ? Succeeded : Failed;
+    return connected ? Status() : Status::Failed("the connection to the server was lost");
   }
 
  private:
@@ -80,7 +75,7 @@ class Push {
     for (; now < end && !(_view.Ended() && _view.Empty()); now = Clock::now()) {
       if (now >= next) {
         _meter.Add(now, _view.Count().bytes);
-        _line.Show(Status(now));
+        _line.Show(Sentence(now));
         next = now + _line.Period();
       }
       auto wake = std::min(end, next);
@@ -110,8 +105,9 @@ class Push {
     publication::RateMeter meter;
     meter.Add(_start, 0);
     meter.Add(_stop, _count.bytes);
-    fmt::print(stderr, "Published {:.1f} s: {} video and {} audio packets, {}\n", time.count(),
-               _count.videoPackets, _count.audioPackets, BitRateText(meter.BitsPerSecond()));
+    WriteAll(STDERR_FILENO, fmt::format("Published {:.1f} s: {} video and {} audio packets, {}\n",
+                                        time.count(), _count.videoPackets, _count.audioPackets,
+                                        BitRateText(meter.BitsPerSecond())));
   }
 
   std::string Property(const char* name) const {
@@ -119,7 +115,7 @@ class Push {
     return _pusher->GetStr(name, value) ? value : "?";
   }
 
-  std::string Status(Clock::time_point now) const {
+  std::string Sentence(Clock::time_point now) const {
     const auto count = _view.Count();
     const std::chrono::duration<double> time = now - _start;
     return fmt::format("{:7.1f} s  video {}  audio {}  {}  rtmp_sts={}  rtmp_quality={}",
@@ -171,7 +167,7 @@ void AddPush(CLI::App& program, const Choose& chosen) {
       "  nimbo-host push --url rtmp://server/live/name --encoder h264-0,W=1280,H=720,fr=25\n"
       "  nimbo-host push --url rtmps://server/live/clip --input clip.h264 --input clip.aac");
   push->final_callback([options, chosen] {
-    chosen([options](ControlLoop& loop) { return Push(*options, loop).Run(); });
+    chosen([options](ControlLoop& loop) { return ExitCodeOf(Push(*options, loop).Run()); });
   });
 }
 

@@ -48,10 +48,10 @@ std::vector<std::string> PropertiesAt(const std::string& path) {
   return object ? stream::PropertyNames(*object) : std::vector<std::string>();
 }
 
-stream::Object* ObjectAt(const std::string& path) {
+Result<stream::Object*> ObjectAt(const std::string& path) {
   auto* object = stream::FindObject(path);
-  if (!object) Complain("there is no object \"" + path + "\"" + Suggest(path, ObjectPaths()));
-  return object;
+  if (object) return object;
+  return Status::Failed("there is no object \"" + path + "\"" + Suggest(path, ObjectPaths()));
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ struct Shell::Command {
   const char* name;
   const char* usage;
   const char* description;
-  bool (Shell::*run)(const std::string& rest);
+  Status (Shell::*run)(const std::string& rest);
   std::vector<std::string> (*candidates)();  ///< for the first word of the usage; may be null
 };
 
@@ -96,120 +96,127 @@ bool Shell::Execute(const std::string& line) {
   auto rest = text::Trimmed(line);
   if (rest.empty() || rest[0] == '#') return true;
   const auto name = TakeWord(rest);
-  return base::Guarded(name, false, [&] { return Run(name, rest); });
+  const Status done = base::Guarded(name, Status::Failed(), [&] { return Run(name, rest); });
+  if (!done && !done.Why().empty()) Complain(done.Why());
+  return static_cast<bool>(done);
 }
 
-bool Shell::Run(const std::string& name, const std::string& rest) {
+Status Shell::Run(const std::string& name, const std::string& rest) {
   for (const auto& command : Commands())
     if (name == command.name) return (this->*command.run)(rest);
   const auto* handler = CommandTable::Globle().Find(name);
-  if (!handler) return Complain("there is no command \"" + name + "\"" + Suggest(name, Names()));
+  if (!handler)
+    return Status::Failed("there is no command \"" + name + "\"" + Suggest(name, Names()));
   base::AttrSet arguments(rest.c_str());
-  if (!arguments.Valid()) return false;  // which told what is wrong
-  return (*handler)(arguments) || Complain("the command \"" + name + "\" failed");
+  if (!arguments.Valid()) return Status::Failed();  // which told what is wrong
+  if ((*handler)(arguments)) return {};
+  return Status::Failed("the command \"" + name + "\" failed");
 }
 
-bool Shell::Call(const std::string& rest) {
-  std::vector<std::string> words;
-  std::string error;
-  if (!SplitWords(rest, words, error)) return Complain("call: " + error);
-  if (words.empty()) return Complain("usage: call FUNCTION [ARGUMENT]...");
+Status Shell::Call(const std::string& rest) {
+  auto split = SplitWords(rest);
+  if (!split) return Status::Failed("call: " + split.Why());
+  const auto& words = *split;
+  if (words.empty()) return Status::Failed("usage: call FUNCTION [ARGUMENT]...");
   if (words.size() > 1 + FunctionArguments)
-    return Complain("call: a function takes at most " + std::to_string(FunctionArguments) +
-                    " arguments; quote those with blanks");
+    return Status::Failed("call: a function takes at most " + std::to_string(FunctionArguments) +
+                          " arguments; quote those with blanks");
   const auto& loader = PluginLoader::Globle();
   const bool named = words[0].rfind(FunctionPrefix, 0) == 0;
   void* symbol = named ? loader.Symbol(words[0]) : nullptr;
   if (!symbol)
-    return Complain("call: there is no function \"" + words[0] + "\"" +
-                    Suggest(words[0], FunctionNames()));
+    return Status::Failed("call: there is no function \"" + words[0] + "\"" +
+                          Suggest(words[0], FunctionNames()));
   const char* arguments[FunctionArguments] = {};
   for (std::size_t i = 1; i < words.size(); ++i) arguments[i - 1] = words[i].c_str();
   const int result = reinterpret_cast<Function>(symbol)(arguments[0], arguments[1], arguments[2]);
   Say("= " + std::to_string(result));
-  return true;
+  return {};
 }
 
-bool Shell::Classes(const std::string&) {
+Status Shell::Classes(const std::string&) {
   base::cout << ClassesText();
-  return true;
+  return {};
 }
 
-bool Shell::Class(const std::string& rest) {
-  if (rest.empty()) return Complain("usage: class NAME");
+Status Shell::Class(const std::string& rest) {
+  if (rest.empty()) return Status::Failed("usage: class NAME");
   auto* cl = IClass::Find(rest.c_str(), false);
-  if (!cl) return Complain("there is no class \"" + rest + "\"" + IClass::Globle().Suggest(rest));
+  if (!cl)
+    return Status::Failed("there is no class \"" + rest + "\"" + IClass::Globle().Suggest(rest));
   base::cout << ClassView(*cl, rest).Text();
-  return true;
+  return {};
 }
 
-bool Shell::Objects(const std::string&) {
+Status Shell::Objects(const std::string&) {
   std::vector<std::vector<std::string>> rows;
   for (const auto& live : stream::ListObjects()) {
     const auto* element = dynamic_cast<const stream::IElement*>(stream::FindObject(live.path));
     rows.push_back({live.path, live.className, live.status, element ? PortsText(*element) : ""});
   }
   base::cout << Columns(rows);
-  return true;
+  return {};
 }
 
-bool Shell::Get(const std::string& rest) {
+Status Shell::Get(const std::string& rest) {
   auto property = rest;
   const auto path = TakeWord(property);
-  if (property.empty()) return Complain("usage: get OBJECT PROPERTY");
-  auto* object = ObjectAt(path);
-  if (!object) return false;
+  if (property.empty()) return Status::Failed("usage: get OBJECT PROPERTY");
+  auto found = ObjectAt(path);
+  if (!found) return found.Failure();
+  stream::Object& object = **found;
   std::string value;
-  if (object->GetStr(property.c_str(), value)) {
+  if (object.GetStr(property.c_str(), value)) {
     Say(value);
-    return true;
+    return {};
   }
-  return Complain("\"" + path + "\" does not tell \"" + property + "\"" +
-                  stream::WhyNotRead(*object, property));
+  return Status::Failed("\"" + path + "\" does not tell \"" + property + "\"" +
+                        stream::WhyNotRead(object, property));
 }
 
-bool Shell::Set(const std::string& rest) {
+Status Shell::Set(const std::string& rest) {
   auto value = rest;
   const auto path = TakeWord(value);
   const auto property = TakeWord(value);
-  std::vector<std::string> words;
-  std::string error;
-  if (!SplitWords(value, words, error)) return Complain("set: " + error);
-  if (property.empty() || words.empty()) return Complain("usage: set OBJECT PROPERTY VALUE");
-  auto* object = ObjectAt(path);
-  if (!object) return false;
+  auto words = SplitWords(value);
+  if (!words) return Status::Failed("set: " + words.Why());
+  if (property.empty() || words->empty()) return Status::Failed("usage: set OBJECT PROPERTY VALUE");
+  auto found = ObjectAt(path);
+  if (!found) return found.Failure();
+  stream::Object& object = **found;
   // One word may be quoted; several are the value as it was written.
-  if (words.size() == 1) value = words[0];
-  return object->SetStr(property.c_str(), value.c_str()) ||
-         Complain("\"" + path + "\" refused " + property + "=" + value +
-                  stream::WhyNotSet(*object, property, value));
+  if (words->size() == 1) value = words->front();
+  if (object.SetStr(property.c_str(), value.c_str())) return {};
+  return Status::Failed("\"" + path + "\" refused " + property + "=" + value +
+                        stream::WhyNotSet(object, property, value));
 }
 
-bool Shell::Create(const std::string& rest) {
+Status Shell::Create(const std::string& rest) {
   auto text = rest;
   const auto name = TakeWord(text);
-  std::vector<std::string> words;
-  std::string error;
-  if (!SplitWords(text, words, error)) return Complain("create: " + error);
-  if (name.empty() || words.empty()) return Complain("usage: create NAME CONFIGURATION");
-  if (stream::FindObject(name)) return Complain("there is an object \"" + name + "\" already");
-  if (words.size() == 1) text = words[0];
-  return stream::CreateApplication(name, text) || Complain("cannot make \"" + name + "\"");
+  auto words = SplitWords(text);
+  if (!words) return Status::Failed("create: " + words.Why());
+  if (name.empty() || words->empty()) return Status::Failed("usage: create NAME CONFIGURATION");
+  if (stream::FindObject(name))
+    return Status::Failed("there is an object \"" + name + "\" already");
+  if (words->size() == 1) text = words->front();
+  if (stream::CreateApplication(name, text)) return {};
+  return Status::Failed("cannot make \"" + name + "\"");
 }
 
-bool Shell::SleepFor(const std::string& rest) {
+Status Shell::SleepFor(const std::string& rest) {
   // Longer waits have no use, and they would not fit a time.
   constexpr double Longest = 365.0 * 24 * 3600;
   char* end = nullptr;
   const double seconds = std::strtod(rest.c_str(), &end);
   if (rest.empty() || *end || !(seconds >= 0 && seconds <= Longest))
-    return Complain("usage: sleep SECONDS");
-  return _sleep(std::chrono::duration_cast<std::chrono::nanoseconds>(
-             std::chrono::duration<double>(seconds))) ||
-         Complain("sleep was interrupted");
+    return Status::Failed("usage: sleep SECONDS");
+  const std::chrono::duration<double> duration(seconds);
+  if (_sleep(std::chrono::duration_cast<std::chrono::nanoseconds>(duration))) return {};
+  return Status::Failed("sleep was interrupted");
 }
 
-bool Shell::Help(const std::string&) {
+Status Shell::Help(const std::string&) {
   std::vector<std::vector<std::string>> rows;
   for (const auto& command : Commands())
     rows.push_back({std::string(command.name) + " " + command.usage, command.description});
@@ -218,12 +225,12 @@ bool Shell::Help(const std::string&) {
   const auto functions = FunctionNames();
   base::cout << Columns(rows) +
                     "functions: " + (functions.empty() ? "none" : text::Joined(functions)) + "\n";
-  return true;
+  return {};
 }
 
-bool Shell::Quit(const std::string&) {
+Status Shell::Quit(const std::string&) {
   _ended = true;
-  return true;
+  return {};
 }
 
 std::vector<std::string> Shell::Candidates(const std::string& line) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
+
 namespace nimbo::cli {
 
 /// Executes the lines of a shell: built-in commands and those that plug-ins registered. Refusals go
@@ -32,18 +34,18 @@ class Shell {
   static const std::vector<Command>& Commands();
   /// What a line can begin with: these, and the commands of plug-ins.
   static std::vector<std::string> Names();
-  bool Run(const std::string& name, const std::string& rest);
+  Status Run(const std::string& name, const std::string& rest);
 
-  bool Call(const std::string& rest);
-  bool Classes(const std::string& rest);
-  bool Class(const std::string& rest);
-  bool Objects(const std::string& rest);
-  bool Get(const std::string& rest);
-  bool Set(const std::string& rest);
-  bool Create(const std::string& rest);
-  bool SleepFor(const std::string& rest);
-  bool Help(const std::string& rest);
-  bool Quit(const std::string& rest);
+  Status Call(const std::string& rest);
+  Status Classes(const std::string& rest);
+  Status Class(const std::string& rest);
+  Status Objects(const std::string& rest);
+  Status Get(const std::string& rest);
+  Status Set(const std::string& rest);
+  Status Create(const std::string& rest);
+  Status SleepFor(const std::string& rest);
+  Status Help(const std::string& rest);
+  Status Quit(const std::string& rest);
 
   Sleep _sleep;
   bool _ended = false;

@@ -15,13 +15,13 @@ namespace {
 using publication::ClientFigures;
 using text::Json;
 
-Json ClientJson(const Status& status, std::size_t index) {
-  const ClientFigures& client = status.clients[index];
+Json ClientJson(const Progress& progress, std::size_t index) {
+  const ClientFigures& client = progress.clients[index];
   Json messages = Json::array();
-  for (const auto& [from, message] : status.events) {
+  for (const auto& [from, message] : progress.events) {
     if (from == index) messages.push_back(message);
   }
-  return {{"url", publication::ShownUrl(status.urls[index])},
+  return {{"url", publication::ShownUrl(progress.urls[index])},
           {"connected", client.connected},
           {"video", client.videoPackets},
           {"audio", client.audioPackets},
@@ -35,10 +35,10 @@ Json ClientJson(const Status& status, std::size_t index) {
 
 }  // namespace
 
-std::string StatusSentence(const Status& status) {
-  std::string text =
-      fmt::format("{:7.1f} s  {}", status.seconds, publication::BitRateText(status.bitsPerSecond));
-  for (const ClientFigures& client : status.clients) {
+std::string StatusSentence(const Progress& progress) {
+  std::string text = fmt::format("{:7.1f} s  {}", progress.seconds,
+                                 publication::BitRateText(progress.bitsPerSecond));
+  for (const ClientFigures& client : progress.clients) {
     text += fmt::format("  [video {} audio {} {} quality={} reconnections={}]", client.videoPackets,
                         client.audioPackets, client.connected ? "connected" : "not connected",
                         client.quality, client.reconnections);
@@ -46,11 +46,12 @@ std::string StatusSentence(const Status& status) {
   return text;
 }
 
-std::string StatusJson(const Status& status) {
+std::string StatusJson(const Progress& progress) {
   Json clients = Json::array();
-  for (std::size_t i = 0; i < status.clients.size(); ++i) clients.push_back(ClientJson(status, i));
-  return text::Dump({{"time", text::Milliseconds(status.seconds)},
-                     {"bit_rate", std::llround(status.bitsPerSecond)},
+  for (std::size_t i = 0; i < progress.clients.size(); ++i)
+    clients.push_back(ClientJson(progress, i));
+  return text::Dump({{"time", text::Milliseconds(progress.seconds)},
+                     {"bit_rate", std::llround(progress.bitsPerSecond)},
                      {"clients", std::move(clients)}});
 }
 

@@ -12,7 +12,7 @@ namespace nimbo::cli {
 using Event = std::pair<std::size_t, std::string>;
 
 /// A publication at one moment.
-struct Status {
+struct Progress {
   double seconds;
   double bitsPerSecond;
   const std::vector<std::string>& urls;
@@ -21,10 +21,10 @@ struct Status {
 };
 
 /// One line for people: time, frames, bit rate, and how each client is doing.
-std::string StatusSentence(const Status& status);
+std::string StatusSentence(const Progress& progress);
 /// One JSON object (RFC 8259) without line breaks: "time" (s), "bit_rate" (bit/s), and for each
 /// client "url", "connected", "video", "audio" (packets), "bytes", "quality", "reconnections",
 /// "refused", "gaps" and "messages".
-std::string StatusJson(const Status& status);
+std::string StatusJson(const Progress& progress);
 
 }  // namespace nimbo::cli

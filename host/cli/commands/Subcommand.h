@@ -5,12 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "host/cli/terminal/ControlLoop.h"
 
 namespace nimbo::cli {
 
 /// How the program ends.
 enum ExitCode : int { Succeeded = 0, Failed = 1, WrongUsage = 2 };
+
+/// The exit code of what came of a subcommand. Why it failed is told in one line of the program.
+int ExitCodeOf(const Status& status);
 
 /// What a subcommand does, once its options are known: with the plug-ins loaded, on the control
 /// thread. The result is the program's exit code.
@@ -27,8 +31,7 @@ void AddAbout(CLI::App& program, const Choose& chosen);
 void AddInspect(CLI::App& program, const Choose& chosen);
 void AddGraph(CLI::App& program, const Choose& chosen);
 
-/// Loads the plug-ins at `paths`; without any, the one that belongs to this program. False with one
-/// line on failure. [control]
-bool LoadPlugins(const std::vector<std::string>& paths);
+/// Loads the plug-ins at `paths`; without any, the one that belongs to this program. [control]
+Status LoadPlugins(const std::vector<std::string>& paths);
 
 }  // namespace nimbo::cli

@@ -63,20 +63,18 @@ std::string TakeWord(std::string& text) {
   return word;
 }
 
-bool SplitWords(const std::string& text, std::vector<std::string>& words, std::string& error) {
-  words.clear();
+Result<std::vector<std::string>> SplitWords(const std::string& text) {
+  std::vector<std::string> words;
   std::size_t at = 0;
   while ((at = text.find_first_not_of(Blanks, at)) != std::string::npos) {
     const auto start = at;
     std::string word;
     if (!(text[at] == '"' ? TakeQuoted : TakePlain)(text, at, word)) {
-      error = "not closed: " + text.substr(start);
-      words.clear();
-      return false;
+      return Status::Failed("not closed: " + text.substr(start));
     }
     words.push_back(std::move(word));
   }
-  return true;
+  return words;
 }
 
 }  // namespace nimbo::cli

@@ -35,9 +35,9 @@ std::string Get(const std::string& address, const std::string& path) {
 }
 
 TEST(Server, AnswersWhileFiguresAndMessagesComeIn) {
-  std::string error;
-  const auto server = Server::Open({0, "", {"rtmp://server/live/a"}}, error);
-  ASSERT_TRUE(server) << error;
+  auto opened = Server::Open({0, "", {"rtmp://server/live/a"}});
+  ASSERT_TRUE(opened) << opened.Why();
+  Monitor* const server = opened->get();
   std::atomic<bool> end = false;
   std::thread publication([&] {
     while (!end) {

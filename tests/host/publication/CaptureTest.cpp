@@ -19,11 +19,9 @@ class CaptureText : public ::testing::Test {
     std::fclose(std::fopen(path.c_str(), "w"));
     return path;
   }
-  bool Configure() { return CaptureConfiguration(options, text, error); }
+  Result<std::string> Configure() { return CaptureConfiguration(options); }
 
   CaptureOptions options;
-  std::string text;
-  std::string error;
 };
 
 TEST_F(CaptureText, KeepsFileNamesWholeThatHoldTheMarksOfTheLanguage) {
@@ -31,8 +29,9 @@ TEST_F(CaptureText, KeepsFileNamesWholeThatHoldTheMarksOfTheLanguage) {
   std::vector<base::ConfigEntry> pipelines;
   std::vector<base::ConfigEntry> elements;
   base::ConnectText connection;
-  ASSERT_TRUE(Configure()) << error;
-  ASSERT_TRUE(base::ParseConfiguration(text, pipelines));
+  auto text = Configure();
+  ASSERT_TRUE(text) << text.Why();
+  ASSERT_TRUE(base::ParseConfiguration(*text, pipelines));
   ASSERT_TRUE(base::ParseConfiguration(pipelines.at(0).settings.Get("serialize"), elements));
   ASSERT_TRUE(base::ParseConnect(elements.at(0).settings.Get("connect"), connection));
   EXPECT_EQ(connection.options.Get("url"), options.inputs[0]);
@@ -41,17 +40,15 @@ TEST_F(CaptureText, KeepsFileNamesWholeThatHoldTheMarksOfTheLanguage) {
 TEST_F(CaptureText, LeavesANamedPipeToWhoeverReadsIt) {
   options.inputs = {testing::TempDir() + "capture.h264"};
   ASSERT_EQ(mkfifo(options.inputs[0].c_str(), 0600), 0);
-  EXPECT_TRUE(Configure()) << error;  // nobody writes into it yet
+  EXPECT_TRUE(Configure());  // nobody writes into it yet
   std::remove(options.inputs[0].c_str());
 }
 
 TEST_F(CaptureText, RefusesTwoFilesOfOneKindAndMixedOnes) {
   options.inputs = {File("a.aac"), File("b.aac")};
-  EXPECT_FALSE(Configure());
-  EXPECT_THAT(error, HasSubstr("second audio file"));
+  EXPECT_THAT(Configure().Why(), HasSubstr("second audio file"));
   options.inputs = {File("a.aac"), File("b.mp4")};
-  EXPECT_FALSE(Configure());
-  EXPECT_THAT(error, HasSubstr("b.mp4"));
+  EXPECT_THAT(Configure().Why(), HasSubstr("b.mp4"));
 }
 
 }  // namespace

@@ -1,0 +1,13 @@
+#include "host/cli/commands/Subcommand.h"
+
+#include "host/cli/terminal/Console.h"
+
+namespace nimbo::cli {
+
+int ExitCodeOf(const Status& status) {
+  if (status) return Succeeded;
+  if (!status.Why().empty()) Complain("nimbo-host: " + status.Why());
+  return Failed;
+}
+
+}  // namespace nimbo::cli
