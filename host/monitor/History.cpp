@@ -6,13 +6,13 @@ void History::Add(Time time, std::vector<publication::ClientFigures> figures) {
   figures.resize(_clients.size());
   _latest = figures;
   _samples.push_back({_next++, time, std::move(figures)});
-  if (_samples.size() > MostSamples) _samples.pop_front();
+  if (_samples.size() > MaxSamples) _samples.pop_front();
 }
 
 void History::Tell(Time time, std::size_t client, const std::string& message) {
   ++_messages[{client, message}];
   _events.push_back({_next++, time, client, message});
-  if (_events.size() > MostEvents) _events.pop_front();
+  if (_events.size() > MaxEvents) _events.pop_front();
 }
 
 }  // namespace nimbo::monitor

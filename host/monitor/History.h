@@ -31,8 +31,8 @@ struct Event {
 /// What a page that is opened later can still show. The counts of messages are never forgotten.
 class History {
  public:
-  static constexpr std::size_t MostSamples = 600;  ///< ten minutes, at one a second
-  static constexpr std::size_t MostEvents = 500;
+  static constexpr std::size_t MaxSamples = 600;  ///< ten minutes, at one a second
+  static constexpr std::size_t MaxEvents = 500;
 
   History(std::vector<std::string> clients, Time start)
       : _clients(std::move(clients)), _start(start), _latest(_clients.size()) {}

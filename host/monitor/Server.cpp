@@ -23,7 +23,7 @@ namespace {
 
 constexpr char PlainType[] = "text/plain; charset=utf-8";
 constexpr int Backlog = 16;
-constexpr unsigned MostConnections = 32;
+constexpr unsigned MaxConnections = 32;
 constexpr unsigned IdleSeconds = 60;
 
 /// What every answer says. The page takes nothing from elsewhere but the picture.
@@ -108,10 +108,10 @@ Result<std::unique_ptr<Monitor>> Server::Open(const Options& options) {
       return MHD_NO;
     }
   };
-  server->_daemon.reset(MHD_start_daemon(
-      MHD_USE_AUTO_INTERNAL_THREAD, 0, nullptr, nullptr, answer, server.get(),
-      MHD_OPTION_LISTEN_SOCKET, listener.Get(), MHD_OPTION_CONNECTION_LIMIT, MostConnections,
-      MHD_OPTION_CONNECTION_TIMEOUT, IdleSeconds, MHD_OPTION_END));
+  server->_daemon.reset(
+      MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD, 0, nullptr, nullptr, answer, server.get(),
+                       MHD_OPTION_LISTEN_SOCKET, listener.Get(), MHD_OPTION_CONNECTION_LIMIT,
+                       MaxConnections, MHD_OPTION_CONNECTION_TIMEOUT, IdleSeconds, MHD_OPTION_END));
   if (!server->_daemon) return Status::Failed("the server does not start");
   static_cast<void>(listener.Release());  // the daemon closes it
   return std::unique_ptr<Monitor>(std::move(server));

@@ -23,8 +23,8 @@ constexpr char TestInput[] = "test:";
 constexpr char DefaultPicture[] = "W=1280,H=720,fr=30";
 
 /// Messages after which something of the stream is missing at the server.
-constexpr const char* Troubles[] = {"rtmp_disconnected", "rtmp_send_data_fail",
-                                    "rtmp_reconnect_fail"};
+constexpr const char* FailureMessages[] = {"rtmp_disconnected", "rtmp_send_data_fail",
+                                           "rtmp_reconnect_fail"};
 
 std::string Brace(const std::string& text) { return "{" + text + "}"; }
 
@@ -202,8 +202,9 @@ void Publication::Receive(const stream::Message& message) {
     if (message.name == "rtmp_reconnect_success") ++_clients[i].reconnections;
     _messages.emplace_back(i, message.name);
   }
-  _troubled = _troubled || std::any_of(std::begin(Troubles), std::end(Troubles),
-                                       [&](const char* name) { return message.name == name; });
+  _saw_failure =
+      _saw_failure || std::any_of(std::begin(FailureMessages), std::end(FailureMessages),
+                                  [&](const char* name) { return message.name == name; });
 }
 
 }  // namespace nimbo::publication

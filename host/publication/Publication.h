@@ -52,7 +52,7 @@ class Publication {
   /// True when every source has come to its end and everything it gave has been published.
   bool Finished() const;
   /// True when a message of a failure came up.
-  bool Troubled() const noexcept { return _troubled; }
+  bool SawFailure() const noexcept { return _saw_failure; }
   /// The messages that came up since the last call: CLIENT-NUMBER and name.
   std::vector<std::pair<std::size_t, std::string>> TakeMessages();
 
@@ -82,7 +82,7 @@ class Publication {
   std::vector<Client> _clients;
   std::vector<std::pair<std::size_t, std::string>> _messages;
   std::size_t _ended = 0;  ///< sources that have come to their end
-  bool _troubled = false;
+  bool _saw_failure = false;
   int _listener;
 };
 

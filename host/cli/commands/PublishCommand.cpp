@@ -178,7 +178,7 @@ class Publish {
 
   bool Succeed() {
     TellMessages();
-    bool complete = !_failed_once && !_publication.Troubled();
+    bool complete = !_failed_once && !_publication.SawFailure();
     for (std::size_t i = 0; i < _publication.Clients(); ++i) {
       const ClientFigures figures = _publication.Figures(i);
       complete = complete && _publication.Opened(i) && !figures.refused && !figures.gaps;

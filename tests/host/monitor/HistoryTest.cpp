@@ -21,13 +21,13 @@ publication::ClientFigures Sent(std::uint64_t bytes) {
 
 TEST(History, KeepsTheNewestAndCountsAllMessages) {
   History history({"a", "b"}, Begin);
-  for (std::size_t i = 0; i < History::MostSamples + 5; ++i) history.Add(Begin, {Sent(i), Sent(1)});
-  for (std::size_t i = 0; i < History::MostEvents + 5; ++i) history.Tell(Begin, 1, "lost");
-  EXPECT_EQ(history.Samples().size(), History::MostSamples);
+  for (std::size_t i = 0; i < History::MaxSamples + 5; ++i) history.Add(Begin, {Sent(i), Sent(1)});
+  for (std::size_t i = 0; i < History::MaxEvents + 5; ++i) history.Tell(Begin, 1, "lost");
+  EXPECT_EQ(history.Samples().size(), History::MaxSamples);
   EXPECT_EQ(history.Samples().front().clients[0].bytes, 5U);
-  EXPECT_EQ(history.Latest()[0].bytes, History::MostSamples + 4);
-  EXPECT_EQ(history.Events().size(), History::MostEvents);
-  EXPECT_EQ(history.Messages().at({1, "lost"}), History::MostEvents + 5);
+  EXPECT_EQ(history.Latest()[0].bytes, History::MaxSamples + 4);
+  EXPECT_EQ(history.Events().size(), History::MaxEvents);
+  EXPECT_EQ(history.Messages().at({1, "lost"}), History::MaxEvents + 5);
 }
 
 TEST(History, TellsAPageOnlyWhatIsNew) {
