@@ -7,7 +7,7 @@
 #include "host/base/ConfigText.h"
 #include "host/base/Nearest.h"
 #include "host/stream/Console.h"
-#include "host/stream/Names.h"
+#include "host/stream/FreeName.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 

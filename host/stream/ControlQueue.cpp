@@ -3,7 +3,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cstdint>
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -26,7 +26,6 @@ void ControlQueue::Post(std::function<void()> work) {
   const sync::Lock lock(_mutex);
   _work.push_back(std::move(work));
   eventfd_write(_event, 1);
-  _changed.NotifyAll();
 }
 
 int ControlQueue::Run() {
@@ -45,24 +44,6 @@ int ControlQueue::Run() {
   eventfd_t drained = 0;
   if (_work.empty()) eventfd_read(_event, &drained);
   return done;
-}
-
-void ControlQueue::RunFor(std::chrono::nanoseconds duration) {
-  using Clock = std::chrono::steady_clock;
-  const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
-  for (;;) {
-    Run();
-    const sync::Lock lock(_mutex);
-    bool inTime = true;
-    while (inTime && !_interrupted && _work.empty()) inTime = _changed.WaitUntil(_mutex, end);
-    if (std::exchange(_interrupted, false) || _work.empty()) return;
-  }
-}
-
-void ControlQueue::Interrupt() {
-  const sync::Lock lock(_mutex);
-  _interrupted = true;
-  _changed.NotifyAll();
 }
 
 }  // namespace nimbo::stream

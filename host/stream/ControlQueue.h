@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <deque>
 #include <functional>
 
@@ -10,7 +9,7 @@
 namespace nimbo::stream {
 
 /// Work that other threads leave for the control thread, done in order. Whoever runs the control
-/// thread calls Run (or RunFor, while it has nothing else to do).
+/// thread calls Run.
 class NIMBO_API ControlQueue {
  public:
   static ControlQueue& Globle();
@@ -19,10 +18,6 @@ class NIMBO_API ControlQueue {
   void Post(std::function<void()> work) EXCLUDES(_mutex);
   /// [control] Does what has been posted so far. Returns how many pieces that were.
   int Run() EXCLUDES(_mutex);
-  /// [control] Does what is posted until `duration` is over or Interrupt was called.
-  void RunFor(std::chrono::nanoseconds duration) EXCLUDES(_mutex);
-  /// [any] Ends a RunFor, or the next one. To be called from another thread, not a signal handler.
-  void Interrupt() EXCLUDES(_mutex);
   /// [any] A descriptor that is readable while work is waiting, for use with poll.
   int Descriptor() const noexcept { return _event; }
 
@@ -30,9 +25,7 @@ class NIMBO_API ControlQueue {
   ControlQueue();
   ~ControlQueue();
   sync::Mutex _mutex;
-  sync::Condition _changed;
   std::deque<std::function<void()>> _work GUARDED_BY(_mutex);
-  bool _interrupted GUARDED_BY(_mutex) = false;
   int _event;
 };
 

@@ -7,7 +7,7 @@
 #include "host/base/ClassRegistry.h"
 #include "host/stream/Console.h"
 #include "host/stream/ControlQueue.h"
-#include "host/stream/Names.h"
+#include "host/stream/FreeName.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -32,18 +32,6 @@ std::vector<const base::object*> Neighbours(Pipeline* pipeline) {
 }
 
 }  // namespace
-
-std::string FreeName(const base::IClass& cl, const std::vector<const base::object*>& others) {
-  const std::string first = cl.Name().substr(0, cl.Name().find('-'));
-  std::string name = first;
-  const auto used = [&name](const base::object* other) {
-    return other->ID() == base::Hash(name.c_str());
-  };
-  for (int number = 2; std::any_of(others.begin(), others.end(), used); ++number) {
-    name = first + "-" + std::to_string(number);
-  }
-  return name;
-}
 
 Port& IElement::State::Add(IElement* owner, const char* caps, bool output) {
   auto port = std::make_unique<Port>(owner, caps ? caps : "", output);

@@ -90,11 +90,6 @@ Port* FindPortAt(const std::string& path, std::string& problem) {
 
 }  // namespace
 
-sync::Mutex& TreeMutex() {
-  static auto& mutex = *new sync::Mutex;
-  return mutex;
-}
-
 std::string PathOf(const Object& object) {
   const sync::Lock lock(TreeMutex());
   const base::object* owner = nullptr;

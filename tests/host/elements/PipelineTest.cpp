@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <thread>
 
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
@@ -178,7 +179,8 @@ TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
   EXPECT_TRUE(Reaches("ShmSource", "packets", std::to_string(Pictures)));
   const auto limit = std::chrono::steady_clock::now() + Patience;
   while (*ends == 0 && std::chrono::steady_clock::now() < limit) {
-    ControlQueue::Globle().RunFor(std::chrono::milliseconds(1));
+    ControlQueue::Globle().Run();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   ASSERT_TRUE(app->StatusSet("null"));
   ControlQueue::Globle().Run();
