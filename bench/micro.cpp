@@ -139,10 +139,9 @@ void RingPassed(benchmark::State& state) {
     readers.emplace_back(ring->CreateReader(nullptr));
   std::uint32_t sequence = 0;
   for (auto _ : state) {
-    nimbo::stream::HostPacket* packet = pool.New(PictureSize);
+    const auto packet = pool.New(PictureSize);
     packet->Describe(PictureSize, true, 0, sequence++, nullptr);
     ring->Write(*packet);
-    packet->Release();
     for (const auto& reader : readers) {
       nimbo::stream::Packet* got = nullptr;
       reader->Pop(got, std::chrono::seconds(1));

@@ -3,24 +3,21 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "host/capture/ByteWindow.h"
+#include "host/capture/H264.h"
 
 namespace nimbo::capture {
 
 /// One coded picture with what stands in front of it, in Annex B form. All views are valid until
 /// the reader is called again.
 struct AccessUnit {
-  const unsigned char* data = nullptr;
-  std::size_t size = 0;
+  ByteSpan bytes;
   std::uint64_t offset = 0;  ///< in the file, in bytes
   bool key = false;          ///< an IDR picture
-  /// The last parameter sets in it, without start codes; null where there are none.
-  const unsigned char* sps = nullptr;
-  std::size_t spsSize = 0;
-  const unsigned char* pps = nullptr;
-  std::size_t ppsSize = 0;
+  /// The last parameter sets in it, without start codes; empty where there are none.
+  ByteSpan sps;
+  ByteSpan pps;
   // What is in the way of describing it on the wire.
   int slices = 0;
   bool partitioned = false;    ///< its slices are cut into data partitions
@@ -44,16 +41,18 @@ class NIMBO_API AccessUnitReader {
   void Reset();
 
  private:
-  struct NalUnit {
-    unsigned int type = 0;
+  /// Where a NAL unit lies in the window.
+  struct Place {
+    NalType type{};
     std::size_t start = 0;  ///< of its header, behind the start code
     std::size_t end = 0;
   };
 
-  bool FindStartCode(bool atEnd, std::size_t& position);
+  bool FindNext(bool atEnd, std::size_t& position);
   bool Take(std::size_t startCode);
   void EndNal(std::size_t position);
-  void Keep(NalUnit& set);
+  void Keep(Place& set);
+  ByteSpan At(const Place& place) const;
   void Fill(AccessUnit& unit, std::size_t end);
 
   ByteWindow& _window;
@@ -63,7 +62,7 @@ class NIMBO_API AccessUnitReader {
   bool _has_slice = false;
   bool _open = false;  ///< _nal has started and not ended
   AccessUnit _unit;    ///< what is known of it so far, without views
-  NalUnit _nal, _sps, _pps;
+  Place _nal, _sps, _pps;
 };
 
 }  // namespace nimbo::capture

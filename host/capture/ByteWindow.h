@@ -1,52 +1,16 @@
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
+#include <span>
 #include <string>
 
+#include "common/FileDescriptor.h"
+#include "host/capture/AbortEvent.h"
 #include "nimbo/base/api.h"
 
 namespace nimbo::capture {
-
-/// A time of CLOCK_MONOTONIC that does not come.
-constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
-
-/// A switch that ends waits: those under way and all later ones until it is cleared. [any]
-class NIMBO_API AbortEvent {
- public:
-  AbortEvent();
-  ~AbortEvent();
-  AbortEvent(const AbortEvent&) = delete;
-  AbortEvent& operator=(const AbortEvent&) = delete;
-
-  void Set();
-  void Clear();
-  bool IsSet() const;
-  /// Waits until the CLOCK_MONOTONIC time `due` (ns). False when the switch ended the wait.
-  bool WaitUntil(std::int64_t due) const;
-  /// Waits until `descriptor` can be read. False when the switch, or the CLOCK_MONOTONIC time `due`
-  /// (ns), ended the wait.
-  bool WaitReadable(int descriptor, std::int64_t due = Never) const;
-
- private:
-  std::atomic<bool> _set{false};  ///< so that looking costs no system call
-  int _event;
-};
-
-/// [any] CLOCK_MONOTONIC in nanoseconds.
-NIMBO_API std::int64_t MonotonicNow();
-
-/// How long (ns) an input may take to its first frame, unless its option `wait` says otherwise: one
-/// that stays silent must not hold up the control thread for ever.
-constexpr std::int64_t FirstFramePatience = 10'000'000'000;
-/// [any] Reads such a time from a text in seconds, such as "2.5". False when it is none, or more
-/// than a day.
-NIMBO_API bool ParsePatience(const std::string& text, std::int64_t& patience);
-/// [any] A time in nanoseconds as a text such as "2.5 s".
-NIMBO_API std::string InSeconds(std::int64_t time);
 
 /// A file or pipe that is read from front to back, of which a piece lies in memory. The piece grows
 /// by what is read and shrinks by what was used; its memory grows with the largest piece.
@@ -56,7 +20,6 @@ class NIMBO_API ByteWindow {
 
   /// Reads up to `readSize` bytes at a time. `abort` must stay alive while the window is used.
   ByteWindow(const AbortEvent& abort, std::size_t readSize) : _abort(abort), _read_size(readSize) {}
-  ~ByteWindow() { Close(); }
   ByteWindow(const ByteWindow&) = delete;
   ByteWindow& operator=(const ByteWindow&) = delete;
 
@@ -74,9 +37,9 @@ class NIMBO_API ByteWindow {
   /// Lets go of the first `size` bytes of the piece.
   void Use(std::size_t size);
 
-  const unsigned char* Data() const { return _memory.get() + _begin; }
+  std::span<const unsigned char> Bytes() const { return {_memory.get() + _begin, _end - _begin}; }
   std::size_t Size() const { return _end - _begin; }
-  /// Where Data() stands in the file, in bytes.
+  /// Where Bytes() stand in the file, in bytes.
   std::uint64_t Offset() const { return _offset; }
   /// What More failed with.
   const std::string& Error() const { return _error; }
@@ -86,7 +49,7 @@ class NIMBO_API ByteWindow {
 
   const AbortEvent& _abort;
   const std::size_t _read_size;
-  int _descriptor = -1;
+  FileDescriptor _file;
   bool _seekable = false;
   std::int64_t _deadline = Never;
   std::unique_ptr<unsigned char[]> _memory;

@@ -1,14 +1,12 @@
+#include "host/capture/CaptureRegistry.h"
+
 #include <algorithm>
 #include <cctype>
 
-#include "host/base/ClassRegistry.h"
 #include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
-#include "host/capture/CaptureSource.h"
 #include "host/capture/EsSource.h"
 #include "host/stream/Console.h"
-#include "nimbo/stream/element.h"
-#include "nimbo/stream/service.h"
 
 namespace nimbo::capture {
 
@@ -38,20 +36,6 @@ bool Serves(const std::string& entry, const std::string& name) {
          std::all_of(name.begin() + static_cast<std::ptrdiff_t>(size), name.end(),
                      [](unsigned char digit) { return std::isdigit(digit) != 0; });
 }
-
-}  // namespace
-
-CaptureSource::~CaptureSource() = default;
-
-namespace {
-
-/// The classes that the libav* module registers are found before it is loaded.
-[[maybe_unused]] const bool Offered = [] {
-  auto& classes = base::IClass::Globle();
-  classes.Offer("AvSource-av-source", typeid(stream::IElement), LoadAvModule);
-  classes.Offer("RtmpServer-rtmp-server", typeid(stream::Service), LoadAvModule);
-  return true;
-}();
 
 }  // namespace
 

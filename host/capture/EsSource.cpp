@@ -92,8 +92,9 @@ std::unique_ptr<CaptureSource> EsSource::Make(const std::string&, const base::At
       return refuse("pace", pace, "it is realtime or fast");
     }
   }
-  std::int64_t patience = FirstFramePatience;
-  if (const char* wait = options.Get("wait"); wait && !ParsePatience(wait, patience)) {
+  const char* wait = options.Get("wait");
+  const auto patience = wait ? ParsePatience(wait) : FirstFramePatience;
+  if (!patience) {
     return refuse("wait", wait, "the seconds that the first frame may take are needed, such as 30");
   }
   if (video && *video) {
@@ -104,7 +105,7 @@ std::unique_ptr<CaptureSource> EsSource::Make(const std::string&, const base::At
     source->_tracks.push_back(std::make_unique<EsAudioTrack>(audio, source->_abort));
     source->_codecs.emplace_back("aac");
   }
-  for (const auto& track : source->_tracks) track->SetPatience(patience);
+  for (const auto& track : source->_tracks) track->SetPatience(*patience);
   return source;
 }
 
@@ -121,7 +122,7 @@ bool EsSource::Open() {
   }
   for (const auto& track : _tracks) {
     if (!track->Begin()) return false;
-    track->Media()->Hold();
+    _media.push_back(Share(*track->Media()));
     _streams.push_back(track->Media());
   }
   _played = 1;
@@ -136,12 +137,12 @@ bool EsSource::Start() {
 }
 
 void EsSource::Close() {
-  for (stream::IMedia* media : _streams) media->Release();
   _streams.clear();
+  _media.clear();
   for (const auto& track : _tracks) track->Close();
 }
 
-stream::Packet* EsSource::Read() {
+Held<stream::Packet> EsSource::Read() {
   EsTrack* track = Next();
   if (!track) return nullptr;
   _position = _round_start + track->Time();

@@ -6,6 +6,7 @@
 
 #include "host/capture/CaptureSource.h"
 #include "host/capture/EsTrack.h"
+#include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture {
 
@@ -32,7 +33,7 @@ class NIMBO_API EsSource final : public CaptureSource {
   bool Open() override;
   const std::vector<stream::IMedia*>& Streams() const override { return _streams; }
   bool Start() override;
-  stream::Packet* Read() override;
+  Held<stream::Packet> Read() override;
   void Abort() override { _abort.Set(); }
   void Close() override;
   /// A file and a pipe can wait, at either pace.
@@ -47,7 +48,8 @@ class NIMBO_API EsSource final : public CaptureSource {
   AbortEvent _abort;
   std::vector<std::unique_ptr<EsTrack>> _tracks;
   std::vector<std::string> _codecs;
-  std::vector<stream::IMedia*> _streams;  ///< as Open found them, one reference each
+  std::vector<Held<stream::IMedia>> _media;  ///< keeps what _streams shows
+  std::vector<stream::IMedia*> _streams;     ///< as Open found them
   bool _fast = false;
   std::uint64_t _plays = 1;       ///< asked for; 0: without end
   std::uint64_t _played = 0;      ///< so far

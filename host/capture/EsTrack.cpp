@@ -1,6 +1,6 @@
 #include "host/capture/EsTrack.h"
 
-#include <cstring>
+#include <algorithm>
 #include <utility>
 
 #include "host/stream/Console.h"
@@ -11,22 +11,17 @@ namespace nimbo::capture {
 namespace {
 
 constexpr FrameRate UsualRate{30, 1};
-constexpr int LowComplexity = 1;
 constexpr int MostChannels = 2;
-/// Lower rates (8,000 and 7,350 Hz) are published under the index 0, which stands for another one.
-constexpr int LowestRate = 11025;
-constexpr int RateOfIndexZero = 96000;
 /// How much of a file is looked at when it is opened.
 constexpr std::uint64_t SurveyedBytes = std::uint64_t{2} * 1024 * 1024;
 /// How far the first start code, or the first parameter sets, may stand from the front.
 constexpr std::uint64_t SearchLimit = std::uint64_t{4} * 1024 * 1024;
 
-void Assign(std::vector<unsigned char>& to, const unsigned char* data, std::size_t size) {
-  to.assign(data, data + size);
-}
-
-bool Equal(const std::vector<unsigned char>& one, const unsigned char* data, std::size_t size) {
-  return one.size() == size && std::memcmp(one.data(), data, size) == 0;
+/// Takes a parameter set over. False when there is none, or it is the one that is known.
+bool Renew(std::vector<unsigned char>& known, ByteSpan set) {
+  if (set.empty() || std::ranges::equal(known, set)) return false;
+  known.assign(set.begin(), set.end());
+  return true;
 }
 
 std::string Shown(const std::string& path) { return path == "-" ? "standard input" : path; }
@@ -64,7 +59,7 @@ bool EsTrack::Begin() {
 
 /// Passes over the first frames of a file for what is to be said about them, and goes back.
 void EsTrack::Survey() {
-  Frame frame{};
+  Frame frame;
   std::string told_later;
   while (_window.Offset() < SurveyedBytes && Find(frame, told_later) == Result::Frame) {
   }
@@ -89,11 +84,11 @@ EsTrack::Result EsTrack::Peek() {
   return result == Result::Failed ? Fail(error) : result;
 }
 
-stream::Packet* EsTrack::Take(std::int64_t base) {
-  const auto size = static_cast<unsigned int>(_frame.size);
-  stream::HostPacket* packet = _pool.New(size);
-  std::memcpy(packet->Bytes(), _frame.data, size);
-  packet->Describe(size, _frame.key, base + Time(), _sequence++, _media);
+Held<stream::Packet> EsTrack::Take(std::int64_t base) {
+  const auto size = static_cast<unsigned int>(_frame.bytes.size());
+  Held<stream::HostPacket> packet = _pool.New(size);
+  std::ranges::copy(_frame.bytes, packet->Bytes());
+  packet->Describe(size, _frame.key, base + Time(), _sequence++, _media.get());
   ++_frames;
   _found = false;
   return packet;
@@ -108,11 +103,6 @@ bool EsTrack::Rewind() {
   _frames = 0;
   _found = false;
   return true;
-}
-
-void EsTrack::SetMedia(stream::IMedia* media) {
-  if (_media) _media->Release();
-  _media = media;
 }
 
 void EsTrack::Warn(const std::string& what) {
@@ -153,7 +143,7 @@ EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {
     Check(unit);
     if (!TakeParameters(unit, error)) return Result::Failed;
     if (Media()) {
-      frame = {unit.data, unit.size, unit.key};
+      frame = {unit.bytes, unit.key};
       return Result::Frame;
     }
     // Pictures in front of the first parameter sets cannot be decoded.
@@ -177,21 +167,20 @@ void EsVideoTrack::Check(const AccessUnit& unit) {
 }
 
 bool EsVideoTrack::TakeParameters(const AccessUnit& unit, std::string& error) {
-  const bool new_sps = unit.sps && !Equal(_sps, unit.sps, unit.spsSize);
-  const bool new_pps = unit.pps && !Equal(_pps, unit.pps, unit.ppsSize);
-  if (new_sps) Assign(_sps, unit.sps, unit.spsSize);
-  if (new_pps) Assign(_pps, unit.pps, unit.ppsSize);
+  const bool new_sps = Renew(_sps, unit.sps);
+  const bool new_pps = Renew(_pps, unit.pps);
   if (_sps.empty() || _pps.empty() || (Media() && !new_sps && !new_pps)) return true;
-  SpsInfo info;
-  if (!ParseSps(_sps.data(), _sps.size(), info)) {
-    const std::uint64_t behind = unit.sps ? static_cast<std::uint64_t>(unit.sps - unit.data) : 0;
-    error = "the SPS at byte " + std::to_string(unit.offset + behind) + " is damaged";
+  const auto info = ParseSps(_sps);
+  if (!info) {
+    const auto behind = unit.sps.empty() ? 0 : unit.sps.data() - unit.bytes.data();
+    const std::uint64_t at = unit.offset + static_cast<std::uint64_t>(behind);
+    error = "the SPS at byte " + std::to_string(at) + " is damaged";
     return false;
   }
   if (Media()) Warn("its parameter sets change, of which players may not be told");
   // Times count frames, so the rate stays what it was for the first one.
-  if (!Media()) SetRate(_asked.frames ? _asked : info.rate.frames ? info.rate : UsualRate);
-  SetMedia(stream::NewH264Media(info.width, info.height, _sps, _pps));
+  if (!Media()) SetRate(_asked.frames ? _asked : info->rate.frames ? info->rate : UsualRate);
+  SetMedia(stream::NewH264Media(info->width, info->height, _sps, _pps));
   return true;
 }
 
@@ -200,23 +189,23 @@ EsTrack::Result EsAudioTrack::Find(Frame& frame, std::string& error) {
   _used = 0;
   Result result = Need(AdtsHeaderSize, error);
   if (result != Result::Frame) return result;
-  AdtsHeader header;
-  if (!ParseAdts(Window().Data(), Window().Size(), header)) {
+  const auto header = ParseAdts(Window().Bytes());
+  if (!header) {
     error = "no ADTS header at byte " + std::to_string(Window().Offset()) +
             ": AAC in ADTS frames is needed";
     return Result::Failed;
   }
-  if (header.rawBlocks != 1) {
+  if (header->rawBlocks != 1) {
     error = "the ADTS frame at byte " + std::to_string(Window().Offset()) + " holds " +
-            std::to_string(header.rawBlocks) + " raw data blocks: encode it with one a frame";
+            std::to_string(header->rawBlocks) + " raw data blocks: encode it with one a frame";
     return Result::Failed;
   }
-  const auto size = static_cast<std::size_t>(header.frame);
+  const auto size = static_cast<std::size_t>(header->frame);
   result = Need(size, error);
   if (result != Result::Frame) return result;
-  TakeParameters(header);
+  TakeParameters(*header);
   _used = size;
-  frame = {Window().Data(), size, true};
+  frame = {Window().Bytes().first(size), true};
   return Result::Frame;
 }
 
@@ -250,14 +239,15 @@ void EsAudioTrack::TakeParameters(const AdtsHeader& header) {
       header.rate == _header.rate && header.channels == _header.channels) {
     return;
   }
-  if (header.profile != LowComplexity || header.channels < 1 || header.channels > MostChannels) {
+  if (header.profile != AacLowComplexity || header.channels < 1 || header.channels > MostChannels) {
     Warn("it is no AAC LC in mono or stereo (profile " + std::to_string(header.profile) + ", " +
          std::to_string(header.channels) + " channels), which players may not play");
   }
-  if (header.rate < LowestRate) {
+  // Lower rates are published under the index 0, which stands for another one.
+  if (AacRateIndex(header.rate) < 0) {
     Warn("its rate of " + std::to_string(header.rate) +
-         " Hz cannot be told, and players will take " + "it for " +
-         std::to_string(RateOfIndexZero) + " Hz");
+         " Hz cannot be told, and players will take " + "it for " + std::to_string(AacRates[0]) +
+         " Hz");
   }
   if (!Media()) SetRate({static_cast<std::uint32_t>(header.rate), AacFrameSamples});
   SetMedia(stream::NewAacMedia(header.length, header.profile, header.channels, header.rate));

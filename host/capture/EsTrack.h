@@ -2,11 +2,14 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "common/Held.h"
 #include "host/capture/AccessUnits.h"
 #include "host/capture/Adts.h"
 #include "host/capture/ByteWindow.h"
+#include "host/capture/Patience.h"
 #include "host/capture/Sps.h"
 #include "host/stream/PacketPool.h"
 #include "nimbo/stream/media.h"
@@ -37,7 +40,7 @@ class NIMBO_API EsTrack {
   /// [control]
   void Close();
   /// What the frame that Peek found belongs to. It changes when the stream's parameters do.
-  stream::IMedia* Media() const { return _media; }
+  stream::IMedia* Media() const { return _media.get(); }
 
   /// [capturing] Finds the next frame, which stays the next one until it is taken. A failure has
   /// been told in one console line.
@@ -45,16 +48,15 @@ class NIMBO_API EsTrack {
   /// Time in nanoseconds of the frame that Peek found, or, at the end, of the stream's end.
   std::int64_t Time() const { return TimeOf(_frames, _rate); }
   /// [capturing] The frame as a packet whose time stamp is Time() and `base`.
-  stream::Packet* Take(std::int64_t base);
+  Held<stream::Packet> Take(std::int64_t base);
   /// [capturing] Starts again at the first frame. The numbers of the packets go on. False with one
   /// console line for a pipe.
   bool Rewind();
 
  protected:
   struct Frame {
-    const unsigned char* data;
-    std::size_t size;
-    bool key;
+    ByteSpan bytes;
+    bool key = false;
   };
 
   /// Finds the next frame, states its media with SetMedia, and drops the one before. A failure is
@@ -63,10 +65,8 @@ class NIMBO_API EsTrack {
   /// The window was taken to the front of the file: of the same one, unless there is no media.
   virtual void Reset() = 0;
 
-  const std::string& Path() const { return _path; }
   ByteWindow& Window() { return _window; }
-  /// Takes over the reference to `media`.
-  void SetMedia(stream::IMedia* media);
+  void SetMedia(Held<stream::IMedia> media) { _media = std::move(media); }
   void SetRate(const FrameRate& rate) { _rate = rate; }
   /// Says in one yellow line what players will make of such a stream and what to do about it. Only
   /// the first call after Open does.
@@ -81,12 +81,12 @@ class NIMBO_API EsTrack {
   ByteWindow _window;
   std::int64_t _patience = FirstFramePatience;
   stream::PacketPool _pool;
-  stream::IMedia* _media = nullptr;  ///< one reference
+  Held<stream::IMedia> _media;
   FrameRate _rate{1, 1};
   std::uint64_t _frames = 0;    ///< taken since the front of the file
   std::uint32_t _sequence = 1;  ///< of the next packet; 0 would mean "none" to some consumers
   bool _found = false;
-  Frame _frame{};
+  Frame _frame;
 };
 
 /// H.264 in Annex B form. It is passed on as it is: what the wire format cannot describe is warned

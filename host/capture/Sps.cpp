@@ -1,15 +1,14 @@
 #include "host/capture/Sps.h"
 
 #include <algorithm>
-#include <iterator>
 #include <numeric>
+
+#include "host/capture/Monotonic.h"
 
 namespace nimbo::capture {
 
 namespace {
 
-constexpr unsigned int NalTypeMask = 0x1F;
-constexpr unsigned int NalTypeSps = 7;
 constexpr unsigned int MacroblockSize = 16;
 constexpr unsigned int LargestSide = 16384;  ///< pixels; level 6.2 allows 16,880 at most
 constexpr unsigned int MostSpsIds = 32;
@@ -21,71 +20,6 @@ constexpr unsigned int Chroma422 = 2;
 constexpr unsigned int Chroma444 = 3;
 constexpr unsigned char ProfilesWithChroma[] = {100, 110, 122, 244, 44,  83, 86,
                                                 118, 128, 138, 139, 134, 135};
-
-/// Reads the bits of a NAL unit's payload, passing over emulation prevention bytes (7.3.1). What is
-/// read behind the end is zero, and Failed() from then on.
-class BitReader {
- public:
-  BitReader(const unsigned char* data, std::size_t size) : _data(data), _size(size) {}
-
-  bool Failed() const { return _failed; }
-
-  unsigned int Bit() {
-    if (_bits == 0 && !NextByte()) return 0;
-    --_bits;
-    return (_current >> _bits) & 1U;
-  }
-
-  std::uint32_t Bits(int count) {
-    std::uint32_t value = 0;
-    for (; count > 0; --count) value = (value << 1) | Bit();
-    return value;
-  }
-
-  /// ue(v) of 9.1. A code that is longer than any allowed value's counts as failed.
-  std::uint32_t Unsigned() {
-    constexpr int LongestPrefix = 31;
-    int zeros = 0;
-    while (!_failed && Bit() == 0) {
-      if (++zeros > LongestPrefix) _failed = true;
-    }
-    return _failed ? 0 : Bits(zeros) + (std::uint32_t{1} << zeros) - 1;
-  }
-
-  /// se(v) of 9.1.1.
-  std::int32_t Signed() {
-    const std::uint32_t code = Unsigned();
-    const auto magnitude = static_cast<std::int32_t>((code >> 1) + (code & 1U));
-    return (code & 1U) != 0 ? magnitude : -magnitude;
-  }
-
-  bool Flag() { return Bit() != 0; }
-
- private:
-  bool NextByte() {
-    constexpr unsigned char EmulationPrevention = 3;
-    if (_zeros >= 2 && _position < _size && _data[_position] == EmulationPrevention) {
-      ++_position;
-      _zeros = 0;
-    }
-    if (_position >= _size) {
-      _failed = true;
-      return false;
-    }
-    _current = _data[_position++];
-    _zeros = _current == 0 ? _zeros + 1 : 0;
-    _bits = 8;
-    return true;
-  }
-
-  const unsigned char* _data;
-  std::size_t _size;
-  std::size_t _position = 0;
-  unsigned int _current = 0;
-  int _bits = 0;   ///< of the current byte that were not read yet
-  int _zeros = 0;  ///< zero bytes in a row before the next byte
-  bool _failed = false;
-};
 
 void SkipScalingList(BitReader& bits, int size) {
   constexpr int FirstScale = 8;
@@ -164,27 +98,26 @@ bool Crop(unsigned int& side, std::uint32_t first, std::uint32_t second, unsigne
 
 }  // namespace
 
-bool ParseSps(const unsigned char* nal, std::size_t size, SpsInfo& info) {
-  if (size == 0 || (nal[0] & NalTypeMask) != NalTypeSps) return false;
-  BitReader bits(nal + 1, size - 1);
+std::optional<SpsInfo> ParseSps(ByteSpan nal) {
+  if (nal.empty() || NalUnit{nal}.Type() != NalType::Sps) return std::nullopt;
+  BitReader bits(nal.subspan(1));
   const std::uint32_t profile = bits.Bits(8);
   bits.Bits(16);  // constraint flags, level
-  if (bits.Unsigned() >= MostSpsIds) return false;
+  if (bits.Unsigned() >= MostSpsIds) return std::nullopt;
   unsigned int chroma = Chroma420;
   bool separate_planes = false;
-  if (std::find(std::begin(ProfilesWithChroma), std::end(ProfilesWithChroma), profile) !=
-          std::end(ProfilesWithChroma) &&
+  if (std::ranges::find(ProfilesWithChroma, profile) != std::end(ProfilesWithChroma) &&
       !ReadChroma(bits, chroma, separate_planes)) {
-    return false;
+    return std::nullopt;
   }
   bits.Unsigned();  // log2_max_frame_num_minus4
-  if (!SkipPictureOrder(bits)) return false;
+  if (!SkipPictureOrder(bits)) return std::nullopt;
   bits.Unsigned();  // max_num_ref_frames
   bits.Bit();       // gaps_in_frame_num_value_allowed_flag
   const std::uint32_t columns = bits.Unsigned();
   const std::uint32_t rows = bits.Unsigned();
   constexpr std::uint32_t MostMacroblocks = LargestSide / MacroblockSize;
-  if (columns >= MostMacroblocks || rows >= MostMacroblocks) return false;
+  if (columns >= MostMacroblocks || rows >= MostMacroblocks) return std::nullopt;
   const bool frames_only = bits.Flag();
   const unsigned int fields = frames_only ? 1 : 2;
   if (!frames_only) bits.Bit();  // mb_adaptive_frame_field_flag
@@ -200,14 +133,15 @@ bool ParseSps(const unsigned char* nal, std::size_t size, SpsInfo& info) {
     const std::uint32_t right = bits.Unsigned();
     const std::uint32_t top = bits.Unsigned();
     const std::uint32_t bottom = bits.Unsigned();
-    if (!Crop(width, left, right, x) || !Crop(height, top, bottom, y * fields)) return false;
+    if (!Crop(width, left, right, x) || !Crop(height, top, bottom, y * fields)) {
+      return std::nullopt;
+    }
   }
   const bool has_vui = bits.Flag();
-  if (bits.Failed()) return false;
-  info.width = static_cast<int>(width);
-  info.height = static_cast<int>(height);
-  info.rate = has_vui ? ReadVuiRate(bits) : FrameRate{};
-  return true;
+  if (bits.Failed()) return std::nullopt;
+  return SpsInfo{.width = static_cast<int>(width),
+                 .height = static_cast<int>(height),
+                 .rate = has_vui ? ReadVuiRate(bits) : FrameRate{}};
 }
 
 namespace {
@@ -215,7 +149,6 @@ namespace {
 // Within these limits no intermediate result of TimeOf leaves 64 bits.
 constexpr std::uint32_t MostFrames = std::uint32_t{1} << 20;
 constexpr std::uint32_t MostSeconds = std::uint32_t{1} << 12;
-constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
 
 }  // namespace
 
@@ -235,7 +168,7 @@ FrameRate Reduced(std::uint32_t frames, std::uint32_t seconds) {
 std::int64_t TimeOf(std::uint64_t index, const FrameRate& rate) {
   const auto whole = static_cast<std::int64_t>(index / rate.frames);
   const auto rest = static_cast<std::int64_t>(index % rate.frames);
-  const std::int64_t period = NanosecondsPerSecond * rate.seconds;
+  const std::int64_t period = NsPerSecond * rate.seconds;
   return whole * period + rest * period / rate.frames;
 }
 

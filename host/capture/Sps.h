@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
+#include <optional>
 
+#include "host/capture/H264.h"
 #include "nimbo/base/api.h"
 
 namespace nimbo::capture {
@@ -20,11 +21,10 @@ struct SpsInfo {
   FrameRate rate;  ///< from the timing of its VUI, where that is present and not zero
 };
 
-/// [any] Reads the NAL unit `nal` (without start code, emulation prevention in place) of `size`
-/// bytes after ISO/IEC 14496-10, 7.3.2.1.1. False, with `info` untouched, when it is no SPS, ends
-/// before the picture size or holds values that the standard does not allow. One that ends inside
-/// its VUI has no frame rate.
-NIMBO_API bool ParseSps(const unsigned char* nal, std::size_t size, SpsInfo& info);
+/// [any] Reads the NAL unit `nal` (without start code, emulation prevention in place) after ISO/IEC
+/// 14496-10, 7.3.2.1.1. Nothing when it is no SPS, ends before the picture size or holds values
+/// that the standard does not allow. One that ends inside its VUI has no frame rate.
+NIMBO_API std::optional<SpsInfo> ParseSps(ByteSpan nal);
 
 /// [any] The fraction in lowest terms, or near it with terms small enough for TimeOf.
 NIMBO_API FrameRate Reduced(std::uint32_t frames, std::uint32_t seconds);

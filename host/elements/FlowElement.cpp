@@ -1,9 +1,5 @@
 #include "host/elements/FlowElement.h"
 
-#include <cerrno>
-#include <cstdlib>
-
-#include "host/elements/Properties.h"
 #include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
@@ -17,22 +13,8 @@ constexpr int ThreadPolicy = 10;
 /// Elements of plug-ins run in these threads, with their TLS libraries. Only what is used of it
 /// becomes resident.
 constexpr int ThreadStack = 512 * 1024;
-constexpr long MostPackets = 65536;
 
 }  // namespace
-
-bool SetPacketCount(const base::object& element, const char* key, const char* text,
-                    std::atomic<int>& value) {
-  char* end = nullptr;
-  errno = 0;
-  const long number = std::strtol(text, &end, 10);
-  if (end == text || *end != '\0' || errno != 0 || number < 1 || number > MostPackets) {
-    return Refuse("\"", element.Name(), "\": ", key, "=", text, ": a number of packets from 1 to ",
-                  MostPackets, " is needed");
-  }
-  value = static_cast<int>(number);
-  return true;
-}
 
 bool FlowElement::Link(IElement& sink) {
   if (!IElement::Link(sink)) return false;

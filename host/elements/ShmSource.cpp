@@ -1,13 +1,12 @@
-#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "base/reflect/Names.h"
 #include "host/base/ConfigText.h"
-#include "host/capture/CaptureSource.h"
-#include "host/elements/FlowElement.h"
+#include "host/capture/CaptureRegistry.h"
 #include "host/elements/Properties.h"
+#include "host/elements/SourceElement.h"
 #include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
@@ -28,31 +27,26 @@ std::string CodecOfName(const std::string& name) {
 }
 
 /// Brings the packets of a capture source into a pipeline: "shm-source", with one output for each
-/// stream. Property "connect": "pv:NAME[,key=value]...", the source and its options. At the end of
-/// the source it sends the message "end_of_stream" up.
-class ShmSource final : public ThreadElement {
+/// stream. Property "connect": "pv:NAME[,key=value]...", the source and its options.
+class ShmSource final : public SourceElement {
  public:
-  ShmSource() : ThreadElement("capture") {}
+  ShmSource() : SourceElement("capture") {}
   ~ShmSource() override { StatusTakeDown(); }
-
-  bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }
 
   bool Open() override {
     if (!_source) return Refuse("\"", Name(), "\" has nothing to capture: set its \"connect\"");
     const bool opened = _source->Open();
     if (opened) AssignStreams();
     for (const auto& output : HostState().outputs) TellMedia(*output);
-    return opened && FlowElement::Open();
+    return opened && SourceElement::Open();
   }
 
   bool Close() override {
     if (_source) _source->Close();
     _streams.clear();
     for (const auto& output : HostState().outputs) output->SetMedia(nullptr);
-    return FlowElement::Close();
+    return SourceElement::Close();
   }
-
-  bool Start() override { return _source->Start() && ThreadElement::Start(); }
 
   bool SetConnect(const char* text) {
     if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: \"connect\" cannot change");
@@ -79,8 +73,6 @@ class ShmSource final : public ThreadElement {
     const sync::Lock lock(TreeMutex());
     return _connect;
   }
-  unsigned int GetPackets() const { return _packets; }
-  unsigned long long GetBytes() const { return _bytes; }
 
  private:
   struct Stream {
@@ -125,7 +117,7 @@ class ShmSource final : public ThreadElement {
     }
   }
 
-  Port* OutputFor(const Packet& packet) const {
+  Port* OutputFor(const Packet& packet) const override {
     const IMedia* media = packet.Media();
     for (const Stream& stream : _streams) {
       if (stream.media == media) return stream.output;
@@ -139,28 +131,9 @@ class ShmSource final : public ThreadElement {
     return nullptr;
   }
 
-  void Run() override {
-    while (!Stopping()) {
-      Packet* packet = _source->Read();
-      if (!packet) break;
-      Port* output = OutputFor(*packet);
-      if (output && output->Deliver(*packet)) {
-        ++_packets;
-        _bytes += packet->Size();
-      }
-      packet->Release();
-    }
-    if (!Stopping()) SendMessageUp("end_of_stream", nullptr, nullptr);
-  }
-
-  void EndWaits() override { _source->Abort(); }
-
-  std::unique_ptr<capture::CaptureSource> _source;
   std::vector<std::string> _codecs;  ///< of the outputs
   std::vector<Stream> _streams;
   std::string _connect GUARDED_BY(TreeMutex());
-  std::atomic<unsigned int> _packets{0};
-  std::atomic<unsigned long long> _bytes{0};
 };
 
 [[maybe_unused]] base::IClass* const Registered = RegisterElement<ShmSource>(

@@ -1,7 +1,6 @@
 #include "host/stream/ControlQueue.h"
 
 #include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
@@ -17,15 +16,13 @@ ControlQueue& ControlQueue::Globle() {
 }
 
 ControlQueue::ControlQueue() : _event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (_event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  if (!_event) throw std::system_error(errno, std::generic_category(), "eventfd");
 }
-
-ControlQueue::~ControlQueue() { close(_event); }
 
 void ControlQueue::Post(std::function<void()> work) {
   const sync::Lock lock(_mutex);
   _work.push_back(std::move(work));
-  eventfd_write(_event, 1);
+  eventfd_write(_event.Get(), 1);
 }
 
 int ControlQueue::Run() {
@@ -42,7 +39,7 @@ int ControlQueue::Run() {
     });
   }
   eventfd_t drained = 0;
-  if (_work.empty()) eventfd_read(_event, &drained);
+  if (_work.empty()) eventfd_read(_event.Get(), &drained);
   return done;
 }
 

@@ -3,6 +3,7 @@
 #include <deque>
 #include <functional>
 
+#include "common/FileDescriptor.h"
 #include "nimbo/base/api.h"
 #include "sync/Mutex.h"
 
@@ -19,14 +20,14 @@ class NIMBO_API ControlQueue {
   /// [control] Does what has been posted so far. Returns how many pieces that were.
   int Run() EXCLUDES(_mutex);
   /// [any] A descriptor that is readable while work is waiting, for use with poll.
-  int Descriptor() const noexcept { return _event; }
+  int Descriptor() const noexcept { return _event.Get(); }
 
  private:
   ControlQueue();
-  ~ControlQueue();
+
   sync::Mutex _mutex;
   std::deque<std::function<void()>> _work GUARDED_BY(_mutex);
-  int _event;
+  FileDescriptor _event;
 };
 
 }  // namespace nimbo::stream

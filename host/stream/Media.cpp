@@ -121,9 +121,9 @@ Media::Entry& Media::Slot(const char* name) {
   return _entries.back();
 }
 
-Media* NewH264Media(int width, int height, const std::vector<unsigned char>& sps,
-                    const std::vector<unsigned char>& pps) {
-  auto* media = new Media("h264");
+Held<Media> NewH264Media(int width, int height, std::span<const unsigned char> sps,
+                         std::span<const unsigned char> pps) {
+  Held<Media> media(new Media("h264"));
   media->SetInt("w", width);
   media->SetInt("h", height);
   media->SetBytes("sps", sps.data(), sps.size());
@@ -133,8 +133,8 @@ Media* NewH264Media(int width, int height, const std::vector<unsigned char>& sps
   return media;
 }
 
-Media* NewAacMedia(int adtsLength, int profile, int channels, int rate) {
-  auto* media = new Media("aac");
+Held<Media> NewAacMedia(int adtsLength, int profile, int channels, int rate) {
+  Held<Media> media(new Media("aac"));
   media->SetInt("adtslen", adtsLength);
   media->SetInt("profile", profile);
   media->SetInt("channel", channels);

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
+#include "common/Held.h"
 #include "nimbo/stream/media.h"
 
 namespace nimbo::stream {
@@ -41,9 +44,9 @@ class NIMBO_API Media final : public IMedia {
 
 /// The media of an H.264 stream: w, h, sps, isps, pps, ipps. `sps` and `pps` are NAL units without
 /// start codes; the size is read from the SPS by the caller.
-NIMBO_API Media* NewH264Media(int width, int height, const std::vector<unsigned char>& sps,
-                              const std::vector<unsigned char>& pps);
+NIMBO_API Held<Media> NewH264Media(int width, int height, std::span<const unsigned char> sps,
+                                   std::span<const unsigned char> pps);
 /// The media of an AAC stream: adtslen, profile, channel, rate.
-NIMBO_API Media* NewAacMedia(int adtsLength, int profile, int channels, int rate);
+NIMBO_API Held<Media> NewAacMedia(int adtsLength, int profile, int channels, int rate);
 
 }  // namespace nimbo::stream

@@ -102,7 +102,7 @@ PacketPool::~PacketPool() {
   for (HostPacket* packet : free) delete packet;
 }
 
-HostPacket* PacketPool::New(unsigned int capacity) {
+Held<HostPacket> PacketPool::New(unsigned int capacity) {
   {
     const sync::Lock lock(_shared->mutex);
     auto& free = _shared->free;
@@ -119,7 +119,7 @@ HostPacket* PacketPool::New(unsigned int capacity) {
       _shared->used_bytes += packet->_storage->capacity;
       packet->_storage->pool = _shared;
       packet->Hold();  // it was free with no reference
-      return packet;
+      return Held<HostPacket>(packet);
     }
   }
   const unsigned int room = Rounded(capacity);
@@ -136,7 +136,7 @@ HostPacket* PacketPool::New(unsigned int capacity) {
   const std::size_t packets = ++_shared->packets;
   if (_shared->free.capacity() < packets) _shared->free.reserve(packets * 2);
   _shared->used_bytes += room;
-  return packet.release();
+  return Held<HostPacket>(packet.release());
 }
 
 }  // namespace nimbo::stream

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/Held.h"
 #include "nimbo/stream/packet.h"
 
 namespace nimbo::stream {
@@ -33,8 +34,8 @@ class NIMBO_API PacketPool {
  public:
   PacketPool();
   ~PacketPool();
-  /// A packet with room for `capacity` bytes; the caller holds its only reference.
-  HostPacket* New(unsigned int capacity);
+  /// A packet with room for `capacity` bytes, of which there is no other reference.
+  Held<HostPacket> New(unsigned int capacity);
 
   struct Shared;
 

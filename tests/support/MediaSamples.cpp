@@ -56,11 +56,11 @@ Bytes AdtsFrame(std::size_t size, std::size_t adts) {
 }
 
 Held<stream::Media> VideoMedia(const Bytes& sps, const Bytes& pps) {
-  return Held<stream::Media>(stream::NewH264Media(Width, Height, sps, pps));
+  return stream::NewH264Media(Width, Height, sps, pps);
 }
 
 Held<stream::Media> AudioMedia(int adtsLength, int profile, int channels, int rate) {
-  return Held<stream::Media>(stream::NewAacMedia(adtsLength, profile, channels, rate));
+  return stream::NewAacMedia(adtsLength, profile, channels, rate);
 }
 
 Held<stream::Packet> NewPacket(PacketForm form) {

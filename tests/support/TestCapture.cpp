@@ -6,7 +6,7 @@
 #include <mutex>
 #include <set>
 
-#include "host/capture/CaptureSource.h"
+#include "host/capture/CaptureRegistry.h"
 #include "log/Line.h"
 
 namespace nimbo::test {
@@ -43,11 +43,11 @@ class FeedSource final : public capture::CaptureSource {
     _state->aborted = false;
     return true;
   }
-  stream::Packet* Read() override {
+  Held<stream::Packet> Read() override {
     std::unique_lock<std::mutex> lock(_state->mutex);
     _state->changed.wait(lock, [this] { return _state->aborted || !_state->packets.empty(); });
     if (_state->aborted) return nullptr;
-    stream::Packet* packet = _state->packets.front().release();
+    Held<stream::Packet> packet = std::move(_state->packets.front());
     _state->packets.pop_front();
     return packet;
   }

@@ -1,15 +1,14 @@
 #include "host/capture/av/AacEncoder.h"
 
-#include "host/capture/av/AdtsWriter.h"
 #include "host/stream/Media.h"
 
 namespace nimbo::capture::av {
 
-bool AppendAac(StreamOutput& output, ByteView frame, int rate, int channels, std::int64_t time) {
-  if (frame.size + AdtsHeaderSize > AdtsLongestFrame) return false;
-  const auto header = MakeAdtsHeader(rate, channels, frame.size);
+bool AppendAac(StreamOutput& output, ByteSpan frame, int rate, int channels, std::int64_t time) {
+  if (frame.size() + AdtsHeaderSize > AdtsLongestFrame) return false;
+  const auto header = MakeAdtsHeader(rate, channels, frame.size());
   // Every frame can be decoded for itself, but only pictures are asked for it.
-  output.Append({header.data(), header.size()}, frame, true, time);
+  output.Append(header, frame, true, time);
   return true;
 }
 
@@ -36,7 +35,7 @@ bool AacEncoder::Open(int rate, int channels, std::int64_t bitRate, std::string&
   return result >= 0;
 }
 
-stream::IMedia* AacEncoder::NewMedia() const {
+Held<stream::IMedia> AacEncoder::NewMedia() const {
   return stream::NewAacMedia(AdtsHeaderSize, AacLowComplexity, Channels(), Rate());
 }
 
@@ -58,8 +57,7 @@ bool AacEncoder::Encode(AVFrame* frame, std::int64_t time, StreamOutput& output,
     result = avcodec_receive_packet(_codec.get(), _packet.get());
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return true;
     if (result < 0) break;
-    const ByteView body = {_packet->data, static_cast<std::size_t>(_packet->size)};
-    if (!AppendAac(output, body, Rate(), Channels(), _packet->pts)) {
+    if (!AppendAac(output, BytesOf(*_packet), Rate(), Channels(), _packet->pts)) {
       error = "a frame is too long for its header";
       return false;
     }

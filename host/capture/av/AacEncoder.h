@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "host/capture/Adts.h"
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/StreamOutput.h"
 
@@ -13,8 +14,8 @@ class AacEncoder {
   /// `rate` must be one that has an index, `channels` 1 or 2; `bitRate` is that of all channels in
   /// bits per second. False, with `error` set, when libav refuses them.
   bool Open(int rate, int channels, std::int64_t bitRate, std::string& error);
-  /// A new description of the stream; the caller gets its reference.
-  stream::IMedia* NewMedia() const;
+  /// A new description of the stream.
+  Held<stream::IMedia> NewMedia() const;
 
   /// Room for AacFrameSamples samples: planes of float.
   AVFrame* NewFrame() const;
@@ -31,6 +32,6 @@ class AacEncoder {
 };
 
 /// Appends a raw AAC LC frame behind a header of its own. False when it is too long for one.
-bool AppendAac(StreamOutput& output, ByteView frame, int rate, int channels, std::int64_t time);
+bool AppendAac(StreamOutput& output, ByteSpan frame, int rate, int channels, std::int64_t time);
 
 }  // namespace nimbo::capture::av

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "host/capture/av/AdtsWriter.h"
-#include "host/capture/av/DayClock.h"
+#include "host/capture/Adts.h"
+#include "host/capture/Monotonic.h"
 #include "host/capture/av/Transcoder.h"
 
 extern "C" {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/capture/av/DayClock.h"
+#include "host/capture/Monotonic.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/stream/Console.h"
 

@@ -57,7 +57,7 @@ bool H264Encoder::Open(const Settings& settings, std::string& error) {
   }
   _sets = {};
   if (codec.extradata_size > 0) {
-    _sets.AddAll(codec.extradata, static_cast<std::size_t>(codec.extradata_size));
+    _sets.AddAll({codec.extradata, static_cast<std::size_t>(codec.extradata_size)});
   }
   if (_sets.Sps().size() != 1 || _sets.Pps().size() != 1) {
     error = std::string(EncoderName) + " gave no parameter sets";
@@ -69,7 +69,7 @@ bool H264Encoder::Open(const Settings& settings, std::string& error) {
   return true;
 }
 
-stream::IMedia* H264Encoder::NewMedia() const {
+Held<stream::IMedia> H264Encoder::NewMedia() const {
   return stream::NewH264Media(_codec->width, _codec->height, _sets.Sps().front(),
                               _sets.Pps().front());
 }
@@ -93,9 +93,7 @@ bool H264Encoder::Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutp
     if (result == AVERROR(EAGAIN)) return true;
     if (result < 0) break;
     const bool isKey = (_packet->flags & AV_PKT_FLAG_KEY) != 0;
-    const ByteView head = isKey ? ByteView{_header.data(), _header.size()} : ByteView{};
-    output.Append(head, {_packet->data, static_cast<std::size_t>(_packet->size)}, isKey,
-                  _packet->pts);
+    output.Append(isKey ? ByteSpan(_header) : ByteSpan(), BytesOf(*_packet), isKey, _packet->pts);
     av_packet_unref(_packet.get());
   }
   error = ErrorText(result);

@@ -25,8 +25,8 @@ class H264Encoder {
 
   /// False, with `error` set, when there is no such encoder.
   bool Open(const Settings& settings, std::string& error);
-  /// A new description of the stream; the caller gets its reference.
-  stream::IMedia* NewMedia() const;
+  /// A new description of the stream.
+  Held<stream::IMedia> NewMedia() const;
 
   /// A picture buffer in the encoder's format to draw into.
   AVFrame* NewFrame() const;

@@ -1,42 +1,19 @@
 #pragma once
 
-#include <cstddef>
 #include <vector>
+
+#include "host/capture/H264.h"
 
 namespace nimbo::capture::av {
 
 using Bytes = std::vector<unsigned char>;
-
-/// NAL unit types, ISO/IEC 14496-10 table 7-1.
-enum class NalType : int {
-  Slice = 1,
-  PartitionA = 2,
-  PartitionC = 4,
-  IdrSlice = 5,
-  Sps = 7,
-  Pps = 8,
-};
-
-/// A NAL unit inside a buffer of the caller: from its header byte to its last byte that is not 0.
-struct NalUnit {
-  const unsigned char* data;
-  std::size_t size;
-
-  NalType Type() const noexcept { return static_cast<NalType>(data[0] & 0x1F); }
-  bool IsSlice() const noexcept { return Type() == NalType::Slice || Type() == NalType::IdrSlice; }
-  /// True for a slice whose header says that it is predicted from both sides.
-  bool IsBidirectional() const;
-};
-
-/// The NAL units of an Annex B buffer, in order.
-std::vector<NalUnit> SplitAnnexB(const unsigned char* data, std::size_t size);
 
 /// The different parameter sets that were seen in a stream.
 class ParameterSets {
  public:
   /// Keeps the unit if it is a parameter set that was not seen yet.
   void Add(const NalUnit& unit);
-  void AddAll(const unsigned char* data, std::size_t size);
+  void AddAll(ByteSpan annexB);
 
   const std::vector<Bytes>& Sps() const noexcept { return _sps; }
   const std::vector<Bytes>& Pps() const noexcept { return _pps; }

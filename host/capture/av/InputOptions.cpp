@@ -90,7 +90,9 @@ bool SetTranscode(InputOptions& options, const std::string& text) {
 }
 
 bool SetWait(InputOptions& options, const std::string& text) {
-  return ParsePatience(text, options.patience);
+  const auto patience = ParsePatience(text);
+  if (patience) options.patience = *patience;
+  return patience.has_value();
 }
 
 constexpr struct {

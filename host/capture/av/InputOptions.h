@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/capture/ByteWindow.h"
+#include "host/capture/Patience.h"
 #include "nimbo/base/attr_set.h"
 
 struct AVInputFormat;

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
+
+#include "host/capture/H264.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -62,6 +65,11 @@ class Dictionary {
  private:
   AVDictionary* _entries = nullptr;
 };
+
+/// What a packet holds.
+inline ByteSpan BytesOf(const AVPacket& packet) {
+  return {packet.data, static_cast<std::size_t>(packet.size)};
+}
 
 /// libav's words for one of its error codes.
 std::string ErrorText(int code);

@@ -1,6 +1,5 @@
 #include "host/capture/av/LibavSource.h"
 
-#include "host/capture/av/DayClock.h"
 #include "host/capture/av/Obstacle.h"
 #include "host/capture/av/Transcoder.h"
 #include "host/stream/Console.h"
@@ -139,8 +138,7 @@ bool LibavSource::ChoosePaths() {
                             " cannot be transcoded: ", error);
     }
     stream::IMedia* media = path->Output().Media();
-    media->Hold();
-    _media.emplace_back(media);
+    _media.push_back(Share(*media));
     _streams.push_back(media);
   }
   std::string reasons;
@@ -164,7 +162,7 @@ bool LibavSource::Start() {
   return true;
 }
 
-stream::Packet* LibavSource::Read() {
+Held<stream::Packet> LibavSource::Read() {
   while (!_abort.IsSet()) {
     if (StreamPath* next = Next()) {
       _position = next->Output().FrontTime();

@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "host/capture/ByteWindow.h"
+#include "host/capture/AbortEvent.h"
 #include "host/capture/CaptureSource.h"
 #include "host/capture/av/Demuxer.h"
 #include "host/capture/av/StreamPath.h"
+#include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture::av {
 
@@ -38,7 +39,7 @@ class LibavSource final : public CaptureSource {
   bool Open() override;
   const std::vector<stream::IMedia*>& Streams() const override { return _streams; }
   bool Start() override;
-  stream::Packet* Read() override;
+  Held<stream::Packet> Read() override;
   void Abort() override { _abort.Set(); }
   void Close() override;
   bool Unpaced() const override { return !_options.Live(); }
@@ -59,7 +60,7 @@ class LibavSource final : public CaptureSource {
   AbortEvent _abort;
   Demuxer _demuxer;
   std::array<std::unique_ptr<StreamPath>, KindCount> _paths;
-  std::vector<MediaPtr> _media;  ///< keeps what _streams shows
+  std::vector<Held<stream::IMedia>> _media;  ///< keeps what _streams shows
   std::vector<stream::IMedia*> _streams;
   std::deque<Demuxer::Event> _probed;
   bool _ended = false;

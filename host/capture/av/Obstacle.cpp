@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/capture/av/AdtsWriter.h"
+#include "host/capture/Adts.h"
 
 namespace nimbo::capture::av {
 
@@ -28,10 +28,10 @@ ParameterSets CollectSets(const AVCodecParameters& parameters,
                           const std::vector<const AVPacket*>& beginning) {
   ParameterSets sets;
   if (parameters.extradata_size > 0) {
-    sets.AddAll(parameters.extradata, static_cast<std::size_t>(parameters.extradata_size));
+    sets.AddAll({parameters.extradata, static_cast<std::size_t>(parameters.extradata_size)});
   }
   for (const AVPacket* packet : beginning) {
-    sets.AddAll(packet->data, static_cast<std::size_t>(packet->size));
+    sets.AddAll(BytesOf(*packet));
   }
   return sets;
 }
@@ -48,7 +48,7 @@ std::string VideoObstacle(const AVCodecParameters& parameters,
   }
   for (const AVPacket* packet : beginning) {
     const char* why = nullptr;
-    const auto units = SplitAnnexB(packet->data, static_cast<std::size_t>(packet->size));
+    const auto units = SplitAnnexB(BytesOf(*packet));
     if (!DescribablePicture(units, why)) return why;
     if (packet->pts != AV_NOPTS_VALUE && packet->pts != packet->dts) {
       return "its pictures are reordered";
@@ -76,12 +76,9 @@ std::string AudioObstacle(const AVCodecParameters& parameters,
     }
     return "";
   }
-  AdtsHeader header;
-  if (beginning.empty() || !ParseAdts(beginning.front()->data,
-                                      static_cast<std::size_t>(beginning.front()->size), header)) {
-    return "it does not tell its configuration";
-  }
-  if (header.rate != rate || header.channels != channels || header.rawBlocks != 1) {
+  const auto header = beginning.empty() ? std::nullopt : ParseAdts(BytesOf(*beginning.front()));
+  if (!header) return "it does not tell its configuration";
+  if (header->rate != rate || header->channels != channels || header->rawBlocks != 1) {
     return "its framing is unusual";
   }
   return "";

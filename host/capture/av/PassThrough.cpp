@@ -1,8 +1,8 @@
 #include <algorithm>
 
+#include "host/capture/Adts.h"
 #include "host/capture/Sps.h"
 #include "host/capture/av/AacEncoder.h"
-#include "host/capture/av/AdtsWriter.h"
 #include "host/capture/av/StreamPath.h"
 #include "host/stream/Media.h"
 
@@ -14,10 +14,9 @@ H264Pass::H264Pass(int width, int height, const ParameterSets& sets)
 }
 
 void H264Pass::UseSets(const Bytes& sps, const Bytes& pps) {
-  SpsInfo info;
-  if (ParseSps(sps.data(), sps.size(), info)) {
-    _width = info.width;
-    _height = info.height;
+  if (const auto info = ParseSps(sps)) {
+    _width = info->width;
+    _height = info->height;
   }
   _sps = sps;
   _pps = pps;
@@ -28,8 +27,8 @@ void H264Pass::UseSets(const Bytes& sps, const Bytes& pps) {
 }
 
 bool H264Pass::Push(AVPacket& packet, std::string& error) {
-  const auto size = static_cast<std::size_t>(packet.size);
-  const std::vector<NalUnit> units = SplitAnnexB(packet.data, size);
+  const ByteSpan bytes = BytesOf(packet);
+  const std::vector<NalUnit> units = SplitAnnexB(bytes);
   const char* why = nullptr;
   ParameterSets sets;
   for (const NalUnit& unit : units) sets.Add(unit);
@@ -48,11 +47,11 @@ bool H264Pass::Push(AVPacket& packet, std::string& error) {
   // What stands behind the slice (filler, an end of sequence) is no part of the picture, and the
   // wire format has no place for it.
   const bool last = slice + 1 == units.end();
-  const auto used = last ? size : static_cast<std::size_t>(slice->data + slice->size - packet.data);
+  const auto end = slice->bytes.data() + slice->bytes.size() - bytes.data();
+  const ByteSpan used = last ? bytes : bytes.first(static_cast<std::size_t>(end));
   const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
   const bool bare = key && sets.Sps().empty();
-  _output.Append(bare ? ByteView{_header.data(), _header.size()} : ByteView{}, {packet.data, used},
-                 key, packet.dts);
+  _output.Append(bare ? ByteSpan(_header) : ByteSpan(), used, key, packet.dts);
   return true;
 }
 
@@ -62,18 +61,18 @@ AacPass::AacPass(int rate, int channels, bool framed)
 }
 
 bool AacPass::Push(AVPacket& packet, std::string& error) {
-  ByteView frame = {packet.data, static_cast<std::size_t>(packet.size)};
-  capture::AdtsHeader header;
+  ByteSpan frame = BytesOf(packet);
   if (_framed) {
-    if (!ParseAdts(frame.data, frame.size, header)) return true;  // damaged
-    const auto length = static_cast<std::size_t>(header.length);
-    if (header.rate != _rate || header.channels != _channels || header.rawBlocks != 1) {
+    const auto header = ParseAdts(frame);
+    if (!header) return true;  // damaged
+    const auto length = static_cast<std::size_t>(header->length);
+    if (header->rate != _rate || header->channels != _channels || header->rawBlocks != 1) {
       error = "the audio cannot be passed on any longer: its format changed; with transcode=true " +
               std::string("it can be used");
       return false;
     }
-    if (length >= frame.size) return true;
-    frame = {frame.data + length, frame.size - length};
+    if (length >= frame.size()) return true;
+    frame = frame.subspan(length);
   }
   if (!AppendAac(_output, frame, _rate, _channels, packet.dts)) {
     error = "the audio cannot be passed on: a frame is too long for its header";

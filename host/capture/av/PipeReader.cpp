@@ -16,9 +16,9 @@ constexpr int BufferSize = 32 * 1024;
 
 bool PipeReader::Open(int descriptor, const std::string& path, std::string& error) {
   Close();
-  _descriptor = descriptor >= 0 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0)
-                                : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (_descriptor < 0) {
+  _pipe.Reset(descriptor >= 0 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0)
+                              : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!_pipe) {
     error = std::strerror(errno);
     return false;
   }
@@ -35,15 +35,14 @@ bool PipeReader::Open(int descriptor, const std::string& path, std::string& erro
 void PipeReader::Close() {
   if (_context) av_freep(&_context->buffer);
   avio_context_free(&_context);
-  if (_descriptor >= 0) close(_descriptor);
-  _descriptor = -1;
+  _pipe.Reset();
 }
 
 int PipeReader::Read(void* self, unsigned char* buffer, int size) {
   auto& reader = *static_cast<PipeReader*>(self);
   while (true) {
-    if (!reader._abort.WaitReadable(reader._descriptor, reader._deadline)) return AVERROR_EXIT;
-    const ssize_t got = read(reader._descriptor, buffer, static_cast<std::size_t>(size));
+    if (!reader._abort.WaitReadable(reader._pipe.Get(), reader._deadline)) return AVERROR_EXIT;
+    const ssize_t got = read(reader._pipe.Get(), buffer, static_cast<std::size_t>(size));
     if (got > 0) return static_cast<int>(got);
     if (got == 0) return AVERROR_EOF;
     if (errno != EINTR && errno != EAGAIN) return AVERROR(errno);

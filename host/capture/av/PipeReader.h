@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "host/capture/ByteWindow.h"
+#include "common/FileDescriptor.h"
+#include "host/capture/AbortEvent.h"
 #include "host/capture/av/Libav.h"
 
 namespace nimbo::capture::av {
@@ -29,7 +30,7 @@ class PipeReader {
   static int Read(void* self, unsigned char* buffer, int size);
 
   const AbortEvent& _abort;
-  int _descriptor = -1;
+  FileDescriptor _pipe;
   std::int64_t _deadline = Never;
   AVIOContext* _context = nullptr;
 };

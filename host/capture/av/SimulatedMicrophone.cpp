@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/capture/av/AdtsWriter.h"
+#include "host/capture/Adts.h"
 #include "host/capture/av/SimulatedSource.h"
 
 extern "C" {
@@ -41,7 +41,7 @@ bool SimulatedMicrophone::Configure(const base::AttrSet& options) {
   _channels = DefaultChannels;
   _bit_rate = 0;
   if (!ReadOptions(options,
-                   {{"rate", &_rate, {AacRates.back(), AacRates.front()}},
+                   {{"rate", &_rate, {DescribableAacRates.back(), DescribableAacRates.front()}},
                     {"channel", &_channels, {1, 2}},
                     {"br", &_bit_rate, {8'000, 512'000}}},
                    {})) {

@@ -46,7 +46,7 @@ bool SimulatedSource::Start() {
   return true;
 }
 
-stream::Packet* SimulatedSource::Read() {
+Held<stream::Packet> SimulatedSource::Read() {
   while (_output.Empty()) {
     if (!NextPeriod()) return nullptr;
   }

@@ -4,12 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "host/capture/AbortEvent.h"
 #include "host/capture/CaptureSource.h"
 #include "host/capture/av/AacEncoder.h"
 #include "host/capture/av/DayClock.h"
 #include "host/capture/av/H264Encoder.h"
 #include "host/capture/av/StreamOutput.h"
 #include "host/capture/av/TestPicture.h"
+#include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture::av {
 
@@ -25,7 +27,7 @@ class SimulatedSource : public CaptureSource {
   bool Open() final;
   const std::vector<stream::IMedia*>& Streams() const final { return _streams; }
   bool Start() final;
-  stream::Packet* Read() final;
+  Held<stream::Packet> Read() final;
   void Abort() final { _abort.Set(); }
   void Close() final;
 

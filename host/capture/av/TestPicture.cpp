@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "host/capture/av/DayClock.h"
+#include "host/capture/Monotonic.h"
 #include "host/capture/av/Glyphs.h"
 
 namespace nimbo::capture::av {

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "host/capture/av/DayClock.h"
+#include "host/capture/Monotonic.h"
 #include "host/capture/av/Transcoder.h"
 
 extern "C" {

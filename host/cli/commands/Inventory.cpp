@@ -10,7 +10,7 @@
 #include "host/base/Guard.h"
 #include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
-#include "host/capture/CaptureSource.h"
+#include "host/capture/CaptureRegistry.h"
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/cli/terminal/Table.h"
 #include "host/stream/State.h"

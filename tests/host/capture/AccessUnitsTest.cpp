@@ -34,7 +34,7 @@ std::vector<Unit> ReadAll(const Bytes& stream) {
   AccessUnit unit;
   Result result;
   while ((result = reader.Next(unit, error)) == Result::Unit) {
-    units.push_back({Bytes(unit.data, unit.data + unit.size), unit.offset, unit.key});
+    units.push_back({Bytes(unit.bytes.begin(), unit.bytes.end()), unit.offset, unit.key});
   }
   EXPECT_EQ(result, Result::End);
   return units;

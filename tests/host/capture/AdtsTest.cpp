@@ -19,14 +19,14 @@ TEST(AdtsTest, AChecksumMakesTheHeaderNineBytesLong) {
   bytes[2] = 0x58;  // LC, 24,000 Hz
   bytes[3] = 0x43;  // mono; 3 * 2,048 bytes more
   bytes[6] = 0xFE;  // three raw data blocks
-  AdtsHeader header;
-  ASSERT_TRUE(ParseAdts(bytes.data(), bytes.size(), header));
-  EXPECT_EQ(header.length, 9);
-  EXPECT_EQ(header.frame, 345 + 3 * 2048);
-  EXPECT_EQ(header.profile, 1);
-  EXPECT_EQ(header.rate, 24000);
-  EXPECT_EQ(header.channels, 1);
-  EXPECT_EQ(header.rawBlocks, 3);
+  const auto header = ParseAdts(bytes);
+  ASSERT_TRUE(header);
+  EXPECT_EQ(header->length, 9);
+  EXPECT_EQ(header->frame, 345 + 3 * 2048);
+  EXPECT_EQ(header->profile, 1);
+  EXPECT_EQ(header->rate, 24000);
+  EXPECT_EQ(header->channels, 1);
+  EXPECT_EQ(header->rawBlocks, 3);
 }
 
 // ISO/IEC 14496-3, tables 1.16 and 1.17.
@@ -39,11 +39,11 @@ TEST(AdtsTest, RatesAndChannelsAreThoseOfTheirIndices) {
     test::Bytes bytes = Stereo;
     bytes[2] = static_cast<unsigned char>(0xC0 | rate << 2 | configuration >> 2);
     bytes[3] = static_cast<unsigned char>((configuration & 3) << 6);
-    AdtsHeader header;
-    ASSERT_TRUE(ParseAdts(bytes.data(), bytes.size(), header));
-    EXPECT_EQ(header.rate, rates[rate]);
-    EXPECT_EQ(header.channels, channels[configuration]);
-    EXPECT_EQ(header.profile, 3);
+    const auto header = ParseAdts(bytes);
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->rate, rates[rate]);
+    EXPECT_EQ(header->channels, channels[configuration]);
+    EXPECT_EQ(header->profile, 3);
   }
 }
 
@@ -54,15 +54,12 @@ TEST(AdtsTest, ADamagedOrCutHeaderIsRefused) {
     test::Bytes bytes = Stereo;
     bytes[4] = 0x01;  // 9 bytes and the lowest bits of byte 5
     bytes[at] = value;
-    AdtsHeader header;
-    EXPECT_FALSE(ParseAdts(bytes.data(), bytes.size(), header)) << at;
-    EXPECT_EQ(header.frame, 0);
+    EXPECT_FALSE(ParseAdts(bytes)) << at;
   }
   for (std::size_t size = 0; size < AdtsHeaderSize; ++size) {
     const std::unique_ptr<unsigned char[]> exact(new unsigned char[size]);
     std::copy_n(Stereo.begin(), size, exact.get());
-    AdtsHeader header;
-    EXPECT_FALSE(ParseAdts(exact.get(), size, header)) << size;
+    EXPECT_FALSE(ParseAdts({exact.get(), size})) << size;
   }
 }
 

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <thread>
 
-#include "host/capture/ByteWindow.h"
-#include "host/capture/CaptureSource.h"
+#include "host/capture/Monotonic.h"
+#include "host/capture/CaptureRegistry.h"
 #include "log/Line.h"
 #include "tests/host/capture/StreamFile.h"
 #include "tests/support/ConsoleCapture.h"
@@ -137,9 +137,9 @@ TEST(EsSourceTest, NewParameterSetsMakeANewMedia) {
   const test::StreamFile video(stream);
   auto source = Opened("video=" + video.Path() + ",pace=fast");
   ASSERT_TRUE(source);
-  const Held<stream::Packet> first(source->Read());
-  const Held<stream::Packet> second(source->Read());
-  const Held<stream::Packet> third(source->Read());
+  const Held<stream::Packet> first = source->Read();
+  const Held<stream::Packet> second = source->Read();
+  const Held<stream::Packet> third = source->Read();
   ASSERT_TRUE(third);
   EXPECT_EQ(first->Media(), source->Streams()[0]);
   EXPECT_EQ(second->Media(), first->Media());
@@ -154,8 +154,8 @@ TEST(EsSourceTest, InRealTimePacketsComeWhenTheyAreDueAndAStopHoldsTimeUp) {
   const std::int64_t before = MonotonicNow();
   auto source = Opened("video=" + video.Path() + ",fr=50");
   ASSERT_TRUE(source);
-  const Held<stream::Packet> first(source->Read());
-  const Held<stream::Packet> second(source->Read());
+  const Held<stream::Packet> first = source->Read();
+  const Held<stream::Packet> second = source->Read();
   EXPECT_GE(first->TimeStamp(), before);
   EXPECT_GE(MonotonicNow(), second->TimeStamp());
   EXPECT_EQ(second->TimeStamp() - first->TimeStamp(), 20 * Millisecond);
@@ -165,7 +165,7 @@ TEST(EsSourceTest, InRealTimePacketsComeWhenTheyAreDueAndAStopHoldsTimeUp) {
   const std::int64_t restart = MonotonicNow();
   ASSERT_TRUE(source->Start());
   const std::int64_t restarted = MonotonicNow();
-  const Held<stream::Packet> third(source->Read());
+  const Held<stream::Packet> third = source->Read();
   ASSERT_TRUE(third);
   EXPECT_GE(third->TimeStamp(), restart);
   EXPECT_LE(third->TimeStamp(), restarted + 20 * Millisecond);
@@ -194,7 +194,7 @@ TEST(EsSourceTest, APipeThatStaysSilentIsGivenUpInOneLine) {
   // It may be silent later on.
   ASSERT_EQ(write(writer, stream.data(), stream.size()), static_cast<ssize_t>(stream.size()));
   ASSERT_TRUE(source->Open() && source->Start());
-  EXPECT_TRUE(Held<stream::Packet>(source->Read()));
+  EXPECT_TRUE(source->Read());
   std::thread late([&] { source->Abort(); });
   EXPECT_EQ(source->Read(), nullptr);
   late.join();

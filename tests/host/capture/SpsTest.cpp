@@ -22,10 +22,10 @@ Bytes FromHex(const std::string& text) {
 
 /// Parses from memory of exactly the right size, so that the address sanitizer sees every step
 /// outside it.
-bool Parse(const Bytes& nal, SpsInfo& info) {
+std::optional<SpsInfo> Parse(const Bytes& nal) {
   const std::unique_ptr<unsigned char[]> exact(new unsigned char[nal.size()]);
   std::copy(nal.begin(), nal.end(), exact.get());
-  return ParseSps(exact.get(), nal.size(), info);
+  return ParseSps({exact.get(), nal.size()});
 }
 
 struct Encoded {
@@ -39,25 +39,23 @@ class EncodedSpsTest : public testing::TestWithParam<Encoded> {};
 
 // Made with x264.
 TEST_P(EncodedSpsTest, SizeAndRateAreRead) {
-  SpsInfo info;
-  ASSERT_TRUE(Parse(FromHex(GetParam().hex), info));
-  EXPECT_EQ(info.width, GetParam().width);
-  EXPECT_EQ(info.height, GetParam().height);
-  EXPECT_EQ(info.rate.frames, GetParam().frames);
-  EXPECT_EQ(info.rate.seconds, GetParam().seconds);
+  const auto info = Parse(FromHex(GetParam().hex));
+  ASSERT_TRUE(info);
+  EXPECT_EQ(info->width, GetParam().width);
+  EXPECT_EQ(info->height, GetParam().height);
+  EXPECT_EQ(info->rate.frames, GetParam().frames);
+  EXPECT_EQ(info->rate.seconds, GetParam().seconds);
 }
 
 /// A piece that was cut off is refused, or, inside the VUI, read without its rate.
 TEST_P(EncodedSpsTest, EveryTruncationIsSurvived) {
   const Bytes whole = FromHex(GetParam().hex);
   for (std::size_t size = 0; size < whole.size(); ++size) {
-    SpsInfo info{-1, -1, {7, 7}};
-    if (Parse(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)), info)) {
-      EXPECT_EQ(info.width, GetParam().width);
-      EXPECT_EQ(info.height, GetParam().height);
-    } else {
-      EXPECT_EQ(info.width, -1) << "untouched";
-    }
+    const auto info =
+        Parse(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
+    if (!info) continue;
+    EXPECT_EQ(info->width, GetParam().width);
+    EXPECT_EQ(info->height, GetParam().height);
   }
 }
 
@@ -90,8 +88,7 @@ TEST(SpsTest, ValuesThatAreNotAllowedAreRefused) {
       {"nothing left after cropping", "6742001eda7e2740"},
       {"a PPS", "68ce3c80"}};
   for (const auto& [why, hex] : cases) {
-    SpsInfo info;
-    EXPECT_FALSE(Parse(FromHex(hex), info)) << why;
+    EXPECT_FALSE(Parse(FromHex(hex))) << why;
   }
 }
 
@@ -103,10 +100,10 @@ TEST(SpsTest, GarbageIsSurvived) {
       byte = static_cast<unsigned char>(random() % 3 == 0 ? 0 : random());
     }
     if (!nal.empty()) nal[0] = 0x67;
-    SpsInfo info;
-    if (!Parse(nal, info)) continue;
-    EXPECT_GT(info.width, 0);
-    EXPECT_GT(info.height, 0);
+    const auto info = Parse(nal);
+    if (!info) continue;
+    EXPECT_GT(info->width, 0);
+    EXPECT_GT(info->height, 0);
   }
 }
 

@@ -12,7 +12,7 @@ namespace nimbo::stream {
 namespace {
 
 Held<HostPacket> Take(PacketPool& pool, unsigned int size) {
-  Held<HostPacket> packet(pool.New(size));
+  Held<HostPacket> packet = pool.New(size);
   std::memset(packet->Bytes(), 0x5A, size);  // all of it must be there
   packet->Describe(size, false, 0, 1, nullptr);
   return packet;

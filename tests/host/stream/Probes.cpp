@@ -98,7 +98,7 @@ ApplicationHolder NewApplication(const char* name, const std::string& text) {
 
 Held<HostPacket> NewPacket() {
   static PacketPool pool;
-  Held<HostPacket> packet(pool.New(1));
+  Held<HostPacket> packet = pool.New(1);
   packet->Describe(1, true, 0, 0, nullptr);
   return packet;
 }

@@ -7,12 +7,13 @@
 
 namespace nimbo::test {
 
+using namespace capture;
 using namespace capture::av;
 
 Packets ReadPackets(capture::CaptureSource& source, std::size_t count) {
   Packets packets;
   while (packets.size() < count) {
-    Held<stream::Packet> packet(source.Read());
+    Held<stream::Packet> packet = source.Read();
     if (!packet) break;
     packets.push_back(std::move(packet));
   }
@@ -73,7 +74,7 @@ void ExpectDescribableVideo(const std::vector<stream::Packet*>& packets) {
   EXPECT_TRUE(packets.front()->IsKey());
   const stream::Packet* before = nullptr;
   for (stream::Packet* packet : packets) {
-    const auto units = SplitAnnexB(packet->Data(), packet->Size());
+    const auto units = SplitAnnexB({packet->Data(), packet->Size()});
     int slices = 0;
     for (const NalUnit& unit : units) slices += unit.IsSlice();
     EXPECT_EQ(slices, 1);
@@ -81,7 +82,7 @@ void ExpectDescribableVideo(const std::vector<stream::Packet*>& packets) {
     EXPECT_TRUE(units.back().IsSlice());
     EXPECT_EQ(units.back().Type() == NalType::IdrSlice, packet->IsKey());
     ParameterSets sets;
-    sets.AddAll(packet->Data(), packet->Size());
+    sets.AddAll({packet->Data(), packet->Size()});
     ASSERT_EQ(sets.Sps().size(), packet->IsKey() ? 1U : 0U);
     if (packet->IsKey()) {
       EXPECT_EQ(sets.Sps().front(), MediaBytes(*packet->Media(), "sps", "isps"));

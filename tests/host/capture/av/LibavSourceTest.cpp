@@ -17,6 +17,7 @@
 namespace nimbo::test {
 namespace {
 
+using namespace capture;
 using namespace capture::av;
 
 std::unique_ptr<capture::CaptureSource> NewSource(const std::string& url,
@@ -29,8 +30,8 @@ std::unique_ptr<capture::CaptureSource> NewSource(const std::string& url,
 
 std::vector<Bytes> Slices(const Bytes& stream) {
   std::vector<Bytes> slices;
-  for (const NalUnit& unit : SplitAnnexB(stream.data(), stream.size())) {
-    if (unit.IsSlice()) slices.emplace_back(unit.data, unit.data + unit.size);
+  for (const NalUnit& unit : SplitAnnexB(stream)) {
+    if (unit.IsSlice()) slices.emplace_back(unit.bytes.begin(), unit.bytes.end());
   }
   return slices;
 }
@@ -214,7 +215,7 @@ TEST(LibavSource, ReadsADeviceWithoutBlocking) {
   }
   EXPECT_FALSE(source->Unpaced());
   ASSERT_TRUE(source->Start());
-  EXPECT_TRUE(Held<stream::Packet>(source->Read()));
+  EXPECT_TRUE(source->Read());
   source->Abort();
   EXPECT_EQ(source->Read(), nullptr);
   source->Close();

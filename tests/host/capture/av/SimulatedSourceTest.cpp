@@ -12,6 +12,7 @@
 namespace nimbo::test {
 namespace {
 
+using namespace capture;
 using namespace capture::av;
 
 const base::AttrSet SmallCamera("W=320,H=180,fr=50,br=400000,gop=5");
@@ -98,9 +99,9 @@ TEST_P(SimulatedSound, DecodesAtTheRateAndChannelsThatItsMediaTells) {
   const Packets packets = ReadPackets(*microphone, 10);
   ASSERT_EQ(packets.size(), 10U);
   for (const auto& packet : packets) {
-    capture::AdtsHeader header;
-    ASSERT_TRUE(capture::ParseAdts(packet->Data(), packet->Size(), header));
-    EXPECT_EQ(header.frame, static_cast<int>(packet->Size()));
+    const auto header = capture::ParseAdts({packet->Data(), packet->Size()});
+    ASSERT_TRUE(header);
+    EXPECT_EQ(header->frame, static_cast<int>(packet->Size()));
   }
   const Decoded decoded = Decode("aac", OfCodec(packets, "aac"));
   EXPECT_EQ(decoded.frames, 10);

@@ -2,7 +2,7 @@
 
 #include <tuple>
 
-#include "host/capture/CaptureSource.h"
+#include "host/capture/CaptureRegistry.h"
 #include "tests/host/capture/StreamFile.h"
 #include "tests/host/capture/av/MediaFile.h"
 #include "tests/host/elements/Collector.h"

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <thread>
 
-#include "host/capture/CaptureSource.h"
+#include "host/capture/CaptureRegistry.h"
 #include "host/capture/av/Libav.h"
 #include "nimbo/stream/service.h"
 #include "tests/host/capture/StreamFile.h"

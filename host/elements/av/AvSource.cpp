@@ -1,4 +1,4 @@
-#include "host/capture/av/AvSource.h"
+#include "host/elements/av/AvSource.h"
 
 #include "host/capture/av/InputOptions.h"
 #include "host/capture/av/LibavSource.h"
@@ -7,12 +7,11 @@
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
-namespace nimbo::capture::av {
+namespace nimbo::stream {
 
 namespace {
 
 constexpr char ClassName[] = "AvSource-av-source";
-constexpr char EndMessage[] = "end_of_stream";
 
 constexpr char Url[] = "url";
 constexpr char Format[] = "format";
@@ -30,45 +29,41 @@ constexpr struct {
 
 }  // namespace
 
-AvSource::AvSource() : ThreadElement("av-source") {
+AvSource::AvSource() : SourceElement("av-source") {
   for (const auto& output : Outputs) HostState().Add(this, output.codec, true);
 }
 
 AvSource::~AvSource() { StatusTakeDown(); }
 
-bool AvSource::CanWait(const stream::Port&) const { return _source && _source->Unpaced(); }
-
 bool AvSource::Open() {
   base::AttrSet options;
-  _source = MakeOptions(options) ? LibavSource::Make(Name(), options) : nullptr;
+  _source = MakeOptions(options) ? capture::av::LibavSource::Make(Name(), options) : nullptr;
   const bool opened = _source && _source->Open();
   if (opened) {
-    for (stream::IMedia* media : _source->Streams()) {
-      if (stream::Port* output = OutputFor(media)) output->SetMedia(media);
+    for (IMedia* media : _source->Streams()) {
+      if (Port* output = OutputOf(*media)) output->SetMedia(media);
     }
   }
   for (const auto& output : HostState().outputs) TellMedia(*output);
-  return opened && ThreadElement::Open();
+  return opened && SourceElement::Open();
 }
 
 bool AvSource::Close() {
   if (_source) _source->Close();
   for (const auto& output : HostState().outputs) output->SetMedia(nullptr);
-  return ThreadElement::Close();
+  return SourceElement::Close();
 }
-
-bool AvSource::Start() { return _source->Start() && ThreadElement::Start(); }
 
 bool AvSource::SetStreams(const char* text) {
   auto& outputs = HostState().outputs;
   for (const auto& output : outputs) {
     if (output->Linked()) {
-      return stream::Refuse("\"", Name(), "\" is linked: \"streams\" cannot change");
+      return Refuse("\"", Name(), "\" is linked: \"streams\" cannot change");
     }
   }
   if (!Keep(Streams, text)) return false;
   {
-    const sync::Lock lock(stream::TreeMutex());
+    const sync::Lock lock(TreeMutex());
     outputs.Change().clear();
   }
   for (const auto& output : Outputs) {
@@ -78,10 +73,10 @@ bool AvSource::SetStreams(const char* text) {
 }
 
 bool AvSource::Keep(const char* key, const char* text) {
-  if (!StatusIsNull()) return stream::Refuse("\"", Name(), "\" is open: ", key, " cannot change");
-  const sync::Lock lock(stream::TreeMutex());
+  if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: ", key, " cannot change");
+  const sync::Lock lock(TreeMutex());
   _settings.Set(key, text);
-  InputOptions input;
+  capture::av::InputOptions input;
   if (const char* url = _settings.Get(Url)) input.url = url;
   if (const char* format = _settings.Get(Format)) input.format = format;
   HostState().live = input.Live();
@@ -89,14 +84,14 @@ bool AvSource::Keep(const char* key, const char* text) {
 }
 
 std::string AvSource::Kept(const char* key) const {
-  const sync::Lock lock(stream::TreeMutex());
+  const sync::Lock lock(TreeMutex());
   const char* text = _settings.Get(key);
   return text ? text : "";
 }
 
 bool AvSource::MakeOptions(base::AttrSet& options) const {
   {
-    const sync::Lock lock(stream::TreeMutex());
+    const sync::Lock lock(TreeMutex());
     options = _settings;
   }
   const base::AttrSet forLibav(options.Get(LibavOptions));
@@ -105,29 +100,14 @@ bool AvSource::MakeOptions(base::AttrSet& options) const {
   return forLibav.Valid();
 }
 
-stream::Port* AvSource::OutputFor(const stream::IMedia* media) const {
+Port* AvSource::OutputOf(const IMedia& media) const {
   for (const auto& output : HostState().outputs) {
-    if (base::Hash(output->Caps()) == base::Hash(media->Codec())) return output.get();
+    if (base::Hash(output->Caps()) == base::Hash(media.Codec())) return output.get();
   }
   return nullptr;
 }
 
-void AvSource::Run() {
-  while (!Stopping()) {
-    stream::Packet* packet = _source->Read();
-    if (!packet) break;
-    stream::Port* output = OutputFor(packet->Media());
-    if (output && output->Deliver(*packet)) {
-      ++_packets;
-      _bytes += packet->Size();
-    }
-    packet->Release();
-  }
-  if (!Stopping()) SendMessageUp(EndMessage, nullptr, nullptr);
-}
-
 void AvSource::Register() {
-  using stream::Setting;
   base::IClass* cl = base::TClass<>::Register<AvSource>(
       ClassName,
       {Setting(Url, &AvSource::SetText<Url>, &AvSource::GetText<Url>,
@@ -142,9 +122,9 @@ void AvSource::Register() {
                "true: never pass packets through"),
        Setting(LibavOptions, &AvSource::SetText<LibavOptions>, &AvSource::GetText<LibavOptions>,
                "options for libavformat, as key=value,..."),
-       stream::Figure("packets", &AvSource::GetPackets, "packets delivered"),
-       stream::Figure("bytes", &AvSource::GetBytes, "bytes delivered")});
+       Figure("packets", &AvSource::GetPackets, "packets delivered"),
+       Figure("bytes", &AvSource::GetBytes, "bytes delivered")});
   base::Describe(cl, "nimbo-av", "reads files, devices and network streams with libavformat");
 }
 
-}  // namespace nimbo::capture::av
+}  // namespace nimbo::stream

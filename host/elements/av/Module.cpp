@@ -1,9 +1,9 @@
-#include "host/capture/CaptureSource.h"
-#include "host/capture/av/AvSource.h"
+#include "host/capture/CaptureRegistry.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/capture/av/LibavSource.h"
-#include "host/capture/av/RtmpServer.h"
 #include "host/capture/av/SimulatedSource.h"
+#include "host/elements/av/AvSource.h"
+#include "host/elements/av/RtmpServer.h"
 #include "nimbo/base/api.h"
 
 extern "C" {
@@ -13,16 +13,17 @@ extern "C" {
 /// [control] Called once by the framework when it has loaded this module: registers the capture
 /// sources and classes that need libav*.
 extern "C" NIMBO_API void RegisterAvModule() {
-  using namespace nimbo::capture;
-  av::InstallLogFilter();
+  using namespace nimbo;
+  using namespace capture::av;
+  InstallLogFilter();
   avformat_network_init();
-  auto& registry = CaptureRegistry::Globle();
-  registry.Add("h264-", av::MakeSimulated<av::SimulatedCamera>,
+  auto& registry = capture::CaptureRegistry::Globle();
+  registry.Add("h264-", MakeSimulated<SimulatedCamera>,
                "simulated camera: W, H, fr, br, gop, gopTypeStr");
-  registry.Add("aac-", av::MakeSimulated<av::SimulatedMicrophone>,
+  registry.Add("aac-", MakeSimulated<SimulatedMicrophone>,
                "simulated microphone: rate, channel, br");
-  registry.Add("av", av::LibavSource::Make,
+  registry.Add("av", LibavSource::Make,
                "file, device or network stream: url, format, pace, loop, streams, transcode, wait");
-  av::AvSource::Register();
-  av::RtmpServer::Register();
+  stream::AvSource::Register();
+  stream::RtmpServer::Register();
 }

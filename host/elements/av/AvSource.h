@@ -1,29 +1,23 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
 #include <string>
 
-#include "host/capture/CaptureSource.h"
-#include "host/elements/FlowElement.h"
+#include "host/elements/SourceElement.h"
 #include "host/stream/TreeList.h"
 #include "nimbo/base/attr_set.h"
 
-namespace nimbo::capture::av {
+namespace nimbo::stream {
 
 /// The element "av-source": brings what LibavSource reads into a pipeline, with one output for each
 /// stream asked for. Its properties are that source's options (those for libavformat as one text
-/// "options"), and "packets" and "bytes", delivered so far. At the end of the source it sends the
-/// message "end_of_stream" up.
-class AvSource final : public stream::ThreadElement {
+/// "options"), and "packets" and "bytes", delivered so far.
+class AvSource final : public SourceElement {
  public:
   AvSource();
   ~AvSource() override;
 
-  bool CanWait(const stream::Port& output) const override;
   bool Open() override;
   bool Close() override;
-  bool Start() override;
 
   /// The properties that are kept as texts and read when the source is opened.
   template <const auto& Key>
@@ -36,8 +30,6 @@ class AvSource final : public stream::ThreadElement {
   }
   /// False, with one line, once an output is linked.
   bool SetStreams(const char* text);
-  unsigned int GetPackets() const { return _packets; }
-  unsigned long long GetBytes() const { return _bytes; }
 
   /// [control] Registers the class.
   static void Register();
@@ -48,14 +40,10 @@ class AvSource final : public stream::ThreadElement {
   /// The settings as options of the source. False, with one line, when those for libavformat cannot
   /// be read.
   bool MakeOptions(base::AttrSet& options) const;
-  stream::Port* OutputFor(const stream::IMedia* media) const;
-  void Run() override;
-  void EndWaits() override { _source->Abort(); }
+  Port* OutputOf(const IMedia& media) const;
+  Port* OutputFor(const Packet& packet) const override { return OutputOf(*packet.Media()); }
 
-  base::AttrSet _settings GUARDED_BY(stream::TreeMutex());
-  std::unique_ptr<CaptureSource> _source;
-  std::atomic<unsigned int> _packets{0};
-  std::atomic<unsigned long long> _bytes{0};
+  base::AttrSet _settings GUARDED_BY(TreeMutex());
 };
 
-}  // namespace nimbo::capture::av
+}  // namespace nimbo::stream

@@ -4,20 +4,20 @@
 #include <cstdint>
 #include <string>
 
-#include "host/capture/ByteWindow.h"
+#include "host/capture/AbortEvent.h"
 #include "nimbo/base/thread.h"
 #include "nimbo/stream/service.h"
 #include "sync/Mutex.h"
 
 struct AVIOContext;
 
-namespace nimbo::capture::av {
+namespace nimbo::stream {
 
 /// The service "rtmp-server": takes one publisher at a time and records what it sends as it is,
 /// then listens again. Properties: "addr", the RTMP address to listen on; "file", the path of the
 /// recording in FLV, which gets "-2", "-3", ... in front of its suffix for further publishers;
 /// "packets" and "bytes", recorded since Open.
-class RtmpServer final : public stream::Service {
+class RtmpServer final : public Service {
  public:
   RtmpServer();
   /// [control] Takes the service down.
@@ -51,9 +51,9 @@ class RtmpServer final : public stream::Service {
   std::string _file GUARDED_BY(_mutex);
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};
-  AbortEvent _closing;
+  capture::AbortEvent _closing;
   std::int64_t _deadline = 0;  ///< of the server's thread: when a silent publisher is given up
   base::Thread _thread;
 };
 
-}  // namespace nimbo::capture::av
+}  // namespace nimbo::stream

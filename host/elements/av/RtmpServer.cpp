@@ -1,8 +1,7 @@
-#include "host/capture/av/RtmpServer.h"
+#include "host/elements/av/RtmpServer.h"
 
 #include <netdb.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -11,13 +10,21 @@
 #include <memory>
 #include <vector>
 
-#include "host/capture/av/DayClock.h"
+#include "common/FileDescriptor.h"
+#include "host/capture/Monotonic.h"
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/elements/Properties.h"
 #include "host/stream/Console.h"
 
-namespace nimbo::capture::av {
+namespace nimbo::stream {
+
+using capture::MonotonicNow;
+using capture::NsPerMillisecond;
+using capture::NsPerSecond;
+using capture::av::Dictionary;
+using capture::av::ErrorText;
+using capture::av::LogScope;
 
 namespace {
 
@@ -81,12 +88,11 @@ bool CanListen(const std::string& address, std::string& error) {
     return false;
   }
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> guard(found, freeaddrinfo);
-  const int probe = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const FileDescriptor probe(socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const int reuse = 1;
-  setsockopt(probe, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-  const bool bound = bind(probe, found->ai_addr, found->ai_addrlen) == 0;
+  setsockopt(probe.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  const bool bound = bind(probe.Get(), found->ai_addr, found->ai_addrlen) == 0;
   if (!bound) error = std::strerror(errno);
-  if (probe >= 0) close(probe);
   return bound;
 }
 
@@ -108,13 +114,13 @@ bool RtmpServer::Open() {
   std::string error;
   const std::string address = GetAddress();
   if (!CanListen(address, error)) {
-    return stream::Refuse("rtmp-server: cannot listen on ", address, ": ", error);
+    return Refuse("rtmp-server: cannot listen on ", address, ": ", error);
   }
   _packets = 0;
   _bytes = 0;
   _closing.Clear();
   if (!_thread.Once([this] { Run(); })) {
-    return stream::Refuse("rtmp-server: its thread cannot be started");
+    return Refuse("rtmp-server: its thread cannot be started");
   }
   return Service::Open();
 }
@@ -126,7 +132,7 @@ bool RtmpServer::Close() {
 }
 
 bool RtmpServer::SetAddress(const char* address) {
-  if (!StatusIsNull()) return stream::Refuse("rtmp-server is open: addr cannot change");
+  if (!StatusIsNull()) return Refuse("rtmp-server is open: addr cannot change");
   const sync::Lock lock(_mutex);
   _address = address;
   return true;
@@ -138,7 +144,7 @@ std::string RtmpServer::GetAddress() const {
 }
 
 bool RtmpServer::SetFile(const char* path) {
-  if (!StatusIsNull()) return stream::Refuse("rtmp-server is open: file cannot change");
+  if (!StatusIsNull()) return Refuse("rtmp-server is open: file cannot change");
   const sync::Lock lock(_mutex);
   _file = path;
   return true;
@@ -163,7 +169,7 @@ void RtmpServer::Run() {
       continue;
     }
     if (!_closing.IsSet() && error != told) {
-      stream::Explain("rtmp-server: a connection came to nothing: ", error);
+      Explain("rtmp-server: a connection came to nothing: ", error);
       told = error;
     }
     _closing.WaitUntil(MonotonicNow() + RetryPause);
@@ -189,7 +195,7 @@ void RtmpServer::Record(AVIOContext& publisher, const std::string& path) {
   LogScope log;
   const FilePtr file(std::fopen(path.c_str(), "wbe"));
   if (!file) {
-    stream::Refuse("rtmp-server: \"", path, "\" cannot be written: ", std::strerror(errno));
+    Refuse("rtmp-server: \"", path, "\" cannot be written: ", std::strerror(errno));
     return;
   }
   log::Line(log::Colour::Green) << "rtmp-server: a publisher arrived; recording to \"" << path
@@ -201,7 +207,7 @@ void RtmpServer::Record(AVIOContext& publisher, const std::string& path) {
   while (whole) {
     if (std::fwrite(piece.data(), 1, piece.size(), file.get()) != piece.size() ||
         std::fflush(file.get()) != 0) {
-      stream::Refuse("rtmp-server: \"", path, "\" cannot be written on: ", std::strerror(errno));
+      Refuse("rtmp-server: \"", path, "\" cannot be written on: ", std::strerror(errno));
       break;
     }
     bytes += piece.size();
@@ -233,8 +239,6 @@ int RtmpServer::Interrupted(void* self) {
 }
 
 void RtmpServer::Register() {
-  using stream::Figure;
-  using stream::Setting;
   base::IClass* cl = base::TClass<>::Register<RtmpServer>(
       ClassName, {Setting("addr", &RtmpServer::SetAddress, &RtmpServer::GetAddress,
                           "RTMP address to listen on"),
@@ -245,4 +249,4 @@ void RtmpServer::Register() {
   base::Describe(cl, "nimbo-av", "takes one publisher after the other and records what comes");
 }
 
-}  // namespace nimbo::capture::av
+}  // namespace nimbo::stream

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+#include "nimbo/base/api.h"
+
+/// Times of CLOCK_MONOTONIC, and lengths of time, in nanoseconds.
+
+namespace nimbo::capture {
+
+constexpr std::int64_t NsPerSecond = 1'000'000'000;
+constexpr std::int64_t NsPerMillisecond = 1'000'000;
+/// A time that does not come.
+constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
+
+/// [any] What CLOCK_MONOTONIC shows.
+NIMBO_API std::int64_t MonotonicNow();
+
+}  // namespace nimbo::capture

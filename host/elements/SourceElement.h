@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "host/capture/CaptureSource.h"
+#include "host/elements/FlowElement.h"
+
+namespace nimbo::stream {
+
+/// An element that brings the packets of a capture source into its pipeline, in a thread of its
+/// own. At the end of the source it sends the message "end_of_stream" up.
+class NIMBO_API SourceElement : public ThreadElement {
+ public:
+  bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }
+  bool Start() override;
+
+  /// [any] Figures: what the outputs have delivered.
+  unsigned int GetPackets() const { return _packets; }
+  unsigned long long GetBytes() const { return _bytes; }
+
+ protected:
+  using ThreadElement::ThreadElement;
+
+  /// [delivering] Where the packet leaves the element; null: nowhere.
+  virtual Port* OutputFor(const Packet& packet) const = 0;
+
+  std::unique_ptr<capture::CaptureSource> _source;  ///< there from Open to Close at least
+
+ private:
+  void Run() override;
+  void EndWaits() override;
+
+  std::atomic<unsigned int> _packets{0};
+  std::atomic<unsigned long long> _bytes{0};
+};
+
+}  // namespace nimbo::stream
