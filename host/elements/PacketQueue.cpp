@@ -1,6 +1,7 @@
 #include "host/elements/PacketQueue.h"
 
 #include <cassert>
+#include <utility>
 
 #include "base/reflect/Names.h"
 
@@ -20,40 +21,39 @@ bool IsVideo(const Packet& packet) {
 
 void PacketQueue::Reset(std::size_t capacity) {
   Clear();
-  _slots.assign(capacity, Slot{nullptr, 0});
+  _slots = std::vector<Slot>(capacity);
   _first = 0;
 }
 
 void PacketQueue::Clear() {
-  while (!Empty()) Pop()->Release();
+  while (!Empty()) Pop();
   _awaits_start = false;
 }
 
-void PacketQueue::Push(Packet& packet, std::uint64_t order) {
+void PacketQueue::Push(Held<Packet> packet, std::uint64_t order) {
   assert(!Full());
-  packet.Hold();
-  _slots[(_first + _count) % _slots.size()] = {&packet, order};
+  _slots[(_first + _count) % _slots.size()] = {std::move(packet), order};
   ++_count;
 }
 
-unsigned int PacketQueue::Offer(Packet& packet, std::uint64_t order) {
+unsigned int PacketQueue::Offer(Held<Packet> packet, std::uint64_t order) {
   unsigned int dropped = 0;
   if (Full()) {
     do {
-      Pop()->Release();
+      Pop();
       ++dropped;
     } while (!Empty() && !CanStart(Front()));
     _awaits_start = Empty();
   }
-  if (_awaits_start && !CanStart(packet)) return dropped + 1;
+  if (_awaits_start && !CanStart(*packet)) return dropped + 1;
   _awaits_start = false;
-  Push(packet, order);
+  Push(std::move(packet), order);
   return dropped;
 }
 
-Packet* PacketQueue::Pop() {
+Held<Packet> PacketQueue::Pop() {
   assert(!Empty());
-  Packet* packet = _slots[_first].packet;
+  Held<Packet> packet = std::move(_slots[_first].packet);
   _first = (_first + 1) % _slots.size();
   --_count;
   return packet;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/Held.h"
 #include "nimbo/stream/packet.h"
 
 namespace nimbo::stream {
@@ -15,7 +16,6 @@ class PacketQueue {
   PacketQueue() = default;
   PacketQueue(const PacketQueue&) = delete;
   PacketQueue& operator=(const PacketQueue&) = delete;
-  ~PacketQueue() { Clear(); }
 
   /// Makes it an empty queue of at most `capacity` packets.
   void Reset(std::size_t capacity);
@@ -31,20 +31,20 @@ class PacketQueue {
   std::uint64_t FrontOrder() const { return _slots[_first].order; }
 
   /// Appends a packet; there must be room. `order` comes back from FrontOrder.
-  void Push(Packet& packet, std::uint64_t order = 0);
+  void Push(Held<Packet> packet, std::uint64_t order = 0);
   /// Appends a packet of a stream that cannot wait. In a full queue the oldest packet makes room,
   /// and with it those behind it up to the next one that a decoder can start with; when there is
   /// none, the queue is emptied and takes no more packets up to such a one. So the stream stays
   /// decodable, is as recent as it can be, and shows one gap in its sequence numbers. Returns how
   /// many packets were dropped, `packet` included.
-  unsigned int Offer(Packet& packet, std::uint64_t order = 0);
-  /// Takes the oldest packet out; the caller gets its reference. There must be one.
-  Packet* Pop();
+  unsigned int Offer(Held<Packet> packet, std::uint64_t order = 0);
+  /// Takes the oldest packet out; there must be one.
+  Held<Packet> Pop();
 
  private:
   struct Slot {
-    Packet* packet;
-    std::uint64_t order;
+    Held<Packet> packet;
+    std::uint64_t order = 0;
   };
   std::vector<Slot> _slots;
   std::size_t _first = 0;

@@ -1,7 +1,7 @@
 #include "host/elements/QueueElement.h"
 
-#include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "host/elements/Properties.h"
 #include "host/stream/Console.h"
@@ -65,35 +65,44 @@ bool QueueElement::ReceivePacket(Packet& packet, void* from) {
       while (_taking && pair->queue.Full()) _drained.Wait(_mutex);
     }
     if (!_taking) return true;
-    const std::size_t before = pair->queue.Size();
-    _dropped += pair->queue.Offer(packet, _order++);
-    _queued += static_cast<unsigned int>(pair->queue.Size() - before);
-    pair->silent = false;
+    Queue(*pair, Share(packet));
   }
   _filled->Notify();
   return true;
 }
 
-std::shared_ptr<sync::Signal> QueueElement::Lend(const Port& input, Borrower& source) {
-  const sync::Lock lending(_lending);
+void QueueElement::Queue(Pair& pair, Held<Packet> packet) {
+  const std::size_t before = pair.queue.Size();
+  _dropped += pair.queue.Offer(std::move(packet), _order++);
+  _queued += static_cast<unsigned int>(pair.queue.Size() - before);
+  pair.silent = false;
+}
+
+bool QueueElement::Attach(const Port& input, RingReader& ring) {
+  {
+    const sync::Lock lock(_mutex);
+    Pair* pair = Find(&input);
+    if (!pair || !ring.Listen([filled = _filled] { filled->Notify(); })) return false;
+    pair->ring = &ring;
+  }
+  _filled->Notify();
+  return true;
+}
+
+void QueueElement::Detach(const RingReader& ring) {
   const sync::Lock lock(_mutex);
-  Pair* pair = Find(&input);
-  if (!pair) return nullptr;
-  _loans.push_back({pair, &source});
-  return _filled;
+  for (const auto& pair : _pairs) {
+    if (pair->ring == &ring) pair->ring = nullptr;
+  }
 }
 
-void QueueElement::TakeBack(const Borrower& source) {
-  const sync::Lock lending(_lending);
-  const auto of = [&source](const Loan& loan) { return loan.source == &source; };
-  _loans.erase(std::remove_if(_loans.begin(), _loans.end(), of), _loans.end());
-}
-
-void QueueElement::RunBorrowers() {
-  const sync::Lock lending(_lending);
-  for (const Loan& loan : _loans) {
-    // Nobody else fills or drains the queue meanwhile.
-    while (!loan.pair->queue.Full() && loan.source->DeliverNext()) {
+void QueueElement::ReadRings() {
+  for (const auto& pair : _pairs) {
+    while (pair->ring && !pair->queue.Full()) {
+      Held<Packet> packet = pair->ring->Take();
+      if (!packet) break;
+      pair->input->Count(*packet, true);
+      Queue(*pair, std::move(packet));
     }
   }
 }
@@ -101,10 +110,7 @@ void QueueElement::RunBorrowers() {
 void QueueElement::Run() {
   const sync::Lock lock(_mutex);
   while (_taking) {
-    {
-      const sync::Unlock meanwhile(_mutex);
-      RunBorrowers();
-    }
+    ReadRings();
     auto due = Clock::time_point::max();
     Pair* pair = Choose(due);
     if (!pair) {
@@ -116,7 +122,7 @@ void QueueElement::Run() {
       }
       continue;
     }
-    Packet* packet = pair->queue.Pop();
+    Held<Packet> packet = pair->queue.Pop();
     --_queued;
     Port& output = *pair->output;
     // A source that was held up goes on with half a queue at once, not with a packet at a time.
@@ -124,7 +130,7 @@ void QueueElement::Run() {
     const sync::Unlock meanwhile(_mutex);
     if (drained) _drained.NotifyAll();
     if (output.Deliver(*packet)) ++_packets;
-    packet->Release();
+    packet.reset();
   }
 }
 

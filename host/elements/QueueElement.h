@@ -7,24 +7,17 @@
 
 #include "host/elements/FlowElement.h"
 #include "host/elements/PacketQueue.h"
+#include "host/elements/RingReader.h"
 #include "sync/Mutex.h"
 #include "sync/Signal.h"
 
 namespace nimbo::stream {
 
-/// A source without a thread of its own, to which the queue behind it lends its thread.
-class Borrower {
- public:
-  /// [delivering] Delivers the next packet. False when there is none yet.
-  virtual bool DeliverNext() = 0;
-
- protected:
-  ~Borrower() = default;
-};
-
 /// An element with pairs of an input and an output, each with a queue between them, and one thread
 /// that delivers for all pairs. What comes in while a queue is full waits where the source can wait
-/// and drops older packets where it cannot.
+/// and drops older packets where it cannot. Where a ring stands in front of an input, the thread
+/// takes packets out of it by itself, as far as there is room: so a packet costs one wake-up on its
+/// way.
 class QueueElement : public ThreadElement {
  public:
   /// [control] An input brings its output with it; outputs alone cannot be added.
@@ -34,13 +27,11 @@ class QueueElement : public ThreadElement {
   bool CanWait(const Port&) const override { return true; }
   bool ReceivePacket(Packet& packet, void* from) override;
   bool Start() override;
-  /// [control] Lets `source` deliver to `input` in this element's thread, after each signal and as
-  /// far as there is room, until TakeBack: so a packet costs one wake-up on its way from a ring.
-  /// The signal may outlive the element. Null when `input` is another element's.
-  std::shared_ptr<sync::Signal> Lend(const Port& input, Borrower& source)
-      EXCLUDES(_lending, _mutex);
-  /// [control] The source is not called any more.
-  void TakeBack(const Borrower& source) EXCLUDES(_lending);
+  /// [control] Takes what comes to `input` out of `ring`, which must stay until Detach. False when
+  /// this element cannot: the ring may go, or the input is another element's.
+  bool Attach(const Port& input, RingReader& ring) EXCLUDES(_mutex);
+  /// [control] Takes nothing out of `ring` any more.
+  void Detach(const RingReader& ring) EXCLUDES(_mutex);
 
   bool SetMax(const char* text) { return SetCount("max", text); }
   /// [any] Figures: packets that a queue holds at most, that were delivered, dropped because a
@@ -56,7 +47,8 @@ class QueueElement : public ThreadElement {
     Port* input;
     Port* output;
     PacketQueue queue;
-    bool silent = false;  ///< nothing came for so long that the others no longer wait for it
+    RingReader* ring = nullptr;  ///< in front of the input; null where packets are delivered to it
+    bool silent = false;         ///< nothing came for so long that the others no longer wait for it
   };
 
   QueueElement(const char* threadName, int max) : ThreadElement(threadName), _max(max) {}
@@ -74,25 +66,19 @@ class QueueElement : public ThreadElement {
   /// The pairs, in the order of their creation.
   std::vector<std::unique_ptr<Pair>>& Pairs() REQUIRES(_mutex) { return _pairs; }
 
-  /// Guards the pairs and what is in them. No other lock is taken under it but those of packets and
-  /// their pools.
+  /// Guards the pairs and what is in them. No other lock is taken under it but those of rings,
+  /// packets and their pools.
   sync::Mutex _mutex;
 
  private:
-  struct Loan {
-    Pair* pair;
-    Borrower* source;
-  };
-
   bool SetCount(const char* key, const char* text);
   /// The pair of an input; null for others.
   Pair* Find(const void* input) REQUIRES(_mutex);
-  /// [delivering] Lets every borrower deliver what it has and there is room for.
-  void RunBorrowers() EXCLUDES(_lending, _mutex);
+  /// [delivering] Queues what the rings hold and there is room for.
+  void ReadRings() REQUIRES(_mutex);
+  void Queue(Pair& pair, Held<Packet> packet) REQUIRES(_mutex);
 
-  sync::Mutex _lending ACQUIRED_BEFORE(_mutex);  ///< held while borrowers deliver
-  std::vector<Loan> _loans GUARDED_BY(_lending);
-
+  /// Shared, because a ring may tell of a packet when the element is gone.
   const std::shared_ptr<sync::Signal> _filled = std::make_shared<sync::Signal>();
   sync::Condition _drained;
   std::vector<std::unique_ptr<Pair>> _pairs GUARDED_BY(_mutex);

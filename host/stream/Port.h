@@ -67,6 +67,9 @@ class NIMBO_API Port : public IPort {
   /// not taken. The element gets its input as `from`, a Port*. The other end and its element stay
   /// until it returns, see Unlink.
   bool Deliver(Packet& packet) EXCLUDES(_delivering, _mutex);
+  /// [sending] Counts a packet that was offered to this input: by Deliver, or by an element that
+  /// takes packets out of the ring in front of it.
+  void Count(const Packet& packet, bool taken) noexcept;
   /// [any] What was delivered to this input since it was made.
   const PortFigures& Figures() const noexcept { return _figures; }
   /// [any] Ends a pause of Deliver; further pauses end at once until Resume. The status machine
@@ -83,8 +86,6 @@ class NIMBO_API Port : public IPort {
  private:
   /// False when the pause was ended, by Interrupt or because this output leads to `peer` no more.
   bool WaitForPause(IElement& receiver, const Port* peer) REQUIRES(_delivering) EXCLUDES(_mutex);
-  /// [sending] Counts a packet that was offered to this input.
-  void Count(const Packet& packet, bool taken) noexcept;
 
   IElement* const _owner;
   const std::string _caps;

@@ -33,19 +33,15 @@ RingBuffer::~RingBuffer() {
     _changed.NotifyAll();
     while (_inside != 0) _left.Wait(_mutex);
   }
-  for (const auto& member : _members) {
-    if (Packet* packet = Unpin(*member)) packet->Release();
-  }
+  for (const auto& member : _members) Unpin(*member);
   Clear();
-  for (IMedia* media : _medias) media->Release();
 }
 
 void RingBuffer::Write(Packet& packet) {
-  packet.Hold();
-  Packet* dropped;
+  Held<Packet> dropped;
   {
     const sync::Lock lock(_mutex);
-    dropped = std::exchange(_slots[_next], &packet);
+    dropped.reset(std::exchange(_slots[_next], Share(packet).release()));
     _next = (_next + 1) % _slots.size();
     if (!dropped) ++_count;
     _write.fetch_add(1, std::memory_order_release);
@@ -55,7 +51,6 @@ void RingBuffer::Write(Packet& packet) {
     const sync::Lock lock(_listening);
     for (const Listener& listener : _listeners) listener.written();
   }
-  if (dropped) dropped->Release();
 }
 
 void RingBuffer::Resize(int capacity) {
@@ -68,18 +63,14 @@ void RingBuffer::Resize(int capacity) {
     _next = 0;
     _count = 0;
   }
-  for (Packet* packet : dropped) {
-    if (packet) packet->Release();
-  }
+  for (Packet* packet : dropped) const Held<Packet> released(packet);
 }
 
 void RingBuffer::SetMedia(IMedia* media) {
   {
     const sync::Lock lock(_mutex);
-    if (media && std::find(_medias.begin(), _medias.end(), media) == _medias.end()) {
-      media->Hold();
-      _medias.push_back(media);
-    }
+    const auto same = [media](const auto& known) { return known.get() == media; };
+    if (media && std::ranges::none_of(_medias, same)) _medias.push_back(Share(*media));
     _media = media;
     _media_known = true;
   }
@@ -124,9 +115,9 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
   Member* member = Find(reader);
   if (!member) return 0;
   ++_inside;
-  if (Packet* done = Unpin(*member)) {
+  if (Held<Packet> done = Unpin(*member)) {
     const sync::Unlock meanwhile(_mutex);
-    done->Release();
+    done.reset();
   }
   bool ready = false;
   for (bool in_time = true; !_ending;) {
@@ -176,6 +167,15 @@ std::uint32_t RingBuffer::Unread() {
   return most;
 }
 
+Held<Packet> RingBuffer::Take(Reader& reader) {
+  if (reader.position == WritePosition()) return nullptr;  // no need to lock
+  const sync::Lock lock(_mutex);
+  if (!Ready(reader)) return nullptr;
+  Packet& packet = **Slot(reader.position);
+  ++reader.position;
+  return Share(packet);
+}
+
 void RingBuffer::Listen(const Reader& reader, std::function<void()> written) {
   const sync::Lock lock(_listening);
   _listeners.push_back({&reader, std::move(written)});
@@ -187,7 +187,7 @@ void RingBuffer::RemoveReader(Reader& reader) {
     const auto of = [&reader](const Listener& listener) { return listener.reader == &reader; };
     _listeners.erase(std::remove_if(_listeners.begin(), _listeners.end(), of), _listeners.end());
   }
-  Packet* done = nullptr;
+  Held<Packet> done;
   {
     const sync::Lock lock(_mutex);
     Member* member = Find(reader);
@@ -201,7 +201,6 @@ void RingBuffer::RemoveReader(Reader& reader) {
                                 [member](const auto& other) { return other.get() == member; }));
     reader.ring = nullptr;
   }
-  if (done) done->Release();
 }
 
 RingBuffer::Member* RingBuffer::Find(const Reader& reader) {
@@ -238,16 +237,15 @@ void RingBuffer::PinFor(Member& member) {
   assert(place);
   if (place->readers++ == 0) {
     place->position = position;
-    place->packet = *Slot(position);
-    place->packet->Hold();
+    place->packet = Share(**Slot(position)).release();
   }
   member.pin = place;
 }
 
-Packet* RingBuffer::Unpin(Member& member) {
+Held<Packet> RingBuffer::Unpin(Member& member) {
   Pinned* pin = std::exchange(member.pin, nullptr);
   if (!pin || --pin->readers > 0) return nullptr;
-  return std::exchange(pin->packet, nullptr);
+  return Held<Packet>(std::exchange(pin->packet, nullptr));
 }
 
 }  // namespace nimbo::stream

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "common/Held.h"
 #include "nimbo/stream/packet_ring.h"
 #include "sync/Mutex.h"
 
@@ -49,6 +50,9 @@ class NIMBO_API RingBuffer final : public PacketRing,
   void RemoveReader(Reader& reader) override;
   int Size() const override { return _capacity; }
   std::uint32_t WritePosition() const override { return _write.load(std::memory_order_acquire); }
+  /// [reading] The next packet of the reader, without waiting: null when there is none yet. A
+  /// reader that was lapped is moved to the oldest packet first.
+  Held<Packet> Take(Reader& reader) EXCLUDES(_mutex);
   /// [control] Lets the writer call `written` after each packet from now on, until the reader
   /// leaves the ring: for a reader that does not wait. It must not write, nor add or remove
   /// readers.
@@ -79,7 +83,8 @@ class NIMBO_API RingBuffer final : public PacketRing,
   Packet** Slot(std::uint32_t position) REQUIRES(_mutex);
   bool Ready(Reader& reader) REQUIRES(_mutex);
   void PinFor(Member& member) REQUIRES(_mutex);
-  Packet* Unpin(Member& member) REQUIRES(_mutex);
+  /// What is to be let go once the mutex is.
+  Held<Packet> Unpin(Member& member) REQUIRES(_mutex);
 
   /// The innermost one of all: nothing else is locked, and no packet released, under it.
   sync::Mutex _mutex;
@@ -87,6 +92,7 @@ class NIMBO_API RingBuffer final : public PacketRing,
   sync::Condition _left;     ///< the last waiting reader has left an ending ring
   std::atomic<int> _capacity;
   std::atomic<std::uint32_t> _write;
+  /// One reference each; readers get their places, so they are plain pointers.
   std::vector<Packet*> _slots GUARDED_BY(_mutex);
   std::size_t _next GUARDED_BY(_mutex) = 0;   ///< index of the slot that is written next
   std::size_t _count GUARDED_BY(_mutex) = 0;  ///< packets in the slots
@@ -96,8 +102,8 @@ class NIMBO_API RingBuffer final : public PacketRing,
   bool _ending GUARDED_BY(_mutex) = false;
   bool _media_known GUARDED_BY(_mutex) = false;
   IMedia* _media GUARDED_BY(_mutex) = nullptr;
-  /// All that were ever stated, one reference each.
-  std::vector<IMedia*> _medias GUARDED_BY(_mutex);
+  /// All that were ever stated.
+  std::vector<Held<IMedia>> _medias GUARDED_BY(_mutex);
 
   struct Listener {
     const Reader* reader;

@@ -15,12 +15,12 @@ class PacketQueueTest : public testing::Test {
   PacketQueueTest() { queue.Reset(4); }
 
   unsigned int Offer(std::uint32_t sequence, bool key, IMedia* media) {
-    return queue.Offer(*test::NewPacket({{1}, key, 0, sequence, media}));
+    return queue.Offer(test::NewPacket({{1}, key, 0, sequence, media}));
   }
   std::vector<std::uint32_t> Drain() {
     std::vector<std::uint32_t> sequences;
     while (!queue.Empty()) {
-      const Held<Packet> packet(queue.Pop());
+      const Held<Packet> packet = queue.Pop();
       sequences.push_back(packet->Sequence());
     }
     return sequences;
