@@ -24,8 +24,8 @@ ostream& WriteNumber(ostream& out, V value, Form... form) {
   return out;
 }
 
-constexpr const char* Truths[] = {"true", "yes", "on", "1"};
-constexpr const char* Untruths[] = {"false", "no", "off", "0"};
+constexpr const char* TrueWords[] = {"true", "yes", "on", "1"};
+constexpr const char* FalseWords[] = {"false", "no", "off", "0"};
 
 }  // namespace
 
@@ -74,11 +74,11 @@ bool ConvertToImpl(const void* pointer, std::string& text) {
 bool ConvertToImpl(const char* text, bool& value) {
   if (!text) return false;
   const std::uint32_t id = Hash(text);
-  for (const char* truth : Truths) {
-    if (id == Hash(truth)) return value = true;
+  for (const char* word : TrueWords) {
+    if (id == Hash(word)) return value = true;
   }
-  for (const char* untruth : Untruths) {
-    if (id == Hash(untruth)) {
+  for (const char* word : FalseWords) {
+    if (id == Hash(word)) {
       value = false;
       return true;
     }

@@ -13,7 +13,7 @@ namespace nimbo::capture {
 
 namespace {
 
-constexpr std::uint32_t MostFramesPerSecond = 1000;
+constexpr std::uint32_t MaxFramesPerSecond = 1000;
 /// Sound goes with the picture that stands so closely before it (ns).
 constexpr std::int64_t TogetherWithin = 50'000'000;
 
@@ -34,7 +34,7 @@ bool ParseRate(const std::string& text, FrameRate& rate) {
     if (end == divisor) return false;
   }
   if (end == text.c_str() || *end != '\0' || !(seconds >= 1 && seconds <= Precision * Precision) ||
-      !(frames > 0 && frames / seconds <= MostFramesPerSecond)) {
+      !(frames > 0 && frames / seconds <= MaxFramesPerSecond)) {
     return false;
   }
   rate = Reduced(static_cast<std::uint32_t>(std::lround(frames * Precision)),

@@ -11,7 +11,7 @@ namespace nimbo::capture {
 namespace {
 
 constexpr FrameRate UsualRate{30, 1};
-constexpr int MostChannels = 2;
+constexpr int MaxChannels = 2;
 /// How much of a file is looked at when it is opened.
 constexpr std::uint64_t SurveyedBytes = std::uint64_t{2} * 1024 * 1024;
 /// How far the first start code, or the first parameter sets, may stand from the front.
@@ -239,7 +239,7 @@ void EsAudioTrack::TakeParameters(const AdtsHeader& header) {
       header.rate == _header.rate && header.channels == _header.channels) {
     return;
   }
-  if (header.profile != AacLowComplexity || header.channels < 1 || header.channels > MostChannels) {
+  if (header.profile != AacLowComplexity || header.channels < 1 || header.channels > MaxChannels) {
     Warn("it is no AAC LC in mono or stereo (profile " + std::to_string(header.profile) + ", " +
          std::to_string(header.channels) + " channels), which players may not play");
   }

@@ -9,10 +9,10 @@
 namespace nimbo::capture {
 
 std::optional<std::int64_t> ParsePatience(const std::string& text) {
-  constexpr double MostSeconds = 24 * 60 * 60;
+  constexpr double MaxSeconds = 24 * 60 * 60;
   char* end = nullptr;
   const double seconds = std::strtod(text.c_str(), &end);
-  if (end == text.c_str() || *end != '\0' || !(seconds > 0 && seconds <= MostSeconds)) {
+  if (end == text.c_str() || *end != '\0' || !(seconds > 0 && seconds <= MaxSeconds)) {
     return std::nullopt;
   }
   return std::llround(seconds * static_cast<double>(NsPerSecond));

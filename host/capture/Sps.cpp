@@ -11,9 +11,9 @@ namespace {
 
 constexpr unsigned int MacroblockSize = 16;
 constexpr unsigned int LargestSide = 16384;  ///< pixels; level 6.2 allows 16,880 at most
-constexpr unsigned int MostSpsIds = 32;
-constexpr unsigned int MostBitDepthOffset = 6;
-constexpr unsigned int MostPocCycle = 255;
+constexpr unsigned int MaxSpsIds = 32;
+constexpr unsigned int MaxBitDepthOffset = 6;
+constexpr unsigned int MaxPocCycle = 255;
 constexpr unsigned int ExtendedAspectRatio = 255;
 constexpr unsigned int Chroma420 = 1;  ///< 0 is monochrome, which is cropped by single samples
 constexpr unsigned int Chroma422 = 2;
@@ -39,9 +39,9 @@ bool ReadChroma(BitReader& bits, unsigned int& chroma, bool& separatePlanes) {
   chroma = bits.Unsigned();
   if (chroma > Chroma444) return false;
   if (chroma == Chroma444) separatePlanes = bits.Flag();
-  if (bits.Unsigned() > MostBitDepthOffset) return false;  // luma
-  if (bits.Unsigned() > MostBitDepthOffset) return false;  // chroma
-  bits.Bit();                                              // qpprime_y_zero_transform_bypass_flag
+  if (bits.Unsigned() > MaxBitDepthOffset) return false;  // luma
+  if (bits.Unsigned() > MaxBitDepthOffset) return false;  // chroma
+  bits.Bit();                                             // qpprime_y_zero_transform_bypass_flag
   if (!bits.Flag()) return true;
   constexpr int SmallLists = 6;
   constexpr int SmallListSize = 16;
@@ -62,7 +62,7 @@ bool SkipPictureOrder(BitReader& bits) {
   bits.Signed();  // offset_for_non_ref_pic
   bits.Signed();  // offset_for_top_to_bottom_field
   const std::uint32_t cycle = bits.Unsigned();
-  if (cycle > MostPocCycle) return false;
+  if (cycle > MaxPocCycle) return false;
   for (std::uint32_t i = 0; i < cycle; ++i) bits.Signed();
   return true;
 }
@@ -103,7 +103,7 @@ std::optional<SpsInfo> ParseSps(ByteSpan nal) {
   BitReader bits(nal.subspan(1));
   const std::uint32_t profile = bits.Bits(8);
   bits.Bits(16);  // constraint flags, level
-  if (bits.Unsigned() >= MostSpsIds) return std::nullopt;
+  if (bits.Unsigned() >= MaxSpsIds) return std::nullopt;
   unsigned int chroma = Chroma420;
   bool separate_planes = false;
   if (std::ranges::find(ProfilesWithChroma, profile) != std::end(ProfilesWithChroma) &&
@@ -116,8 +116,8 @@ std::optional<SpsInfo> ParseSps(ByteSpan nal) {
   bits.Bit();       // gaps_in_frame_num_value_allowed_flag
   const std::uint32_t columns = bits.Unsigned();
   const std::uint32_t rows = bits.Unsigned();
-  constexpr std::uint32_t MostMacroblocks = LargestSide / MacroblockSize;
-  if (columns >= MostMacroblocks || rows >= MostMacroblocks) return std::nullopt;
+  constexpr std::uint32_t MaxMacroblocks = LargestSide / MacroblockSize;
+  if (columns >= MaxMacroblocks || rows >= MaxMacroblocks) return std::nullopt;
   const bool frames_only = bits.Flag();
   const unsigned int fields = frames_only ? 1 : 2;
   if (!frames_only) bits.Bit();  // mb_adaptive_frame_field_flag
@@ -147,8 +147,8 @@ std::optional<SpsInfo> ParseSps(ByteSpan nal) {
 namespace {
 
 // Within these limits no intermediate result of TimeOf leaves 64 bits.
-constexpr std::uint32_t MostFrames = std::uint32_t{1} << 20;
-constexpr std::uint32_t MostSeconds = std::uint32_t{1} << 12;
+constexpr std::uint32_t MaxFrames = std::uint32_t{1} << 20;
+constexpr std::uint32_t MaxSeconds = std::uint32_t{1} << 12;
 
 }  // namespace
 
@@ -157,7 +157,7 @@ FrameRate Reduced(std::uint32_t frames, std::uint32_t seconds) {
   if (divisor == 0) return {};
   frames /= divisor;
   seconds /= divisor;
-  while (frames > MostFrames || seconds > MostSeconds) {
+  while (frames > MaxFrames || seconds > MaxSeconds) {
     frames /= 2;
     seconds /= 2;
   }

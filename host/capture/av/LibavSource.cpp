@@ -17,7 +17,7 @@ struct ProbeLimits {
 constexpr ProbeLimits FileLimits = {3, 1000};
 /// What is looked at is late by as much.
 constexpr ProbeLimits LiveLimits = {2, 150};
-constexpr std::int64_t MostProbedBytes = std::int64_t{64} * 1024 * 1024;
+constexpr std::int64_t MaxProbedBytes = std::int64_t{64} * 1024 * 1024;
 
 /// A stream may be so much ahead of the other one before it no longer waits for it.
 constexpr std::int64_t FileLead = 2 * NsPerSecond;
@@ -90,7 +90,7 @@ bool LibavSource::ProbeGoesOn() const {
     if (event.kind == Kind::Video && (event.packet->flags & AV_PKT_FLAG_KEY) != 0) --keyFrames;
   }
   return (keyFrames > 0 || audioFrames > 0) && _probed.size() < limits.packets &&
-         bytes < MostProbedBytes;
+         bytes < MaxProbedBytes;
 }
 
 std::vector<const AVPacket*> LibavSource::Beginning(Kind kind) const {

@@ -16,9 +16,9 @@ constexpr char Profile[] = "main";
 constexpr int GopSeconds = 2;
 
 /// Bits that a picture element gets at least, usually and at most.
-constexpr double FewestBits = 0.05;
+constexpr double MinBits = 0.05;
 constexpr double UsualBits = 0.1;
-constexpr double MostBits = 0.25;
+constexpr double MaxBits = 0.25;
 constexpr double LowestBitRate = 100'000;
 constexpr double HighestBitRate = 50'000'000;
 
@@ -27,7 +27,7 @@ std::int64_t BitRate(const AVCodecParameters& parameters, double picturesPerSeco
       static_cast<double>(parameters.width) * parameters.height * picturesPerSecond;
   const double asked =
       parameters.bit_rate > 0 ? static_cast<double>(parameters.bit_rate) : elements * UsualBits;
-  const double fitting = std::clamp(asked, elements * FewestBits, elements * MostBits);
+  const double fitting = std::clamp(asked, elements * MinBits, elements * MaxBits);
   return static_cast<std::int64_t>(std::clamp(fitting, LowestBitRate, HighestBitRate));
 }
 
