@@ -4,7 +4,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -34,8 +36,8 @@ constexpr unsigned char Filler = 0x5A;
 std::vector<unsigned char> AccessUnit(std::size_t size) {
   constexpr unsigned char Start[] = {0, 0,    0,    1,    0x67, 0x42, 0, 0x28, 0, 0,   0,
                                      1, 0x68, 0xCE, 0x3C, 0x80, 0,    0, 0,    1, 0x65};
-  std::vector<unsigned char> unit(Start, Start + sizeof Start);
-  unit.resize(size, Filler);
+  std::vector<unsigned char> unit(size, Filler);
+  std::copy(std::begin(Start), std::end(Start), unit.begin());
   return unit;
 }
 
