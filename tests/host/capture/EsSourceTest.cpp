@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <thread>
 
-#include "host/capture/Monotonic.h"
 #include "host/capture/CaptureRegistry.h"
+#include "host/capture/Monotonic.h"
 #include "log/Line.h"
 #include "tests/host/capture/StreamFile.h"
 #include "tests/support/ConsoleCapture.h"
