@@ -87,7 +87,7 @@ std::string CameraText(const std::string& encoder) {
 Result<std::string> InputConnection(const std::vector<std::string>& inputs) {
   std::string elementary;
   for (const auto& input : inputs) {
-    if (const Status readable = CheckInput(input); !readable) return readable;
+    if (Status readable = CheckInput(input); !readable) return readable;
     const char* key = ElementaryKey(input);
     if (!key && inputs.size() > 1) {
       return Status::Failed(

@@ -68,7 +68,7 @@ class Publish {
     if (!_options.monitor.empty()) {
       if (Status opened = OpenMonitor(); !opened) return opened;
     }
-    const Status begun = base::Guarded("publish", Status::Failed(), [&] { return Begin(*source); });
+    Status begun = base::Guarded("publish", Status::Failed(), [&] { return Begin(*source); });
     if (!begun) return begun;
     Serve();
     return Succeed() ? Status() : Status::Failed("not everything was published");
