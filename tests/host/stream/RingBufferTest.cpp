@@ -253,7 +253,8 @@ TEST(RingBufferTest, ItsMediaIsWaitedForUntilItIsStatedAndAnewAfterwards) {
   const Held<IMedia> media = test::VideoMedia();
   EXPECT_EQ(ring.Media(1ns), nullptr);
   for (int round = 0; round < 2; ++round) {
-    auto waiting = std::async(std::launch::async, [&ring] { return ring.Media(Patience); });
+    auto waiting = std::async(std::launch::async,
+                              [&ring] { return ring.Media(std::chrono::nanoseconds::max()); });
     EXPECT_EQ(waiting.wait_for(20ms), std::future_status::timeout);
     ring.SetMedia(media.get());
     EXPECT_EQ(waiting.get(), media.get());

@@ -31,11 +31,12 @@ TEST(Status, EveryOpenIsPairedWithOneClose) {
   EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close"));
 }
 
-/// Writes down the hooks, too.
+/// Writes down the hooks, too. Its start sets the status before it can fail, as the base's does.
 class HookedService : public TestService {
  public:
   HookedService() { Name("s"); }
   bool beforeStatusUp(Status) override { return Step("beforeStatusUp"); }
+  bool Start() override { return IStatus::Start() && TestService::Start(); }
   bool afterStatusUp(Status) override { return Step("afterStatusUp"); }
   bool beforeStatusDown(Status) override { return Step("beforeStatusDown"); }
 };
