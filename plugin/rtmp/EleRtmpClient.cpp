@@ -3,6 +3,7 @@
 #include "base/reflect/TClass.h"
 #include "nimbo/base/exit_call.h"
 #include "plugin/rtmp/Getter.h"
+#include "plugin/rtmp/UnitMarker.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -19,7 +20,7 @@ using stream::Packet;
 
 namespace {
 
-[[gnu::used]] int s_unit = -1;
+[[gnu::used]] int s_unit = MarkUnit();
 
 constexpr Profile ClientProfile = {
     {

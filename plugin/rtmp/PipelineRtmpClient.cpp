@@ -4,6 +4,7 @@
 #include "log/Line.h"
 #include "nimbo/base/exit_call.h"
 #include "nimbo/stream/factory.h"
+#include "plugin/rtmp/UnitMarker.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -21,7 +22,7 @@ using stream::IPort;
 
 namespace {
 
-[[gnu::used]] int s_unit = -1;
+[[gnu::used]] int s_unit = MarkUnit();
 
 /// A progress line with an address.
 void Tell(const Site& site, const char* what, const void* address) {

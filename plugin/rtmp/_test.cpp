@@ -13,6 +13,7 @@
 #include "plugin/rtmp/EleRtmpClient.h"
 #include "plugin/rtmp/PipelineRtmpClient.h"
 #include "plugin/rtmp/RtmpPusher.h"
+#include "plugin/rtmp/UnitMarker.h"
 
 using nimbo::base::AttrSet;
 using nimbo::base::ExitCall;
@@ -55,7 +56,7 @@ const char* __MODULE_string = "pluginrtmp@version:1.0.1.*.6872";
 // The list entry comes before the command, in this order.
 int __cb_register_PluginRtmp = nimbo::base::ReflectAdd(RegisterPluginRtmp, 0, "PluginRtmp");
 namespace {
-[[gnu::used]] int s_unit = -1;
+[[gnu::used]] int s_unit = nimbo::plugin::rtmp::MarkUnit();
 }
 int __register_cmd_rtmp = nimbo::base::omfCmdRegister("rtmp", RunPusherCommand);
 
