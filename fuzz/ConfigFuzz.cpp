@@ -59,7 +59,7 @@ void CheckApplication(const std::string& text) {
   AttrSet attrs("type=Application");
   auto* application = base::IClass::New<stream::Application>(attrs);
   const bool built = Told([&] { return application->SetSerialize(text); });
-  Require(built || application->HostState().pipelines.empty(), "what fails leaves nothing");
+  Require(built || HostState(*application).pipelines.empty(), "what fails leaves nothing");
   Require(application->GetSerialize() == (built ? text : ""), "what was built is told");
   application->Release();
 }

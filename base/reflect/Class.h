@@ -31,7 +31,7 @@ T* ObjectList::Find(const char* name, bool byIdentifier) {
 
 template <class T>
 T* ObjectListSafe::Find(const char* name, bool byIdentifier) {
-  const sync::Lock lock(_mutex);
+  const std::lock_guard<std::mutex> lock(_mutex);
   return ObjectList::Find<T>(name, byIdentifier);
 }
 

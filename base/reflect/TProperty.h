@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -46,14 +45,26 @@ class TProperty : public IProperty {
     initSetStr(setter);
   }
 
-  /// A data member, read and written, typed and as text. One that another thread reads is atomic.
+  /// A data member, read and written, typed and as text. It may be written while another thread
+  /// works with the object: whoever reads it there loads it atomically.
   template <class T>
   void init(bool T::*field) {
-    bindField<T>(field);
-  }
-  template <class T>
-  void init(std::atomic<bool> T::*field) {
-    bindField<T>(field);
+    const auto read = [field](object& instance) {
+      return __atomic_load_n(&(dynamic_cast<T&>(instance).*field), __ATOMIC_RELAXED);
+    };
+    const auto write = [field](object& instance, bool value) {
+      __atomic_store_n(&(dynamic_cast<T&>(instance).*field), value, __ATOMIC_RELAXED);
+      return true;
+    };
+    bindRead(read);
+    bindText(read);
+    set = [write](object& instance, void* buffer) {
+      return write(instance, *static_cast<const bool*>(buffer));
+    };
+    setStr = [write](object& instance, const char* text) {
+      bool value = false;
+      return text && ConvertToImpl(text, value) && write(instance, value);
+    };
   }
 
   /// A getter: typed form and print.
@@ -99,25 +110,6 @@ class TProperty : public IProperty {
   }
 
  private:
-  template <class T, class Field>
-  void bindField(Field field) {
-    const auto read = [field](object& instance) -> bool {
-      return dynamic_cast<T&>(instance).*field;
-    };
-    bindRead(read);
-    bindText(read);
-    set = [field](object& instance, void* buffer) {
-      dynamic_cast<T&>(instance).*field = *static_cast<const bool*>(buffer);
-      return true;
-    };
-    setStr = [field](object& instance, const char* text) {
-      bool value = false;
-      if (!text || !ConvertToImpl(text, value)) return false;
-      dynamic_cast<T&>(instance).*field = value;
-      return true;
-    };
-  }
-
   template <class T, class Getter>
   static auto Caller(Getter getter) {
     return [getter](object& instance) { return (dynamic_cast<T&>(instance).*getter)(); };

@@ -14,7 +14,7 @@ namespace nimbo::base {
 
 /// All registered classes, in the order of their registration. It owns them; classes are never
 /// unregistered, because plug-ins are never unloaded.
-class NIMBO_API ClassRegistry {
+class NIMBO_API IClass::Registry {
  public:
   /// [any] See IClass::Find. With `kind`, only classes that derive from that type are looked at.
   /// Where nothing is found, a module that offers a class by this name is loaded first. [control]
@@ -53,6 +53,8 @@ class NIMBO_API ClassRegistry {
   std::vector<Offered> _offered GUARDED_BY(_mutex);
   std::vector<IClass*> _classes GUARDED_BY(_mutex);
 };
+
+using ClassRegistry = IClass::Registry;
 
 /// [loading] States what a class of the reference host is for and which of its libraries it is in.
 /// The texts are not copied. Returns the class.

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 
+#include "host/base/Framework.h"
 #include "host/base/ObjectHooks.h"
 #include "host/base/Pin.h"
+#include "sync/Atomic.h"
+#include "sync/Mutex.h"
 
 namespace nimbo::base {
 namespace {
@@ -29,19 +32,19 @@ const ObjectHooks& GetObjectHooks() { return hooks; }
 ObjectList::~ObjectList() = default;
 
 void ObjectListSafe::Add(object& instance) {
-  const sync::Lock lock(_mutex);
+  const std::lock_guard<std::mutex> lock(_mutex);
   if (std::find(_objects.begin(), _objects.end(), &instance) == _objects.end()) {
     _objects.push_back(&instance);
   }
 }
 
 void ObjectListSafe::Remove(object& instance) {
-  const sync::Lock lock(_mutex);
+  const std::lock_guard<std::mutex> lock(_mutex);
   _objects.erase(std::remove(_objects.begin(), _objects.end(), &instance), _objects.end());
 }
 
 Pin::Pin(object& instance) : _object(&instance) {
-  _object->_pins.fetch_add(1, std::memory_order_relaxed);
+  __atomic_fetch_add(&Framework::Pins(*_object), 1, __ATOMIC_RELAXED);
 }
 
 Pin::~Pin() {
@@ -50,14 +53,17 @@ Pin::~Pin() {
   // The count falls under the lock: whoever waits cannot see the last pin gone, and destroy the
   // object, while this thread still touches it.
   const sync::Lock lock(unpinning.mutex);
-  if (_object->_pins.fetch_sub(1, std::memory_order_acq_rel) == 1) unpinning.changed.NotifyAll();
+  if (__atomic_sub_fetch(&Framework::Pins(*_object), 1, __ATOMIC_ACQ_REL) == 0) {
+    unpinning.changed.NotifyAll();
+  }
 }
 
 std::vector<Pin> Pin::All(ObjectListSafe& list) {
-  const sync::Lock lock(list._mutex);
+  const std::lock_guard<std::mutex> lock(Framework::Mutex(list));
+  const auto& objects = Framework::Objects(list);
   std::vector<Pin> pins;
-  pins.reserve(list._objects.size());
-  for (object* instance : list._objects) pins.emplace_back(*instance);
+  pins.reserve(objects.size());
+  for (object* instance : objects) pins.emplace_back(*instance);
   return pins;
 }
 
@@ -65,7 +71,7 @@ void Pin::Retire(object& instance) {
   if (hooks.list) hooks.list().Remove(instance);
   Unpinning& unpinning = UnpinningOf();
   const sync::Lock lock(unpinning.mutex);
-  while (instance._pins.load() != 0) unpinning.changed.Wait(unpinning.mutex);
+  while (sync::Load(Framework::Pins(instance)) != 0) unpinning.changed.Wait(unpinning.mutex);
 }
 
 }  // namespace nimbo::base

@@ -22,15 +22,16 @@ class BridgeSource final : public ThreadElement {
   BridgeSource() : ThreadElement("bridge") {}
   ~BridgeSource() override {
     StatusTakeDown();
-    HostState().Leave(*this);  // a pipeline may delete it after it was linked to a playing output
+    HostState(*this).Leave(
+        *this);  // a pipeline may delete it after it was linked to a playing output
   }
 
   bool Initialize(const char* type, const char* name, const char* cfgs,
                   base::object* owner) override {
     if (!IElement::Initialize(type, name, nullptr, owner)) return false;
     if (!Owner()) return Refuse("A BridgeSource needs a pipeline that it belongs to");
-    _port = &Owner()->HostState().AddPort(*this, cfgs);
-    HostState().Add(this, cfgs, true).Follow(*_port);
+    _port = &HostState(*Owner()).AddPort(*this, cfgs);
+    HostState(*this).Add(this, cfgs, true).Follow(*_port);
     return true;
   }
 
@@ -62,7 +63,7 @@ class BridgeSource final : public ThreadElement {
   unsigned int GetDropped() const { return _ring.Missed(); }
 
  private:
-  Port& Output() { return *HostState().outputs.front(); }
+  Port& Output() { return *HostState(*this).outputs.front(); }
 
   void Pass(Packet& packet) {
     if (Output().Deliver(packet)) ++_passed;

@@ -19,7 +19,7 @@ constexpr int ThreadStack = 512 * 1024;
 bool FlowElement::Link(IElement& sink) {
   if (!IElement::Link(sink)) return false;
   const auto more = [this] {
-    for (const auto& output : HostState().outputs) {
+    for (const auto& output : HostState(*this).outputs) {
       if (!output->Linked() && !output->Ring()) return true;
     }
     return false;
@@ -31,7 +31,7 @@ bool FlowElement::Link(IElement& sink) {
 }
 
 void FlowElement::MediaKnown(Port&) {
-  for (const auto& output : HostState().outputs) TellMedia(*output);
+  for (const auto& output : HostState(*this).outputs) TellMedia(*output);
 }
 
 void FlowElement::TellMedia(Port& output) {

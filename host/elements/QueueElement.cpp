@@ -15,8 +15,8 @@ IPort* QueueElement::PortAdd(const char* caps, const char* direction) {
     return nullptr;
   }
   auto pair = std::make_unique<Pair>();
-  pair->input = &HostState().Add(this, caps, false);
-  pair->output = &HostState().Add(this, "", true);
+  pair->input = &HostState(*this).Add(this, caps, false);
+  pair->output = &HostState(*this).Add(this, "", true);
   pair->output->Follow(*pair->input);
   Port* input = pair->input;
   const sync::Lock lock(_mutex);

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "sync/Atomic.h"
+
 namespace nimbo::stream {
 
 void RingReader::Open(PacketRing& ring, base::object* owner) {
@@ -38,7 +40,7 @@ Held<Packet> RingReader::Wait() {
   return Share(*packet);
 }
 
-bool RingReader::AtEnd() const { return _reader->ring == nullptr; }
+bool RingReader::AtEnd() const { return sync::Load(_reader->ring) == nullptr; }
 
 void RingReader::CountMissed() {
   // A ring moves a reader that it has overtaken. Positions wrap, their distance does not.

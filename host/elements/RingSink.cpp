@@ -37,7 +37,7 @@ class RingSink final : public FlowElement {
     Stream* stream = Find(&input);
     if (!stream) return;
     StateMedia(*stream, input.Media());
-    for (const auto& output : HostState().outputs) {
+    for (const auto& output : HostState(*this).outputs) {
       if (output->Ring() == stream->ring.get()) TellMedia(*output);
     }
   }
@@ -100,8 +100,8 @@ class RingSink final : public FlowElement {
 
   /// The input of the new stream.
   Port& AddStream(const char* caps) {
-    auto stream = std::make_unique<Stream>(HostState().Add(this, caps, false), _size);
-    Port& output = HostState().Add(this, "", true);
+    auto stream = std::make_unique<Stream>(HostState(*this).Add(this, caps, false), _size);
+    Port& output = HostState(*this).Add(this, "", true);
     Port& input = *stream->input;
     output.Follow(input);
     output.SetRing(stream->ring.get());

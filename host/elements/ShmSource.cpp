@@ -37,14 +37,14 @@ class ShmSource final : public SourceElement {
     if (!_source) return Refuse("\"", Name(), "\" has nothing to capture: set its \"connect\"");
     const bool opened = _source->Open();
     if (opened) AssignStreams();
-    for (const auto& output : HostState().outputs) TellMedia(*output);
+    for (const auto& output : HostState(*this).outputs) TellMedia(*output);
     return opened && SourceElement::Open();
   }
 
   bool Close() override {
     if (_source) _source->Close();
     _streams.clear();
-    for (const auto& output : HostState().outputs) output->SetMedia(nullptr);
+    for (const auto& output : HostState(*this).outputs) output->SetMedia(nullptr);
     return SourceElement::Close();
   }
 
@@ -64,7 +64,7 @@ class ShmSource final : public SourceElement {
     if (codecs.empty()) codecs.push_back(CodecOfName(connect.name));
     if (!MakeOutputs(codecs)) return false;
     _source = std::move(source);
-    HostState().live = !_source->Unpaced();
+    HostState(*this).live = !_source->Unpaced();
     const sync::Lock lock(TreeMutex());
     _connect = text;
     return true;
@@ -82,7 +82,7 @@ class ShmSource final : public SourceElement {
 
   /// Makes one output for each codec, unless they are there already.
   bool MakeOutputs(const std::vector<std::string>& codecs) {
-    auto& outputs = HostState().outputs;
+    auto& outputs = HostState(*this).outputs;
     if (_codecs == codecs) return true;
     for (const auto& output : outputs) {
       if (output->Linked()) {
@@ -94,7 +94,7 @@ class ShmSource final : public SourceElement {
       const sync::Lock lock(TreeMutex());
       outputs.Change().clear();
     }
-    for (const std::string& codec : codecs) HostState().Add(this, codec.c_str(), true);
+    for (const std::string& codec : codecs) HostState(*this).Add(this, codec.c_str(), true);
     _codecs = codecs;
     return true;
   }
@@ -103,7 +103,7 @@ class ShmSource final : public SourceElement {
   void AssignStreams() {
     for (IMedia* media : _source->Streams()) {
       Port* free = nullptr;
-      for (const auto& output : HostState().outputs) {
+      for (const auto& output : HostState(*this).outputs) {
         const bool fits = CapsFit(output->Caps(), media->Codec());
         if (!free && fits && !output->Media()) free = output.get();
       }

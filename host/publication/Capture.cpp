@@ -135,7 +135,7 @@ CaptureCount CaptureView::Count() const {
   }
   for (auto* element : Elements()) {
     std::string bytes;
-    if (!element->HostState().Rings().empty() && element->GetStr("bytes", bytes))
+    if (!HostState(*element).Rings().empty() && element->GetStr("bytes", bytes))
       count.bytes += std::strtoull(bytes.c_str(), nullptr, 10);
   }
   return count;
@@ -145,7 +145,7 @@ bool CaptureView::Ended() const {
   const auto elements = Elements();
   // Sources are the elements that nothing is delivered to.
   return _ended >= std::count_if(elements.begin(), elements.end(),
-                                 [](auto* element) { return element->HostState().inputs.empty(); });
+                                 [](auto* element) { return HostState(*element).inputs.empty(); });
 }
 
 bool CaptureView::Empty() const {
@@ -164,8 +164,8 @@ std::vector<stream::PacketRing*> CaptureView::Rings() const {
 
 std::vector<stream::IElement*> CaptureView::Elements() const {
   std::vector<stream::IElement*> elements;
-  for (auto* pipeline : _application->HostState().pipelines) {
-    const auto& own = pipeline->HostState().elements;
+  for (auto* pipeline : HostState(*_application).pipelines) {
+    const auto& own = HostState(*pipeline).elements;
     elements.insert(elements.end(), own.begin(), own.end());
   }
   return elements;

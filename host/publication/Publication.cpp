@@ -120,8 +120,8 @@ bool Publication::BuildApplication(const std::string& configuration) {
 void Publication::Sort(bool shared) {
   for (Application* application : _applications) {
     const std::size_t next = _clients.size();
-    for (Pipeline* pipeline : application->HostState().pipelines) {
-      const auto& elements = pipeline->HostState().elements;
+    for (Pipeline* pipeline : HostState(*application).pipelines) {
+      const auto& elements = HostState(*pipeline).elements;
       const auto client = std::find_if(elements.begin(), elements.end(),
                                        [](const IElement* element) { return IsClient(*element); });
       if (client == elements.end()) {
@@ -152,7 +152,7 @@ bool Publication::Start() {
 ClientFigures Publication::Figures(std::size_t index) const {
   const Client& client = _clients.at(index);
   ClientFigures figures;
-  for (const auto& input : client.element->HostState().inputs) {
+  for (const auto& input : HostState(*client.element).inputs) {
     const stream::PortFigures& port = input->Figures();
     const bool video = base::Hash(input->Caps()) == base::Hash("h264");
     (video ? figures.videoPackets : figures.audioPackets) += port.packets;
@@ -168,7 +168,7 @@ ClientFigures Publication::Figures(std::size_t index) const {
 
 bool Publication::Finished() const {
   const auto drained = [](Pipeline& pipeline) {
-    const auto& elements = pipeline.HostState().elements;
+    const auto& elements = HostState(pipeline).elements;
     return std::all_of(elements.begin(), elements.end(), [](IElement* element) {
       const std::string queued = Text(*element, "queued");
       return queued.empty() || queued == "0";
@@ -178,8 +178,8 @@ bool Publication::Finished() const {
   for (const Source& source : _sources) {
     if (!Serves(source)) continue;
     // The source itself is the element that nothing is delivered to.
-    for (const IElement* element : source.pipeline->HostState().elements) {
-      if (element->HostState().inputs.empty()) ++sources;
+    for (const IElement* element : HostState(*source.pipeline).elements) {
+      if (HostState(*element).inputs.empty()) ++sources;
     }
     if (!drained(*source.pipeline)) return false;
   }

@@ -17,7 +17,7 @@ namespace {
     RegisterContainer<Application>("Application", "pipelines that start and stop together");
 
 /// Later entries of a configuration are fed by earlier ones, so they come first here.
-StatusSteps::Children SinksFirst(const Application::State& state) {
+StatusSteps::Children SinksFirst(const auto& state) {
   return {state.pipelines.rbegin(), state.pipelines.rend()};
 }
 
@@ -26,14 +26,14 @@ StatusSteps::Children SinksFirst(const Application::State& state) {
 void Application::State::Attach(Pipeline& pipeline) {
   const sync::Lock lock(TreeMutex());
   pipelines.Change().push_back(&pipeline);
-  pipeline.HostState().application = &self;
+  HostState(pipeline).application = &self;
 }
 
 void Application::State::Detach(Pipeline& pipeline) {
   const sync::Lock lock(TreeMutex());
   auto& list = pipelines.Change();
   list.erase(std::remove(list.begin(), list.end(), &pipeline), list.end());
-  pipeline.HostState().application = nullptr;
+  HostState(pipeline).application = nullptr;
 }
 
 Application::Application() : _state(std::make_unique<State>(*this)) {}
@@ -46,9 +46,9 @@ Application::~Application() {
 
 bool Application::OutputList(std::vector<PacketRing*>& list, bool readyOnly) {
   for (Pipeline* pipeline : _state->pipelines) {
-    for (IElement* element : pipeline->HostState().elements) {
+    for (IElement* element : HostState(*pipeline).elements) {
       if (readyOnly && element->StatusIsNull()) continue;
-      const auto rings = element->HostState().Rings();
+      const auto rings = HostState(*element).Rings();
       list.insert(list.end(), rings.begin(), rings.end());
     }
   }

@@ -147,7 +147,7 @@ class ApplicationBuilder {
                          "such as \"shm-source:connect={pv:h264-0}+RingSink\"");
     }
     for (const Port* output : outputs) {
-      if (!output->Ring() && output->Owner()->HostState().live) {
+      if (!output->Ring() && HostState(*output->Owner()).live) {
         return RefusePiece(link->value, link->valuePosition,
                            "what \"" + Name(*output) + "\" brings in is live and must pass a " +
                                "ring: put \"+RingSink\" behind it");
@@ -201,13 +201,13 @@ class ApplicationBuilder {
   static bool Bridge(Pipeline& pipeline, Port& output, IElement& synchroniser, IElement& element) {
     const std::string caps = output.Caps();
     IElement* source = IElement::New(BridgeClass, caps.c_str(), &pipeline, caps.c_str());
-    return source && !pipeline.HostState().Ports().empty() &&
-           pipeline.HostState().Ports().back()->Link(output) && source->Link(synchroniser) &&
+    return source && !HostState(pipeline).Ports().empty() &&
+           HostState(pipeline).Ports().back()->Link(output) && source->Link(synchroniser) &&
            synchroniser.Link(element);
   }
 
   Pipeline* NewPipeline(base::IClass& cl, const char* name) {
-    const auto& pipelines = _application.HostState().pipelines;
+    const auto& pipelines = HostState(_application).pipelines;
     const std::string own =
         name && *name ? name : FreeName(cl, {pipelines.begin(), pipelines.end()});
     base::object* created =
@@ -217,10 +217,10 @@ class ApplicationBuilder {
 
   std::vector<Port*> Outputs() {
     std::vector<Port*> outputs;
-    for (Pipeline* pipeline : _application.HostState().pipelines) {
-      for (IElement* element : pipeline->HostState().elements) {
-        element->HostState().OfferRings();
-        for (const auto& output : element->HostState().outputs) {
+    for (Pipeline* pipeline : HostState(_application).pipelines) {
+      for (IElement* element : HostState(*pipeline).elements) {
+        HostState(*element).OfferRings();
+        for (const auto& output : HostState(*element).outputs) {
           if (!output->Linked()) outputs.push_back(output.get());
         }
       }
@@ -274,12 +274,12 @@ Application* CreateApplication(const std::string& name, const std::string& text)
 }
 
 void DestroyElements(Pipeline& pipeline) {
-  auto& elements = pipeline.HostState().elements;
+  auto& elements = HostState(pipeline).elements;
   while (!elements.empty()) elements.back()->Release();
 }
 
 void DestroyPipelines(Application& application) {
-  auto& pipelines = application.HostState().pipelines;
+  auto& pipelines = HostState(application).pipelines;
   while (!pipelines.empty()) pipelines.back()->Release();
 }
 

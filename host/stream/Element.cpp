@@ -20,12 +20,12 @@ std::vector<const base::object*> Neighbours(Pipeline* pipeline) {
   std::vector<const base::object*> all;
   if (!pipeline) return all;
   std::vector<Pipeline*> pipelines{pipeline};
-  if (Application* application = pipeline->HostState().application) {
-    const auto& list = application->HostState().pipelines;
+  if (Application* application = HostState(*pipeline).application) {
+    const auto& list = HostState(*application).pipelines;
     pipelines.assign(list.begin(), list.end());
   }
   for (Pipeline* part : pipelines) {
-    const auto& elements = part->HostState().elements;
+    const auto& elements = HostState(*part).elements;
     all.insert(all.end(), elements.begin(), elements.end());
   }
   return all;
@@ -83,7 +83,7 @@ std::vector<PacketRing*> IElement::State::Rings() const {
 IElement::IElement() : _state(std::make_unique<State>()) {}
 
 void IElement::State::Leave(IElement& self) {
-  if (self._pipeline) self._pipeline->HostState().Detach(self);
+  if (self._pipeline) HostState(*self._pipeline).Detach(self);
   for (const auto& input : inputs) input->Unlink();
 }
 
@@ -110,14 +110,14 @@ IElement* IElement::New(const char* type, const char* name, Pipeline* pipeline, 
   auto* element = base::object::AsType<IElement>(created);
   if (!element && created) created->Release();
   // An override of Initialize that kept the base's from being called leaves this undone.
-  if (element && pipeline && !element->_pipeline) pipeline->HostState().Attach(*element);
+  if (element && pipeline && !element->_pipeline) HostState(*pipeline).Attach(*element);
   return element;
 }
 
 bool IElement::Initialize(const char* type, const char* name, const char* cfgs,
                           base::object* owner) {
   auto* pipeline = base::object::AsType<Pipeline>(owner);
-  if (pipeline && !_pipeline) pipeline->HostState().Attach(*this);
+  if (pipeline && !_pipeline) HostState(*pipeline).Attach(*this);
   return Object::Initialize(type, name, cfgs, owner);
 }
 
@@ -183,9 +183,9 @@ bool IElement::SendMessageUp(const char* name, const char* text, base::AttrSet* 
   {
     const sync::Lock lock(TreeMutex());
     if (_pipeline) {
-      pipeline = _pipeline->HostState().listeners;
-      if (Application* above = _pipeline->HostState().application) {
-        application = above->HostState().listeners;
+      pipeline = HostState(*_pipeline).listeners;
+      if (Application* above = HostState(*_pipeline).application) {
+        application = HostState(*above).listeners;
       }
     }
   }

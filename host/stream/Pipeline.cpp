@@ -18,7 +18,7 @@ namespace {
 [[maybe_unused]] base::IClass* const Registered =
     RegisterContainer<Pipeline>("Pipeline", "elements that deliver to each other");
 
-StatusSteps::Children SinksFirst(const Pipeline::State& state) {
+StatusSteps::Children SinksFirst(const auto& state) {
   const auto elements = state.SinksFirst();
   return {elements.begin(), elements.end()};
 }
@@ -27,7 +27,7 @@ StatusSteps::Children SinksFirst(const Pipeline::State& state) {
 void Visit(const Pipeline& pipeline, IElement* element, std::unordered_set<IElement*>& seen,
            std::vector<IElement*>& order) {
   if (element->Owner() != &pipeline || !seen.insert(element).second) return;
-  for (const auto& output : element->HostState().outputs) {
+  for (const auto& output : HostState(*element).outputs) {
     const Port* peer = output->Peer();
     if (peer && peer->Receiver()) Visit(pipeline, peer->Receiver(), seen, order);
   }
@@ -86,7 +86,7 @@ void Pipeline::State::Detach(IElement& element) {
 Pipeline::Pipeline() : _state(std::make_unique<State>(*this)) {}
 
 Pipeline::~Pipeline() {
-  if (_state->application) _state->application->HostState().Detach(*this);
+  if (_state->application) HostState(*_state->application).Detach(*this);
   base::Pin::Retire(*this);
   StatusTakeDown();
   DestroyElements(*this);
@@ -94,14 +94,14 @@ Pipeline::~Pipeline() {
 
 void Pipeline::Release() {
   StatusTakeDown();
-  if (_state->application) _state->application->HostState().Detach(*this);
+  if (_state->application) HostState(*_state->application).Detach(*this);
   Object::Release();
 }
 
 bool Pipeline::Initialize(const char* type, const char* name, const char* cfgs,
                           base::object* owner) {
   auto* application = base::object::AsType<Application>(owner);
-  if (application && !_state->application) application->HostState().Attach(*this);
+  if (application && !_state->application) HostState(*application).Attach(*this);
   return Object::Initialize(type, name, cfgs, owner);
 }
 

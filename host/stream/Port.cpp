@@ -130,7 +130,7 @@ bool Port::Deliver(Packet& packet) {
   peer->Count(packet, taken);
   if (!taken) {
     const std::chrono::nanoseconds until = Clock::now().time_since_epoch() + DeliveryPause;
-    receiver->HostState().pauseUntil = until.count();
+    HostState(*receiver).pauseUntil = until.count();
   }
   return taken;
 }
@@ -149,7 +149,7 @@ void Port::Count(const Packet& packet, bool taken) noexcept {
 
 bool Port::WaitForPause(IElement& receiver, const Port* peer) {
   const Clock::time_point until(std::chrono::duration_cast<Clock::duration>(
-      std::chrono::nanoseconds(receiver.HostState().pauseUntil.load())));
+      std::chrono::nanoseconds(HostState(receiver).pauseUntil.load())));
   if (until <= Clock::now()) return true;
   const sync::Lock lock(_mutex);
   bool inTime = true;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cassert>
 
+#include "sync/Atomic.h"
+
 namespace nimbo::stream {
 
 namespace {
@@ -29,7 +31,7 @@ RingBuffer::~RingBuffer() {
   {
     const sync::Lock lock(_mutex);
     _ending = true;
-    for (const auto& member : _members) member->reader->ring = nullptr;
+    for (const auto& member : _members) sync::Store(member->reader->ring, nullptr);
     _changed.NotifyAll();
     while (_inside != 0) _left.Wait(_mutex);
   }
@@ -153,8 +155,8 @@ void RingBuffer::AddReader(Reader& reader) {
   const sync::Lock lock(_mutex);
   _pins.push_back(std::make_unique<Pinned>());
   _members.push_back(std::make_unique<Member>(Member{&reader}));
-  reader.ring = this;
-  reader.position = WritePosition();
+  sync::Store(reader.ring, this);
+  sync::Store(reader.position, WritePosition());
 }
 
 void RingBuffer::ReaderAdded(Reader&) {}
@@ -163,7 +165,7 @@ std::uint32_t RingBuffer::Unread() {
   const sync::Lock lock(_mutex);
   std::uint32_t most = 0;
   for (const auto& member : _members)
-    most = std::max(most, WritePosition() - member->reader->position.load());
+    most = std::max(most, WritePosition() - sync::Load(member->reader->position));
   return most;
 }
 
@@ -199,7 +201,7 @@ void RingBuffer::RemoveReader(Reader& reader) {
     _pins.erase(unused);
     _members.erase(std::find_if(_members.begin(), _members.end(),
                                 [member](const auto& other) { return other.get() == member; }));
-    reader.ring = nullptr;
+    sync::Store(reader.ring, nullptr);
   }
 }
 
@@ -220,7 +222,7 @@ Packet** RingBuffer::Slot(std::uint32_t position) {
 bool RingBuffer::Ready(Reader& reader) {
   const std::uint32_t write = WritePosition();
   const std::uint32_t behind = write - reader.position;
-  if (behind > _count) reader.position = write - static_cast<std::uint32_t>(_count);
+  if (behind > _count) sync::Store(reader.position, write - static_cast<std::uint32_t>(_count));
   return reader.position != write;
 }
 

@@ -14,7 +14,7 @@ IPort* ISink::CreatePort(const char* caps, const char* direction) {
 }
 
 IPort* ISink::CreatePortIn(const char* caps, int index) {
-  const auto& inputs = HostState().inputs;
+  const auto& inputs = HostState(*this).inputs;
   if (index < 0) return nullptr;
   const auto place = static_cast<std::size_t>(index);
   if (place < inputs.size()) return inputs[place].get();
@@ -25,7 +25,7 @@ bool ISink::LinkFrom(IElement* source) { return source && source->Link(*this); }
 
 bool ISink::LinkFrom(IPort* source) {
   if (!source || !source->IsOutput()) return false;
-  IPort* input = HostState().FreeInput(source->Caps());
+  IPort* input = HostState(*this).FreeInput(source->Caps());
   if (!input) input = PortAdd(source->Caps(), "in");
   return input && source->Link(*input);
 }
@@ -34,7 +34,7 @@ bool ISink::ProcessPacket() { return false; }
 
 IPort* ISink::SelectPortIn(IMedia* media) {
   if (!media) return nullptr;
-  for (const auto& input : HostState().inputs) {
+  for (const auto& input : HostState(*this).inputs) {
     if (CapsFit(input->Caps(), media->Codec())) return input.get();
   }
   return nullptr;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/Framework.h"
 #include "host/stream/Message.h"
 #include "host/stream/Port.h"
 #include "host/stream/TreeList.h"
@@ -89,5 +90,14 @@ struct Application::State {
   void Attach(Pipeline& pipeline) EXCLUDES(TreeMutex());
   void Detach(Pipeline& pipeline) EXCLUDES(TreeMutex());
 };
+
+/// The host's own side of an object.
+inline auto& HostState(IElement& element) noexcept { return Framework::State(element); }
+inline const auto& HostState(const IElement& element) noexcept { return Framework::State(element); }
+inline auto& HostState(Pipeline& pipeline) noexcept { return Framework::State(pipeline); }
+inline const auto& HostState(const Pipeline& pipeline) noexcept {
+  return Framework::State(pipeline);
+}
+inline auto& HostState(Application& application) noexcept { return Framework::State(application); }
 
 }  // namespace nimbo::stream

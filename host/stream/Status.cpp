@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
+#include "host/base/Framework.h"
 #include "host/base/Nearest.h"
 #include "host/stream/Console.h"
 #include "host/stream/StatusSteps.h"
 #include "host/stream/Tree.h"
+#include "sync/Atomic.h"
 
 namespace nimbo::stream {
 
@@ -44,42 +46,42 @@ const char* StatusName(IStatus::Status status) {
 IStatus::~IStatus() = default;
 
 bool IStatus::Open() {
-  _status = ready;
+  sync::Store(_status, ready);
   return true;
 }
 
 bool IStatus::Close() {
-  _status = null;
+  sync::Store(_status, null);
   return true;
 }
 
 bool IStatus::Start() {
-  _status = play;
+  sync::Store(_status, play);
   return true;
 }
 
 bool IStatus::Stop() {
-  _status = ready;
+  sync::Store(_status, ready);
   return true;
 }
 
 bool IStatus::StartToPause() {
-  _status = pause;
+  sync::Store(_status, pause);
   return true;
 }
 
 bool IStatus::StopFromPause() {
-  _status = ready;
+  sync::Store(_status, ready);
   return true;
 }
 
 bool IStatus::Resume() {
-  _status = play;
+  sync::Store(_status, play);
   return true;
 }
 
 bool IStatus::Pause() {
-  _status = pause;
+  sync::Store(_status, pause);
   return true;
 }
 
@@ -140,16 +142,16 @@ void IStatus::StatusTakeDown() {
 bool StatusSteps::Up(IStatus& object, IStatus::Status to) {
   const IStatus::Status from = object.StatusGet();
   const auto* named = dynamic_cast<const base::object*>(&object);
-  if (to == IStatus::ready && object._touched) {  // an earlier Open that failed
+  if (to == IStatus::ready && Framework::Touched(object)) {  // an earlier Open that failed
     Down(object, IStatus::null, false);
     DownEnd(object, IStatus::null);
   }
   if (!Shielded("beforeStatusUp", named, [&] { return object.beforeStatusUp(to); })) return false;
-  object._touched = true;
+  Framework::Touched(object) = true;
   const bool made = Shielded(StepUpName(to), named, [&] { return object.StatusUp(to); });
   // The base operations have set the status, overrides that do not call them have not; and one that
   // fails after it called them has set it too early.
-  object._status = made ? to : from;
+  sync::Store(Framework::Status(object), made ? to : from);
   if (made) Shielded("afterStatusUp", named, [&] { return object.afterStatusUp(to); });
   return made;
 }
@@ -160,20 +162,20 @@ bool StatusSteps::Down(IStatus& object, IStatus::Status to, bool refusable) {
       Shielded("beforeStatusDown", named, [&] { return object.beforeStatusDown(to); });
   if (refusable && !agreed) return false;
   const bool made = Shielded(StepDownName(to), named, [&] { return object.StatusDown(to); });
-  object._status = to;
-  if (to == IStatus::null) object._touched = false;
-  object._after_pending = true;
+  sync::Store(Framework::Status(object), to);
+  if (to == IStatus::null) Framework::Touched(object) = false;
+  Framework::AfterPending(object) = true;
   return made;
 }
 
 void StatusSteps::DownEnd(IStatus& object, IStatus::Status to) {
-  if (!std::exchange(object._after_pending, false)) return;
+  if (!std::exchange(Framework::AfterPending(object), false)) return;
   const auto* named = dynamic_cast<const base::object*>(&object);
   Shielded("afterStatusDown", named, [&] { return object.afterStatusDown(to); });
 }
 
 bool StatusSteps::IsAbove(const IStatus& object, IStatus::Status to) {
-  return object.StatusGet() > to || (to == IStatus::null && object._touched);
+  return object.StatusGet() > to || (to == IStatus::null && Framework::Touched(object));
 }
 
 bool StatusSteps::Raise(const Children& children, IStatus::Status to) {

@@ -22,7 +22,7 @@ struct Entry {
 };
 
 void PinElements(Pipeline& pipeline, const std::string& prefix, std::vector<Entry>& entries) {
-  for (IElement* element : pipeline.HostState().elements) {
+  for (IElement* element : HostState(pipeline).elements) {
     entries.push_back({prefix + element->Name(), base::Pin(*element)});
   }
 }
@@ -32,7 +32,7 @@ void PinChildren(base::object& root, std::vector<Entry>& entries) {
   const std::string prefix = root.Name().empty() ? std::string() : root.Name() + Separator;
   const sync::Lock lock(TreeMutex());
   if (auto* application = dynamic_cast<Application*>(&root)) {
-    for (Pipeline* pipeline : application->HostState().pipelines) {
+    for (Pipeline* pipeline : HostState(*application).pipelines) {
       entries.push_back({prefix + pipeline->Name(), base::Pin(*pipeline)});
       PinElements(*pipeline, prefix, entries);
     }
@@ -73,7 +73,7 @@ Port* FindPortAt(const std::string& path, std::string& problem) {
     problem = "ports are called out, out0, out1, in, in0, in1 and so on";
     return nullptr;
   }
-  IElement::State& state = element->HostState();
+  auto& state = HostState(*element);
   const auto& ports = output ? state.outputs : state.inputs;
   Port* port = nullptr;
   if (number.empty()) {
@@ -97,7 +97,7 @@ std::string PathOf(const Object& object) {
   if (const auto* element = dynamic_cast<const IElement*>(&object)) {
     owner = pipeline = element->Owner();
   }
-  if (pipeline && pipeline->HostState().application) owner = pipeline->HostState().application;
+  if (pipeline && HostState(*pipeline).application) owner = HostState(*pipeline).application;
   if (!owner || owner->Name().empty()) return object.Name();
   return owner->Name() + Separator + object.Name();
 }

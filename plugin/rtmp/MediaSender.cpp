@@ -7,6 +7,7 @@
 #include "nimbo/base/platform.h"
 #include "plugin/bytes/AacTag.h"
 #include "plugin/bytes/AvcTag.h"
+#include "sync/Atomic.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -245,7 +246,8 @@ bool MediaSender::SendH264(Packet* pkt) {
   }
   unsigned char header[AvcFrameHeaderSize];
   WriteAvcFrameHeader(header, pkt->IsKey(), payload.size);
-  return SendFrame(MessageType::Video, _vid_buffer, _vcopy, {header, sizeof header}, payload, *pkt);
+  return SendFrame(MessageType::Video, _vid_buffer, sync::Load(_vcopy), {header, sizeof header},
+                   payload, *pkt);
 }
 
 bool MediaSender::SendAvcHeader(const Packet& pkt) {
@@ -306,7 +308,7 @@ bool MediaSender::SendAAC(Packet* pkt) {
   const auto skip = static_cast<std::size_t>(_adts_len);
   unsigned char header[AacFrameHeaderSize];
   WriteAacFrameHeader(header);
-  return SendFrame(MessageType::Audio, _aud_buffer, _acopy, {header, sizeof header},
+  return SendFrame(MessageType::Audio, _aud_buffer, sync::Load(_acopy), {header, sizeof header},
                    {frame.data + skip, frame.size - skip}, *pkt);
 }
 

@@ -76,9 +76,11 @@ class MediaSender : public SendBuffers {
   bool _vid_header_sent = false;  ///< sent or attempted on this session
   bool _aud_header_sent = false;  ///< sent or attempted on this session
   std::atomic<bool> _vid_lost{false};
-  int _adts_len = 0;               ///< bytes of ADTS header in front of each frame
-  std::atomic<bool> _vcopy{true};  ///< frames are copied into the buffer, not sent from the packet
-  std::atomic<bool> _acopy{true};
+  int _adts_len = 0;  ///< bytes of ADTS header in front of each frame
+  /// Frames are copied into the buffer, not sent from the packet. Properties: may be written while
+  /// the sending thread loads them.
+  bool _vcopy = true;
+  bool _acopy = true;
 
  private:
   bool ConnectSteps();

@@ -7,6 +7,8 @@
 #include "common/SigPipeGuard.h"
 #include "nimbo/base/platform.h"
 #include "plugin/rtmp/Getter.h"
+#include "plugin/rtmp/UnitMarker.h"
+#include "sync/Atomic.h"
 
 namespace nimbo::plugin::rtmp {
 
@@ -25,7 +27,7 @@ using stream::PacketRing;
 
 namespace {
 
-[[gnu::used]] int s_unit = -1;
+[[gnu::used]] int s_unit = MarkUnit();
 
 constexpr Profile PusherProfile = {
     {
@@ -81,11 +83,11 @@ int RtmpStreamPusher::RtmpConnectQuality() {
   constexpr int Lost = 100;
   constexpr int Percent = 100;
   const sync::Lock lock(_quality_mutex);
-  if (!_quality_ring || !_vid_reader || !_vid_reader->ring) return 0;
+  if (!_quality_ring || !_vid_reader || !sync::Load(_vid_reader->ring)) return 0;
   if (_vid_lost) return Lost;
   if (_vid_ring_size == 0) return 0;
   const auto lag =
-      static_cast<std::int32_t>(_quality_ring->WritePosition() - _vid_reader->position.load());
+      static_cast<std::int32_t>(_quality_ring->WritePosition() - sync::Load(_vid_reader->position));
   return static_cast<int>(std::int64_t{lag} * Percent / _vid_ring_size);
 }
 
@@ -186,7 +188,7 @@ bool RtmpStreamPusher::Close() {
 // ---- send loop ----------------------------------------------------------------------------------
 
 bool RtmpStreamPusher::Fill(const std::unique_ptr<Reader>& reader, Packet*& slot) {
-  if (slot || !reader || !reader->ring) return slot != nullptr;
+  if (slot || !reader || !sync::Load(reader->ring)) return slot != nullptr;
   Packet* popped = nullptr;
   if (reader->Pop(popped, PopTimeout)) {
     slot = popped;

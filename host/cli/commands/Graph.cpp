@@ -40,7 +40,7 @@ const char* Colour(const IElement& element) {
   for (const auto& known : ClassColours) {
     if (ClassName(element) == known.name) return known.colour;
   }
-  const auto& state = element.HostState();
+  const auto& state = HostState(element);
   if (state.inputs.empty()) return SourceColour;
   return state.outputs.empty() ? SinkColour : OtherColour;
 }
@@ -64,7 +64,7 @@ class Writer {
   std::string Text(stream::Application& application) {
     _text = Beginning;
     Open(application, "white");
-    for (Pipeline* pipeline : application.HostState().pipelines) Add(*pipeline);
+    for (Pipeline* pipeline : HostState(application).pipelines) Add(*pipeline);
     Close();
     return _text + _edges + "}\n";
   }
@@ -72,13 +72,13 @@ class Writer {
  private:
   void Add(Pipeline& pipeline) {
     Open(pipeline, "white");
-    for (const auto& port : pipeline.HostState().ports) Node(port.get(), {"port", Caps(*port)});
-    for (const IElement* element : pipeline.HostState().elements) Add(*element);
+    for (const auto& port : HostState(pipeline).ports) Node(port.get(), {"port", Caps(*port)});
+    for (const IElement* element : HostState(pipeline).elements) Add(*element);
     Close();
   }
 
   void Add(const IElement& element) {
-    const auto& state = element.HostState();
+    const auto& state = HostState(element);
     Open(element, Colour(element));
     AddPorts("in", state.inputs);
     AddPorts("out", state.outputs);

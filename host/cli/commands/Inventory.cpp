@@ -215,8 +215,8 @@ std::string PortsText(const stream::IElement& element) {
           (text.empty() ? "" : ", ") + std::string(direction) + " " + (caps.empty() ? "any" : caps);
     }
   };
-  add("in", element.HostState().inputs);
-  add("out", element.HostState().outputs);
+  add("in", HostState(element).inputs);
+  add("out", HostState(element).outputs);
   return text;
 }
 

@@ -30,7 +30,7 @@ constexpr struct {
 }  // namespace
 
 AvSource::AvSource() : SourceElement("av-source") {
-  for (const auto& output : Outputs) HostState().Add(this, output.codec, true);
+  for (const auto& output : Outputs) HostState(*this).Add(this, output.codec, true);
 }
 
 AvSource::~AvSource() { StatusTakeDown(); }
@@ -44,18 +44,18 @@ bool AvSource::Open() {
       if (Port* output = OutputOf(*media)) output->SetMedia(media);
     }
   }
-  for (const auto& output : HostState().outputs) TellMedia(*output);
+  for (const auto& output : HostState(*this).outputs) TellMedia(*output);
   return opened && SourceElement::Open();
 }
 
 bool AvSource::Close() {
   if (_source) _source->Close();
-  for (const auto& output : HostState().outputs) output->SetMedia(nullptr);
+  for (const auto& output : HostState(*this).outputs) output->SetMedia(nullptr);
   return SourceElement::Close();
 }
 
 bool AvSource::SetStreams(const char* text) {
-  auto& outputs = HostState().outputs;
+  auto& outputs = HostState(*this).outputs;
   for (const auto& output : outputs) {
     if (output->Linked()) {
       return Refuse("\"", Name(), "\" is linked: \"streams\" cannot change");
@@ -67,7 +67,8 @@ bool AvSource::SetStreams(const char* text) {
     outputs.Change().clear();
   }
   for (const auto& output : Outputs) {
-    if (base::Hash(text) != base::Hash(output.onlyOther)) HostState().Add(this, output.codec, true);
+    if (base::Hash(text) != base::Hash(output.onlyOther))
+      HostState(*this).Add(this, output.codec, true);
   }
   return true;
 }
@@ -79,7 +80,7 @@ bool AvSource::Keep(const char* key, const char* text) {
   capture::av::InputOptions input;
   if (const char* url = _settings.Get(Url)) input.url = url;
   if (const char* format = _settings.Get(Format)) input.format = format;
-  HostState().live = input.Live();
+  HostState(*this).live = input.Live();
   return true;
 }
 
@@ -101,7 +102,7 @@ bool AvSource::MakeOptions(base::AttrSet& options) const {
 }
 
 Port* AvSource::OutputOf(const IMedia& media) const {
-  for (const auto& output : HostState().outputs) {
+  for (const auto& output : HostState(*this).outputs) {
     if (base::Hash(output->Caps()) == base::Hash(media.Codec())) return output.get();
   }
   return nullptr;

@@ -15,8 +15,6 @@
 
 namespace nimbo::base {
 
-class ClassRegistry;
-
 /// A registered class: its name and keywords, its properties and how its objects are made.
 class NIMBO_API IClass : public object_keywords {
  public:
@@ -30,8 +28,10 @@ class NIMBO_API IClass : public object_keywords {
   /// Raises std::bad_cast for an object of another class.
   virtual void print(ostream& out, const object& instance) const;
 
-  /// [any] The registry of all classes.
-  static ClassRegistry& Globle();
+  /// The registry of all classes; opaque, see Find and Register.
+  class Registry;
+  /// [any]
+  static Registry& Globle();
   /// [any] The class called `name`: that of exactly this identifier, else, unless `exact`, the
   /// first one registered that has all its keywords. Null when there is none.
   static IClass* Find(const char* name, bool exact);
@@ -73,7 +73,6 @@ class NIMBO_API IClass : public object_keywords {
   std::function<object*(void*)> _creator;
 
  private:
-  friend class ClassRegistry;
   template <class... Args>
   friend class TClass;
   /// Writes the line of a failed check of the registration glue. See base/reflect/FailedCheck.h.

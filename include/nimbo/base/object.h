@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-
 #include "nimbo/base/api.h"
 #include "nimbo/base/attr_set.h"
 #include "nimbo/base/names.h"
@@ -39,9 +37,9 @@ class NIMBO_API object : public object_keywords {
 
  private:
   friend class IClass;
-  friend class Pin;
+  friend class nimbo::Framework;
   IClass* _class = nullptr;
-  std::atomic<int> _pins{0};
+  int _pins = 0;
 };
 
 }  // namespace nimbo::base

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <mutex>
 #include <vector>
 
 #include "nimbo/base/api.h"
 #include "nimbo/base/object.h"
-#include "sync/Mutex.h"
 
 namespace nimbo::base {
 
@@ -26,16 +26,16 @@ class NIMBO_API ObjectList {
 class NIMBO_API ObjectListSafe : public ObjectList {
  public:
   template <class T>
-  T* Find(const char* name, bool byIdentifier) EXCLUDES(_mutex);
+  T* Find(const char* name, bool byIdentifier);
 
   /// Adding an object that is in the list does nothing.
-  void Add(object& instance) EXCLUDES(_mutex);
+  void Add(object& instance);
   /// Removing an object that is not in the list does nothing.
-  void Remove(object& instance) EXCLUDES(_mutex);
+  void Remove(object& instance);
 
  protected:
-  friend class Pin;
-  sync::Mutex _mutex;  ///< guards `_objects`
+  friend class nimbo::Framework;
+  std::mutex _mutex;  ///< guards `_objects`
 };
 
 }  // namespace nimbo::base

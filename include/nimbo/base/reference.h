@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-
 #include "nimbo/base/api.h"
 
 namespace nimbo::base {
@@ -12,9 +10,9 @@ class NIMBO_API Reference {
   Reference(const Reference&) = delete;
   Reference& operator=(const Reference&) = delete;
 
-  void Hold() noexcept { _references.fetch_add(1, std::memory_order_relaxed); }
+  void Hold() noexcept { __atomic_fetch_add(&_references, 1, __ATOMIC_RELAXED); }
   void Release() noexcept {
-    if (_references.fetch_sub(1, std::memory_order_acq_rel) == 1) Destroy();
+    if (__atomic_sub_fetch(&_references, 1, __ATOMIC_ACQ_REL) == 0) Destroy();
   }
 
  protected:
@@ -23,10 +21,10 @@ class NIMBO_API Reference {
   /// Called once, by whoever released the last reference.
   virtual void Destroy() noexcept { delete this; }
   /// How many references there are now; only exact while the caller holds the only one.
-  int References() const noexcept { return _references.load(std::memory_order_acquire); }
+  int References() const noexcept { return __atomic_load_n(&_references, __ATOMIC_ACQUIRE); }
 
  private:
-  std::atomic<int> _references{1};
+  int _references = 1;
 };
 
 }  // namespace nimbo::base

@@ -10,8 +10,10 @@ namespace nimbo::base {
 /// A named thread that runs one function at a time.
 class NIMBO_API Thread {
  public:
-  /// [any] Prepares a thread; nothing runs yet. `priority` is a scheduling wish, `policy` the
-  /// framework's scheduling class, `stackSize` the stack in bytes that the thread needs at least.
+  /// [any] Prepares a thread; nothing runs yet. `priority` and `policy` are numbers of the device's
+  /// scheduler: the thread's rank, and the class in which that counts. What each number means there
+  /// is the maker's; a sending thread asks for 19 and 10. The reference host runs every thread as
+  /// the system's default. `stackSize` is the stack in bytes that the thread needs at least.
   Thread(const char* name, int priority, int policy, int stackSize);
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;

@@ -30,11 +30,9 @@ class NIMBO_API Application : public Object {
   bool StatusDown(Status to) override;
   bool afterStatusDown(Status to) override;
 
-  struct State;
-  /// The reference host's own side of the object.
-  State& HostState() noexcept { return *_state; }
-
  private:
+  friend class nimbo::Framework;
+  struct State;
   std::unique_ptr<State> _state;
 };
 

@@ -19,7 +19,9 @@ class NIMBO_API IElement : public Object {
 
   /// [control] Creates an element of the registered class `type` in `pipeline` (null for none).
   /// Without a `name` it is called after its class's first keyword. `cfg` may be null; for a class
-  /// whose settings are not texts of `key=value` it is what that class says. Null on failure.
+  /// whose settings are not texts of `key=value` it is what that class says. Null on failure. A
+  /// pipeline owns its elements and destroys them with itself, unless they are destroyed before;
+  /// one of no pipeline belongs to the caller, who ends it with Release.
   static IElement* New(const char* type, const char* name, Pipeline* pipeline, const char* cfg);
 
   /// [control] Leaves the pipeline before the object is destroyed.
@@ -38,7 +40,9 @@ class NIMBO_API IElement : public Object {
   /// [control] True when an output of this element is linked to an input of `sink`.
   virtual bool Linked(const IElement& sink) const;
   /// [sending] Takes a packet. After a false result the packet is dropped and delivery to this
-  /// element pauses for one second. The packet belongs to the caller: Hold it to keep it.
+  /// element pauses, for one second at first. The packet belongs to the caller: Hold it to keep it.
+  /// `from` is the port that it came through, an IPort* as this element's PortAdd returned it or a
+  /// port of its pipeline; null when no port did.
   virtual bool ReceivePacket(Packet& packet, void* from);
   /// [any] Queues a message for the pipeline, its application and their listeners, which get it on
   /// the control thread, in order. `text` and `attrs` may be null; they are copied.
@@ -50,17 +54,17 @@ class NIMBO_API IElement : public Object {
 
   Pipeline* Owner() const noexcept { return _pipeline; }
 
-  struct State;
-  /// The reference host's own side of the object.
-  State& HostState() noexcept { return *_state; }
-  const State& HostState() const noexcept { return *_state; }
-
  protected:
-  unsigned int _flags = 0;  ///< properties of the element that the framework looks at
+  /// What the element tells the framework about itself, a bit for each. The bits are numbers of the
+  /// maker's that have no names here: an element sets those that it was given for its kind, in its
+  /// constructor, and the reference host looks at none.
+  unsigned int _flags = 0;
 
  private:
   friend class Pipeline;
   Pipeline* _pipeline = nullptr;
+  friend class nimbo::Framework;
+  struct State;
   std::unique_ptr<State> _state;
 };
 

@@ -40,16 +40,13 @@ class NIMBO_API Pipeline : public Object {
   bool StatusDown(Status to) override;
   bool afterStatusDown(Status to) override;
 
-  struct State;
-  /// The reference host's own side of the object.
-  State& HostState() noexcept { return *_state; }
-  const State& HostState() const noexcept { return *_state; }
-
  protected:
   std::vector<IPort*> _ports;  ///< the pipeline's own ports, in the order of their creation
 
  private:
   friend class IElement;
+  friend class nimbo::Framework;
+  struct State;
   std::unique_ptr<State> _state;
 };
 

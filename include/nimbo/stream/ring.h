@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -33,11 +32,15 @@ class IRing {
     /// [any] Ends the wait in Pop; when no wait is under way, the next one.
     void WaitAbort();
 
-    std::atomic<IRing*> ring{nullptr};
-    std::atomic<std::uint32_t> position{0};  ///< sequence number of the next entry to read
+    IRing* ring = nullptr;       ///< null while the reader is not attached
+    std::uint32_t position = 0;  ///< sequence number of the next entry to read
     base::object* owner = nullptr;
     std::uint32_t reserved = 0;
     std::function<bool()> wakeTest;  ///< asked after a wake-up whether to go on
+
+   private:
+    /// The ring, loaded atomically: its end detaches the reader on the control thread.
+    IRing* Attached() const noexcept;
   };
 
   /// [control] A new reader that starts at the next entry written.

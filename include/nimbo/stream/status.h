@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-
 #include "nimbo/base/api.h"
 
 namespace nimbo::stream {
@@ -51,7 +49,11 @@ class NIMBO_API IStatus {
   /// [control] The same by name: "null", "ready", "play" ("pause" and other texts are refused).
   bool StatusSet(const char* name);
   /// [any]
-  Status StatusGet() const noexcept { return _status.load(std::memory_order_acquire); }
+  Status StatusGet() const noexcept {
+    Status now;
+    __atomic_load(&_status, &now, __ATOMIC_ACQUIRE);
+    return now;
+  }
   bool StatusIsNull() const noexcept { return StatusGet() == null; }
   bool StatusIsPlay() const noexcept { return StatusGet() == play; }
 
@@ -60,8 +62,8 @@ class NIMBO_API IStatus {
   void StatusTakeDown();
 
  private:
-  friend struct StatusSteps;
-  std::atomic<Status> _status{null};
+  friend class nimbo::Framework;
+  Status _status = null;
   bool _touched = false;             ///< left null, or tried to, and did not return there since
   bool _open_pending_close = false;  ///< Open was called, Close was not since
   bool _after_pending = false;       ///< a step down waits for its after hook

@@ -34,7 +34,7 @@ std::vector<PacketRing*> Rings(Application& application) {
 /// How often a source has told its end.
 std::shared_ptr<int> CountEnds(Application& application) {
   auto ends = std::make_shared<int>(0);
-  application.HostState().listeners->Add(
+  HostState(application).listeners->Add(
       [ends](const Message& message) { *ends += message.name == "end_of_stream"; });
   return ends;
 }
@@ -113,7 +113,7 @@ TEST(PipelineTest, TheRingOfAFailedSourceHasNoMedia) {
 /// Stands for the source of a plug-in, which knows nothing of how the host's elements tell media.
 class ForeignSource : public IElement {
  public:
-  ForeignSource() { HostState().Add(this, "", true); }
+  ForeignSource() { HostState(*this).Add(this, "", true); }
   ~ForeignSource() override { StatusTakeDown(); }
 };
 [[maybe_unused]] base::IClass* const ForeignClass =
@@ -132,7 +132,7 @@ TEST(PipelineTest, ARingWhoseMediaNobodyTellsHasNoneUntilAPacketStatesIt) {
   const auto media = nimbo::test::VideoMedia();
   nimbo::test::PacketForm form;
   form.media = media.get();
-  Port& output = *Element("ForeignSource").HostState().outputs.front();
+  Port& output = *HostState(Element("ForeignSource")).outputs.front();
   EXPECT_TRUE(output.Deliver(*nimbo::test::NewPacket(form)));
   EXPECT_EQ(Rings(*app)[0]->Media(NoLimit), media.get());
 }
@@ -231,7 +231,7 @@ TEST(PipelineTest, ABridgeCountsWhatTheRingOverwroteBeforeItReadIt) {
   auto* collector =
       dynamic_cast<Collector*>(IElement::New("collector", nullptr, pipeline.get(), nullptr));
   ASSERT_TRUE(bridge && collector && bridge->Link(*collector));
-  ASSERT_TRUE(pipeline->LinkFrom(Element("RingSink").HostState().FreeOutput()));
+  ASSERT_TRUE(pipeline->LinkFrom(HostState(Element("RingSink")).FreeOutput()));
   collector->HoldUp(true);
   ASSERT_TRUE(pipeline->StatusSet("play") && producer->StatusSet("play"));
   Push(feed, 1, 1, true);

@@ -52,8 +52,8 @@ TEST(Application, IsBuiltAnewWhileItIsNotOpen) {
 std::size_t Branches(const std::string& path) {
   auto& sink = ElementAt<IElement>(path);
   std::size_t branches = 0;
-  for (IElement* element : sink.Owner()->HostState().elements) {
-    for (const auto& output : element->HostState().outputs) {
+  for (IElement* element : HostState(*sink.Owner()).elements) {
+    for (const auto& output : HostState(*element).outputs) {
       const Port* pipelines = nullptr;
       if (output->Linked() && output->Peer()->Owner() == &sink) pipelines = output->Followed();
       if (!pipelines || !pipelines->Linked()) continue;  // the synchroniser's input
@@ -73,8 +73,8 @@ TEST(ApplicationLinkAll, BridgesEveryOutputBeforeItToTheElement) {
   EXPECT_EQ(Branches("app/first"), 2u);
   EXPECT_EQ(Branches("app/last"), 2u) << "both rings; the free output is linked already";
   const auto& first = ElementAt<TestSink>("app/first");
-  EXPECT_EQ(first.Owner()->HostState().elements.size(), 4u);
-  for (const auto& input : first.HostState().inputs) EXPECT_STREQ(input->Caps(), "h264");
+  EXPECT_EQ(HostState(*first.Owner()).elements.size(), 4u);
+  for (const auto& input : HostState(first).inputs) EXPECT_STREQ(input->Caps(), "h264");
   EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/h264"))) << "a bridge";
   std::vector<PacketRing*> rings;
   EXPECT_TRUE(application->OutputList(rings, false));
@@ -142,7 +142,7 @@ class TakingPipeline : public Pipeline {
   bool beforeLinkFrom(IPort* port) override {
     if (!port) return false;
     auto* sink = IElement::New("test-sink", "taker", this, nullptr);
-    return sink && HostState().AddPort(*sink, port->Caps()).Link(*port);
+    return sink && HostState(*this).AddPort(*sink, port->Caps()).Link(*port);
   }
 };
 
@@ -161,11 +161,11 @@ TEST(PipelineLinkFrom, SeesWhatTheHookLinkedAndRaisesWhatItAdded) {
 
   TestSource late;
   EXPECT_TRUE(pipeline.LinkFrom(&late.Output()));
-  EXPECT_EQ(pipeline.HostState().Ports().size(), 2u);
-  for (IElement* element : pipeline.HostState().elements) EXPECT_TRUE(element->StatusIsPlay());
+  EXPECT_EQ(HostState(pipeline).Ports().size(), 2u);
+  for (IElement* element : HostState(pipeline).elements) EXPECT_TRUE(element->StatusIsPlay());
 
   taker.Release();
-  EXPECT_EQ(pipeline.HostState().Ports().size(), 1u) << "its port goes with it";
+  EXPECT_EQ(HostState(pipeline).Ports().size(), 1u) << "its port goes with it";
   EXPECT_FALSE(source.Output().Linked());
   EXPECT_FALSE(pipeline.LinkFrom(nullptr));
 }

@@ -18,8 +18,9 @@ class Messages : public testing::Test {
  protected:
   void SetUp() override {
     ControlQueue::Globle().Run();
-    application->HostState().listeners->Add(
-        [this](const Message& message) { heard.push_back("app:" + message.name); });
+    HostState(*application).listeners->Add([this](const Message& message) {
+      heard.push_back("app:" + message.name);
+    });
   }
 
   ApplicationHolder application = NewApplication("app", "test-source+test-sink");
@@ -29,7 +30,7 @@ class Messages : public testing::Test {
 
 TEST_F(Messages, AreQueuedInOrderWhileTheSenderHoldsALock) {
   std::mutex lock;
-  application->HostState().listeners->Add([&](const Message&) {
+  HostState(*application).listeners->Add([&](const Message&) {
     const std::lock_guard<std::mutex> held(lock);  // would never return inside the sending call
   });
   std::thread sender([&] {
@@ -47,8 +48,9 @@ TEST_F(Messages, AreQueuedInOrderWhileTheSenderHoldsALock) {
 
 TEST_F(Messages, GoUpLevelByLevelWithTheirContents) {
   Message last;
-  sink.Owner()->HostState().listeners->Add(
-      [this](const Message& message) { heard.push_back("pipeline:" + message.name); });
+  HostState(*sink.Owner()).listeners->Add([this](const Message& message) {
+    heard.push_back("pipeline:" + message.name);
+  });
   const int all = MessageListeners::Globle().Add([&](const Message& message) {
     heard.push_back("all:" + message.name);
     last = message;
@@ -74,8 +76,8 @@ TEST_F(Messages, ArriveWhenTheirSenderIsGone) {
 
 TEST_F(Messages, ListenerThatThrowsDoesNotKeepThemFromOthers) {
   nimbo::test::ConsoleCapture console;
-  application->HostState().listeners->Add([](const Message&) { throw 1; });
-  application->HostState().listeners->Add([this](const Message&) { heard.push_back("last"); });
+  HostState(*application).listeners->Add([](const Message&) { throw 1; });
+  HostState(*application).listeners->Add([this](const Message&) { heard.push_back("last"); });
   sink.SendMessageUp("event", nullptr, nullptr);
   ControlQueue::Globle().Run();
   EXPECT_THAT(heard, ElementsAre("app:event", "last"));

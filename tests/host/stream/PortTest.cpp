@@ -66,11 +66,11 @@ TEST_F(PortDelivery, PausesASecondAfterARefusedPacket) {
   sink.SetFail("ReceivePacket");
   const std::int64_t before = now();
   EXPECT_FALSE(Deliver());
-  EXPECT_GE(sink.HostState().pauseUntil, before + Second);
-  EXPECT_LE(sink.HostState().pauseUntil, now() + Second);
+  EXPECT_GE(HostState(sink).pauseUntil, before + Second);
+  EXPECT_LE(HostState(sink).pauseUntil, now() + Second);
   sink.SetFail("");
   constexpr std::int64_t Shortened = Second / 50;
-  sink.HostState().pauseUntil -= Second - Shortened;
+  HostState(sink).pauseUntil -= Second - Shortened;
   EXPECT_TRUE(Deliver()) << "the packet waits until the pause is over";
   EXPECT_GE(now(), before + Shortened);
   EXPECT_EQ(sink.packets, 2);
@@ -82,7 +82,7 @@ TEST_F(PortDelivery, CountsWhatWasTakenAndRefusedAndTheGapsInTheNumbers) {
     const auto packet =
         nimbo::test::NewPacket({nimbo::test::Bytes(sequence), false, 0, sequence, nullptr});
     EXPECT_EQ(source.Output().Deliver(*packet), sequence != 12);
-    sink.HostState().pauseUntil = 0;
+    HostState(sink).pauseUntil = 0;
   }
   const PortFigures& figures = source.Output().Peer()->Figures();
   EXPECT_EQ(figures.packets, 4U);
@@ -98,22 +98,22 @@ TEST_F(PortDelivery, ExceptionIsOneLineAndARefusedPacket) {
   EXPECT_FALSE(Deliver());
   EXPECT_EQ(console.Lines().size(), 1u);
   EXPECT_EQ(console.Count("ReceivePacket of victim"), 1u);
-  EXPECT_GT(sink.HostState().pauseUntil, 0);
+  EXPECT_GT(HostState(sink).pauseUntil, 0);
 }
 
 TEST_F(PortDelivery, StopEndsThePauseAndStartAllowsItAgain) {
   source.StatusSet("play");
   sink.SetFail("ReceivePacket");
   EXPECT_FALSE(Deliver());
-  sink.HostState().pauseUntil =
-      std::chrono::nanoseconds(std::chrono::hours(1)).count() + sink.HostState().pauseUntil;
+  HostState(sink).pauseUntil =
+      std::chrono::nanoseconds(std::chrono::hours(1)).count() + HostState(sink).pauseUntil;
   auto waiting = std::async(std::launch::async, [this] { return Deliver(); });
   EXPECT_TRUE(source.StatusSet("ready"));
   EXPECT_FALSE(waiting.get());
   EXPECT_FALSE(Deliver()) << "further pauses end at once";
   EXPECT_EQ(sink.packets, 1);
   sink.SetFail("");
-  sink.HostState().pauseUntil = 0;
+  HostState(sink).pauseUntil = 0;
   EXPECT_TRUE(source.StatusSet("play"));
   EXPECT_TRUE(Deliver());
 }
@@ -121,7 +121,7 @@ TEST_F(PortDelivery, StopEndsThePauseAndStartAllowsItAgain) {
 TEST_F(PortDelivery, UnlinkEndsThePauseOfThatLinkAlone) {
   constexpr std::chrono::milliseconds Glance{50};
   for (int round = 0; round < 2; ++round) {
-    sink.HostState().pauseUntil = std::chrono::nanoseconds::max().count();
+    HostState(sink).pauseUntil = std::chrono::nanoseconds::max().count();
     auto waiting = std::async(std::launch::async, [this] { return Deliver(); });
     EXPECT_EQ(waiting.wait_for(Glance), std::future_status::timeout) << "it pauses";
     (round == 0 ? source.Output() : *source.Output().Peer()).Unlink();
@@ -161,7 +161,7 @@ TEST(PipelineRelease, WaitsForWhoeverDeliversToItFromOutside) {
   std::atomic<bool> busyToTheEnd{false};
   auto* sink = new LingeringSink(busyToTheEnd);
   IElement* bridge = IElement::New("BridgeSource", "h264", pipeline, "h264");
-  pipeline->HostState().Attach(*sink);
+  HostState(*pipeline).Attach(*sink);
   TestSource source;
   ASSERT_TRUE(bridge && bridge->Link(*sink) && pipeline->LinkFrom(&source.Output()));
   ASSERT_TRUE(pipeline->StatusSet("play"));
@@ -187,7 +187,7 @@ TEST(ElementPorts, AreAddedOnDemandAndCheckedForTheirDirection) {
   TestSource source;
   EXPECT_TRUE(sink.LinkFrom(&source)) << "the input for other caps is passed over";
   EXPECT_FALSE(first->Linked());
-  EXPECT_EQ(sink.HostState().inputs.size(), 2u);
+  EXPECT_EQ(HostState(sink).inputs.size(), 2u);
   EXPECT_EQ(sink.SelectPortIn(nimbo::test::VideoMedia().get()), source.Output().Peer());
   EXPECT_EQ(sink.SelectPortIn(nullptr), nullptr);
 }

@@ -48,11 +48,11 @@ std::vector<std::string> Journal::Take() {
   return std::exchange(_entries, {});
 }
 
-TestSource::TestSource() { HostState().Add(this, "h264", true); }
+TestSource::TestSource() { HostState(*this).Add(this, "h264", true); }
 
 TestFilter::TestFilter() {
-  const Port& input = HostState().Add(this, nullptr, false);
-  HostState().Add(this, nullptr, true).Follow(input);
+  const Port& input = HostState(*this).Add(this, nullptr, false);
+  HostState(*this).Add(this, nullptr, true).Follow(input);
 }
 
 bool TestSink::ReceivePacket(Packet&, void*) {
@@ -66,8 +66,8 @@ bool TestSink::SetPort(IPort* value) {
 }
 
 TestRing::TestRing() {
-  const Port& input = HostState().Add(this, nullptr, false);
-  Port& output = HostState().Add(this, nullptr, true);
+  const Port& input = HostState(*this).Add(this, nullptr, false);
+  Port& output = HostState(*this).Add(this, nullptr, true);
   output.SetRing(&ring);
   output.Follow(input);
 }

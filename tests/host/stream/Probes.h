@@ -73,7 +73,7 @@ class Probe : public Base {
 class TestSource : public Probe<IElement> {
  public:
   TestSource();
-  Port& Output() { return *HostState().outputs.front(); }
+  Port& Output() { return *HostState(*this).outputs.front(); }
 };
 
 /// One input, and one output that follows it.

@@ -56,7 +56,7 @@ TEST_F(PipelineSteps, EachTellsWhenItFailedAndLeavesNoBranch) {
     if (made) {
       EXPECT_FALSE(out->LinkFrom(&output));
       EXPECT_FALSE(output.Linked());
-      EXPECT_EQ(out->HostState().elements.size(), 2u);
+      EXPECT_EQ(HostState(*out).elements.size(), 2u);
     }
     EXPECT_EQ(console.Failures(), known.failures);
   }

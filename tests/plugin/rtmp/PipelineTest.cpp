@@ -38,9 +38,9 @@ class RtmpPipeline : public FeedTest {
     EXPECT_EQ(std::count(classes.begin(), classes.end(), "BridgeSource-bridge-source"), 2);
     EXPECT_EQ(std::count(classes.begin(), classes.end(), "AvSync-ele-sync"), 1);
     IElement& client = Element(elements + "EleRtmpClient");
-    ASSERT_EQ(client.HostState().inputs.size(), 2u);
-    EXPECT_STREQ(client.HostState().inputs[0]->Caps(), "h264");
-    EXPECT_STREQ(client.HostState().inputs[1]->Caps(), "aac");
+    ASSERT_EQ(HostState(client).inputs.size(), 2u);
+    EXPECT_STREQ(HostState(client).inputs[0]->Caps(), "h264");
+    EXPECT_STREQ(HostState(client).inputs[1]->Caps(), "aac");
     EXPECT_TRUE(Element(elements + "avsync").Linked(client));
 
     IngestServer server;
@@ -106,7 +106,7 @@ TEST_F(RtmpPipeline, RefusesPortsThatItCannotPublish) {
     console.Clear();
     EXPECT_FALSE(known.pipeline.LinkFrom(known.port));
     EXPECT_THAT(console.Failures(), ElementsAre(known.failure, "beforeLinkFrom: !AddRing(port)"));
-    EXPECT_TRUE(known.pipeline.HostState().Ports().empty());
+    EXPECT_TRUE(HostState(known.pipeline).Ports().empty());
   }
 }
 
