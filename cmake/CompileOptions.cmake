@@ -12,11 +12,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   add_compile_options(-Wno-restrict)
 endif()
 
-# Source paths in log lines and debug information do not tell where the tree was built.
-set(NIMBO_SOURCE_ROOT "/pluginrtmp/")
-file(RELATIVE_PATH from_build "${CMAKE_BINARY_DIR}" "${CMAKE_SOURCE_DIR}")  # ccache's with a base_dir
-add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=${NIMBO_SOURCE_ROOT}"
-                    "-ffile-prefix-map=${from_build}/=${NIMBO_SOURCE_ROOT}")
+nimbo_map_sources("${CMAKE_SOURCE_DIR}")
 
 # The contract and the registration glue are included by their path from the root.
 include_directories("${CMAKE_SOURCE_DIR}/include" "${CMAKE_SOURCE_DIR}")

@@ -34,8 +34,9 @@ std::vector<PacketRing*> Rings(Application& application) {
 /// How often a source has told its end.
 std::shared_ptr<int> CountEnds(Application& application) {
   auto ends = std::make_shared<int>(0);
-  HostState(application).listeners->Add(
-      [ends](const Message& message) { *ends += message.name == "end_of_stream"; });
+  HostState(application).listeners->Add([ends](const Message& message) {
+    *ends += message.name == "end_of_stream";
+  });
   return ends;
 }
 
