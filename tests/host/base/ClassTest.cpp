@@ -130,6 +130,20 @@ TEST_F(ClassTest, LookUpCanAskForAKind) {
   EXPECT_EQ(NameOf(registry.Find("Stone-thing-red", false, &typeid(Animal))), "(none)");
 }
 
+TEST_F(ClassTest, AModuleIsLoadedOnceWhereNothingElseIsFound) {
+  static int loads;
+  loads = 0;
+  ClassRegistry registry;
+  registry.Offer("Late-thing", typeid(Animal), [] { return ++loads > 0; });
+  EXPECT_EQ(registry.Find("Late-thing", true), nullptr);
+  EXPECT_EQ(registry.Find("early", false), nullptr);
+  EXPECT_EQ(loads, 0) << "a registration asks for its own name exactly";
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(registry.Find("late", false), nullptr);
+    EXPECT_EQ(loads, 1);
+  }
+}
+
 TEST_F(ClassTest, NewNamesInitialisesAndListsTheObject) {
   AttrSet attrs("type=Dog,name=rex,wild=on");
   auto* dog = IClass::New<Dog>(attrs);
@@ -139,7 +153,11 @@ TEST_F(ClassTest, NewNamesInitialisesAndListsTheObject) {
   EXPECT_TRUE(dog->Class()->IsInstance(*dog));
   EXPECT_EQ(list->Find<Animal>("REX", true), dog);
   EXPECT_EQ(IClass::New<Animal>(attrs), dog) << "the name stands for the object that has it";
+  Stone old;
+  old.Name("old-stone");
+  list->Add(old);
   EXPECT_EQ(dog->Class()->FindBeforeNew("rex"), dog);
+  EXPECT_EQ(dog->Class()->FindBeforeNew("old"), nullptr) << "a keyword is no name";
   EXPECT_TRUE(dog->Configure(attrs));
   EXPECT_TRUE(dog->wild);
   test::ConsoleCapture console;

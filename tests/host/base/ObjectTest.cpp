@@ -47,6 +47,7 @@ TEST_F(ObjectTest, AListIsSearchedByIdentifierOrByKeywords) {
   const std::vector<object*> added{&pear, &first, &second, &hidden};
   for (object* instance : added) TestList().Add(*instance);
   TestList().Add(first);  // it keeps its place, once
+  EXPECT_EQ(Pin::All(TestList()).size(), added.size());
   EXPECT_EQ(TestList().Find<Apple>("Fruit-Red", true), &second);
   EXPECT_EQ(TestList().Find<Apple>("fruit-green", true), nullptr) << "the first one is no apple";
   EXPECT_EQ(TestList().Find<Apple>("fruit", true), nullptr);
