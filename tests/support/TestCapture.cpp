@@ -19,6 +19,7 @@ struct Feed::State {
   std::deque<Held<stream::Packet>> packets;
   bool aborted = false;
   bool broken = false;
+  bool idle = false;
 };
 
 namespace {
@@ -41,7 +42,7 @@ class FeedSource final : public capture::CaptureSource {
   bool Start() override {
     const std::lock_guard<std::mutex> lock(_state->mutex);
     _state->aborted = false;
-    return true;
+    return !_state->idle;
   }
   Held<stream::Packet> Read() override {
     std::unique_lock<std::mutex> lock(_state->mutex);
@@ -103,6 +104,8 @@ void Feed::Push(Bytes bytes, bool key, std::int64_t time, std::uint32_t sequence
 }
 
 void Feed::FailToOpen() { _state->broken = true; }
+
+void Feed::FailToStart() { _state->idle = true; }
 
 std::string RingConfiguration(const std::vector<std::string>& sources, const std::string& ring) {
   std::string text;

@@ -16,7 +16,7 @@ using test::Nal;
 Bytes View(const Octets& bytes) { return {bytes.data(), bytes.size()}; }
 
 TEST(AvcTag, ParameterSetLengthsFillTheirSixteenBits) {
-  const Octets sps = Nal(0x67, MaxParameterSetSize);
+  const Octets sps = Nal(0x67, 0xFFFF);
   const Octets pps = Nal(0x68, 0x0123);
   Octets body(AvcSequenceHeaderSize(sps.size(), pps.size()));
   WriteAvcSequenceHeader(body.data(), View(sps), View(pps));
