@@ -41,6 +41,10 @@ std::string Values(std::initializer_list<long> values) {
 }
 
 std::string TypeChannelSize(const RTMPPacket* packet) {
+  // The length of a command depends on the server's address.
+  if (packet->m_packetType == RTMP_PACKET_TYPE_INVOKE) {
+    return Values({packet->m_packetType, packet->m_nChannel});
+  }
   return Values({packet->m_packetType, packet->m_nChannel, static_cast<long>(packet->m_nBodySize)});
 }
 

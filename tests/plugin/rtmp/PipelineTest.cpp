@@ -39,6 +39,7 @@ class RtmpPipeline : public FeedTest {
     EXPECT_EQ(std::count(classes.begin(), classes.end(), "AvSync-ele-sync"), 1);
     IElement& client = Element(elements + "EleRtmpClient");
     ASSERT_EQ(HostState(client).inputs.size(), 2u);
+    EXPECT_TRUE(HostState(client).outputs.empty());
     EXPECT_STREQ(HostState(client).inputs[0]->Caps(), "h264");
     EXPECT_STREQ(HostState(client).inputs[1]->Caps(), "aac");
     EXPECT_TRUE(Element(elements + "avsync").Linked(client));
