@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "plugin/session/GatheredWrite.h"
 #include "plugin/session/LibrtmpQuiet.h"
 #include "plugin/session/LibrtmpTls.h"
+#include "plugin/session/TcpProgress.h"
 #include "plugin/session/Text.h"
 
 namespace nimbo::plugin {
@@ -92,11 +94,11 @@ bool RtmpSession::Begin(Activity activity) {
   const sync::Lock lock(_mutex);
   _activity = activity;
   Watcher& watcher = Watcher::Globle();
-  if (activity == Activity::Closing) {
+  if (activity == Activity::Closing && _published) {
     watcher.Set(_watch, {Watcher::Clock::now() + Limits().drain, Limits().close, false});
-  } else if (activity == Activity::Sending && _cancelled && !_drained) {
-    watcher.Set(_watch, {_drain_ends, Limits().cancelledSend, true});
-    _drained = true;
+    LetGo();
+  } else if (activity == Activity::Sending && _cancelled) {
+    Drain();
   } else if (activity == Activity::Sending) {
     watcher.Active(_watch);
   }
@@ -274,7 +276,7 @@ Status RtmpSession::WatchAttempt(int socket) {
 
 Status RtmpSession::Adopt(int socket) {
 #ifndef RTMP_STOCK_TRANSPORT
-  constexpr std::size_t FirstUnsent = 256 * 1024;
+  constexpr std::size_t FirstUnsent = 64 * 1024;
   Connector::SetOptions(socket, Limits().answer, Limits().Backstop());
   Connector::BoundUnsent(socket, FirstUnsent);
 #endif
@@ -301,7 +303,8 @@ Status RtmpSession::ConnectStream() {
     Watcher::Bounds bounds;
     bounds.stall = Limits().stalledSend;
     Watcher::Globle().Set(_watch, bounds);
-    _rate_bytes = 0;
+    _published = true;
+    _rate_taken = 0;
     _rate_since = Watcher::Clock::now();
   } else {
     status = Explain(status);
@@ -407,10 +410,22 @@ void RtmpSession::Cancel() {
     Watcher::Bounds now;
     now.end = Watcher::Clock::now();
     Watcher::Globle().Set(_watch, now);
-  } else if (_activity == Activity::Sending && !_drained) {
-    Watcher::Globle().Set(_watch, {_drain_ends, Limits().cancelledSend, true});
-    _drained = true;
+  } else if (_activity == Activity::Sending) {
+    Drain();
   }
+}
+
+void RtmpSession::Drain() {
+  if (std::exchange(_drained, true)) return;
+  Watcher::Globle().Set(_watch, {_drain_ends, Limits().cancelledSend, true});
+  LetGo();
+}
+
+void RtmpSession::LetGo() {
+#ifndef RTMP_STOCK_TRANSPORT
+  constexpr std::size_t All = INT_MAX;
+  if (_control) Connector::BoundUnsent(_control.Get(), All);
+#endif
 }
 
 void RtmpSession::Resume() {
@@ -476,7 +491,7 @@ Status RtmpSession::Send(RTMPPacket& packet, bool queue) {
   const SigPipeGuard guard;
   const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Sending);
-  FollowRate(packet.m_nBodySize);
+  FollowRate();
   return Sent(RTMP_SendPacket(_rtmp.get(), &packet, queue ? 1 : 0) != 0);
 }
 
@@ -492,7 +507,7 @@ Status RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t tim
                                 Bytes tail) {
   if (!_rtmp) return Status::Failed();
   const Operation operation(*this, Activity::Sending);
-  FollowRate(head.size + tail.size);
+  FollowRate();
   ChunkedMessage message(
       {channel, static_cast<unsigned char>(type), timestamp, head.size + tail.size, StreamId()},
       static_cast<std::size_t>(_rtmp->m_outChunkSize), head, tail);
@@ -535,21 +550,22 @@ Status RtmpSession::Sent(bool sent) {
   return Status::Failed(why);
 }
 
-void RtmpSession::FollowRate([[maybe_unused]] std::size_t bytes) {
+void RtmpSession::FollowRate() {
 #ifndef RTMP_STOCK_TRANSPORT
-  // Half a second of what is being sent keeps the link busy, and is soon gone on a slow one.
-  constexpr std::size_t LeastUnsent = 32 * 1024;
-  constexpr std::size_t MostUnsent = 1024 * 1024;
+  // Half a second of what the server takes keeps the link busy, and is soon gone on a slow one.
+  constexpr std::uint64_t LeastUnsent = 32 * 1024;
+  constexpr std::uint64_t MostUnsent = 512 * 1024;
   constexpr std::chrono::seconds Measured{1};
-  _rate_bytes += bytes;
   const auto now = Watcher::Clock::now();
   const auto passed = now - _rate_since;
   if (passed < Measured) return;
-  const auto perSecond =
-      static_cast<double>(_rate_bytes) / std::chrono::duration<double>(passed).count();
-  Connector::BoundUnsent(_rtmp->m_sb.sb_socket, std::clamp(static_cast<std::size_t>(perSecond / 2),
-                                                           LeastUnsent, MostUnsent));
-  _rate_bytes = 0;
+  const int socket = _rtmp->m_sb.sb_socket;
+  const std::uint64_t taken = TcpProgress::Of(socket).acknowledged;
+  const auto perSecond = static_cast<double>(taken - std::min(taken, _rate_taken)) /
+                         std::chrono::duration<double>(passed).count();
+  const auto half = static_cast<std::uint64_t>(perSecond / 2);
+  Connector::BoundUnsent(socket, std::clamp(half, LeastUnsent, MostUnsent));
+  _rate_taken = taken;
   _rate_since = now;
 #endif
 }
@@ -570,6 +586,7 @@ void RtmpSession::Note() {
   const sync::Lock lock(_mutex);
   EndWatch();
   _control.Reset();
+  _published = false;
 }
 
 }  // namespace nimbo::plugin

@@ -125,8 +125,12 @@ class RtmpSession {
   void Note() EXCLUDES(_mutex);
   /// What came of a send.
   Status Sent(bool sent) EXCLUDES(_mutex);
-  /// Keeps the kernel from holding more than is sent in a moment.
-  void FollowRate(std::size_t bytes);
+  /// Keeps the kernel from holding more than the server takes in a moment.
+  void FollowRate();
+  /// Gives the send under way its time to end.
+  void Drain() REQUIRES(_mutex);
+  /// Has the kernel take all that is still to be sent, so that no slow server holds up the end.
+  void LetGo() REQUIRES(_mutex);
   /// Why the attempt under way failed, in the end.
   Status Explain(const Status& reason) EXCLUDES(_mutex);
   /// The reason without what must not be shown.
@@ -141,13 +145,14 @@ class RtmpSession {
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
   Conversation _conversation;
   std::atomic<bool> _connected{false};
-  std::size_t _rate_bytes = 0;  ///< sent since `_rate_since`
+  std::uint64_t _rate_taken = 0;  ///< bytes that the server had taken at `_rate_since`
   Watcher::Clock::time_point _rate_since;
 
   sync::Mutex _mutex;  ///< held for moments only; Watcher's is taken under it
   Activity _activity GUARDED_BY(_mutex) = Activity::Idle;
   bool _cancelled GUARDED_BY(_mutex) = false;
-  bool _drained GUARDED_BY(_mutex) = false;  ///< a cancelled send has got its bounds
+  bool _published GUARDED_BY(_mutex) = false;  ///< before, the bounds of the attempt hold
+  bool _drained GUARDED_BY(_mutex) = false;    ///< a cancelled send has got its bounds
   Watcher::Clock::time_point _attempt_ends GUARDED_BY(_mutex);
   Watcher::Clock::time_point _drain_ends GUARDED_BY(_mutex);
   Watcher::Id _watch GUARDED_BY(_mutex) = 0;

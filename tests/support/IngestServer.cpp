@@ -1,6 +1,7 @@
 #include "tests/support/IngestServer.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@ constexpr unsigned CommandChannel = 3;
 constexpr std::uint32_t StreamId = 1;
 constexpr int Backlog = 64;
 constexpr std::chrono::hours Forever{24};
+constexpr std::size_t SlowRead = 512;
 
 /// A loopback address of either family: port and family are at the same place in both.
 struct Loopback {
@@ -125,7 +127,7 @@ class IngestServer::Connection {
     if (!_io->Handshake()) throw Over();
     const Bytes hello = ReadExactly(1 + HandshakeSize);
     if (hello[0] != RtmpVersion) Complain("not RTMP version 3");
-    Reach(Point::Hello);
+    if (Reach(Point::Hello) == Turn::Silence) Pause(Forever);
     Bytes answer = hello;  // version and S1, for which any bytes do, then S2, which echoes C1
     answer.insert(answer.end(), hello.begin() + 1, hello.end());
     Say(answer);
@@ -135,7 +137,9 @@ class IngestServer::Connection {
                                    [](const Rule& rule) { return rule.beyond > 0; });
     for (;;) {
       unsigned char buffer[16384];
-      const std::size_t size = ReadSome(buffer, exact ? 1 : sizeof buffer);
+      const bool slow = _script.rate > 0 && _media > 0;
+      const std::size_t size = ReadSome(buffer, exact ? 1 : slow ? SlowRead : sizeof buffer);
+      if (slow) Pause(std::chrono::nanoseconds(std::chrono::seconds(1)) * size / _script.rate);
       if (_media > 0) Reach(Point::Media, _media, ++_beyond);
       if (!reader.Feed(buffer, size, [this](Message& message) { Take(message); })) {
         Complain(reader.Error());
@@ -167,6 +171,13 @@ class IngestServer::Connection {
 
   /// Sends an answer at the script's pace.
   void Say(const Bytes& bytes) {
+    if (_script.cut > 0 && _said + bytes.size() >= _script.cut) {
+      const auto left = static_cast<std::ptrdiff_t>(_script.cut - _said);
+      _io->Write(Bytes(bytes.begin(), bytes.begin() + left));
+      _io->Reset();
+      throw Over();
+    }
+    _said += bytes.size();
     const std::size_t piece = _script.trickle.count() > 0 ? 1 : bytes.size();
     for (auto at = bytes.begin(); at != bytes.end(); at += static_cast<std::ptrdiff_t>(piece)) {
       if (!_io->Write(Bytes(at, at + static_cast<std::ptrdiff_t>(piece)))) throw Over();
@@ -174,11 +185,18 @@ class IngestServer::Connection {
     }
   }
 
-  /// Does what the script says for this point. True when the publisher is to be refused.
-  bool Reach(Point point, std::size_t count = 1, std::size_t beyond = 0) {
+  enum class Turn { Answer, Refuse, Silence };
+  /// Does what the script says for this point, and says how to go on.
+  Turn Reach(Point point, std::size_t count = 1, std::size_t beyond = 0) {
+    Turn turn = Turn::Answer;
     for (const Rule& rule : _script.rules) {
       if (rule.at != point || rule.count != count || rule.beyond != beyond) continue;
-      if (rule.reaction == Reaction::Refuse) return true;
+      if (rule.reaction == Reaction::Refuse) return Turn::Refuse;
+      if (rule.reaction == Reaction::Say) {
+        if (!_io->Write(rule.say)) throw Over();
+        turn = Turn::Silence;
+        continue;
+      }
       if (rule.reaction == Reaction::Stall) {
         Pause(rule.stall.count() > 0 ? rule.stall : Forever);
         continue;
@@ -186,7 +204,7 @@ class IngestServer::Connection {
       if (rule.reaction == Reaction::Reset) _io->Reset();
       throw Over();
     }
-    return false;
+    return turn;
   }
 
   void Take(Message& message) {
@@ -209,19 +227,22 @@ class IngestServer::Connection {
   }
 
   void Answer(const Command& command) {
-    if (command.name == "connect") {
-      const bool refused = Reach(Point::Connect);
-      Reply(refused ? "_error" : "_result", command.transaction, 0,
-            refused ? EncodeInformation("error", "NetConnection.Connect.Rejected")
-                    : EncodeInformation("status", "NetConnection.Connect.Success"));
-      Reach(Point::Connected);
-    } else if (command.name == "createStream") {
-      const bool refused = Reach(Point::CreateStream);
-      Reply(refused ? "_error" : "_result", command.transaction, 0,
-            refused ? EncodeInformation("error", "NetConnection.Call.Failed")
-                    : EncodeNumber(StreamId));
+    const bool connect = command.name == "connect";
+    if (connect || command.name == "createStream") {
+      const Turn turn = Reach(connect ? Point::Connect : Point::CreateStream);
+      if (turn == Turn::Silence) return;
+      const Bytes answer =
+          turn == Turn::Refuse
+              ? EncodeInformation("error", connect ? "NetConnection.Connect.Rejected"
+                                                   : "NetConnection.Call.Failed")
+          : connect ? EncodeInformation("status", "NetConnection.Connect.Success")
+                    : EncodeNumber(StreamId);
+      Reply(turn == Turn::Refuse ? "_error" : "_result", command.transaction, 0, answer);
+      if (connect) Reach(Point::Connected);
     } else if (command.name == "publish") {
-      const bool refused = Reach(Point::Publish);
+      const Turn turn = Reach(Point::Publish);
+      if (turn == Turn::Silence) return;
+      const bool refused = turn == Turn::Refuse;
       Reply("onStatus", 0, StreamId,
             refused ? EncodeInformation("error", "NetStream.Publish.BadName")
                     : EncodeInformation("status", "NetStream.Publish.Start"));
@@ -234,6 +255,7 @@ class IngestServer::Connection {
   Transport* const _io;     ///< the thread's own view of the transport
   std::size_t _media = 0;   ///< messages of media
   std::size_t _beyond = 0;  ///< bytes behind the last of them
+  std::size_t _said = 0;    ///< bytes of answers
   std::thread _thread;
 };
 
@@ -258,6 +280,13 @@ IngestServer::~IngestServer() {
 
 void IngestServer::Listen() {
   _listener = BoundSocket(_options.ipv6, _port);
+  // Loopback's segments of 64 kB would let a slow reader's window open in leaps only.
+  constexpr int EthernetSegment = 1448;
+  const bool slow = std::any_of(_scripts.begin(), _scripts.end(),
+                                [](const Script& script) { return script.rate > 0; });
+  if (slow) {
+    setsockopt(_listener, IPPROTO_TCP, TCP_MAXSEG, &EthernetSegment, sizeof EthernetSegment);
+  }
   listen(_listener, Backlog);
   _acceptor = std::thread([this] { Accept(); });
 }

@@ -37,6 +37,7 @@ enum class Reaction {
   Stall,   ///< neither read nor answer any more
   Close,   ///< end the connection in good order
   Reset,   ///< end the connection with a reset
+  Say,     ///< say what the rule says in place of an answer, then go on
 };
 
 struct Rule {
@@ -45,6 +46,7 @@ struct Rule {
   std::size_t count = 1;               ///< for Media
   std::size_t beyond = 0;              ///< for Media: only when so many more bytes have come
   std::chrono::milliseconds stall{0};  ///< after which things go on; 0 for never
+  Bytes say{};                         ///< for Say
 };
 
 /// How the server treats one connection. The empty script accepts everything, as a common server
@@ -56,6 +58,10 @@ struct Script {
   /// Receive buffer of the connection in bytes, so that a stall soon fills the sender's window; 0
   /// for the system's choice.
   int receiveBuffer = 0;
+  /// The connection is reset behind so many bytes of answers; 0 for never.
+  std::size_t cut = 0;
+  /// Bytes that are read a second once media come; 0 for as many as there are.
+  std::size_t rate = 0;
 };
 
 /// All that is known of one connection so far.

@@ -128,6 +128,22 @@ TEST_F(Session, StalledSendEndsAfterItsLimitOrWhenCancelled) {
   }
 }
 
+// Run with the leak sanitizer, too.
+TEST_F(Session, AResetAtAnyByteOfTheSetUpFailsTheAttemptAlone) {
+  constexpr std::size_t Handshake = 1 + 2 * 1536;
+  for (std::size_t cut = 1;; cut += cut < Handshake ? 512 : 1) {
+    Script script;
+    script.cut = cut;
+    IngestServer server({script});
+    const Status status = Open(session, server.Url());
+    session.Disconnect();
+    if (cut > Handshake && status) break;  // beyond all that the server says
+    ASSERT_FALSE(status) << cut;
+    ASSERT_NE(status.Why(), "") << cut;
+    ASSERT_LT(cut, 2 * Handshake);
+  }
+}
+
 TEST_F(Session, EndOfStreamIsNoticedWithoutSending) {
   IngestServer server;
   ASSERT_TRUE(Open(session, server.Url()));
