@@ -4,7 +4,7 @@
 #   fuzz/run.sh [SECONDS] [FUZZER...]   each for so long (60)
 #   fuzz/run.sh --smoke                 each on its seeds and a fixed number of inputs more
 #
-# FUZZER: h264, aac, inbound, inbound_tls, config, property; without one, all. Inputs that reached
+# FUZZER: h264, aac, set_up, set_up_tls, inbound, inbound_tls, config, property; without one, all. Inputs that reached
 # something new are kept in build/fuzz/corpus for the next time, inputs that failed in
 # build/fuzz/crashes. Ends with 1 when there was one.
 set -euo pipefail

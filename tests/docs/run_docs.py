@@ -176,7 +176,7 @@ def run_block(place, text, known, folder):
 
 
 LITERAL = re.compile(r'"((?:[^"\\\n]|\\.)*)"')
-PRINTING = re.compile(r"(?:\b(?:Failure|Line|Tell|Report|printf)\(|\bTexts \w+ = |\bboth = )[^;]*;")
+PRINTING = re.compile(r"(?:\b(?:Failure|Line|Tell|Report|printf|fail)\(|\bboth = )[^;]*;")
 
 
 def texts(code):
@@ -190,14 +190,14 @@ def texts(code):
 
 def compare_messages():
     printed, known = set(), set()
-    for path in [*ROOT.glob("plugin/rtmp/**/*.cpp"), *ROOT.glob("base/reflect/*.h")]:
+    for path in [*ROOT.glob("plugin/**/*.cpp"), *ROOT.glob("base/reflect/*.h")]:
         code = re.sub(r"^\s*//.*|^#include.*", "", path.read_text(), flags=re.M)
         known.update(texts(code))
-        if path.parent.name == "session":  # what explains a failure is a sentence
+        if path.parent.name in ("bytes", "session"):  # what explains a failure is a sentence
             printed.update(text for text in texts(code) if len(text.split()) > 2)
         else:
             for statement in PRINTING.findall(code):
-                printed.update(texts(re.sub(r"\bAt\((\"[^\"]*\"|[^()]*)\)", "", statement)))
+                printed.update(texts(statement))
     explained = set()
     tables = (ROOT / "docs/troubleshooting.md").read_text().split("## Lines")[1]
     for row in re.findall(r"^\| (`.*?) \|(?= )", tables, re.M):

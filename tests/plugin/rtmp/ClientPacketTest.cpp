@@ -29,6 +29,33 @@ Held<stream::Media> WithOnly(const char* codec, const char* parameter) {
 
 using ClientPackets = ClientTest;
 
+TEST_F(ClientPackets, NumbersAreComparedWithAnotherClientsOnlyWhereOneFollowsTheOther) {
+  IngestServer server;
+  const auto joins = [&](bool alone) {
+    const std::uint32_t last = sequence;
+    sequence += 50;
+    console.Clear();
+    EXPECT_TRUE(Receive(AccessUnit(true), video.get()));
+    EXPECT_EQ(console.Count(std::to_string(sequence) + "," + std::to_string(last)),
+              alone ? 1u : 0u);
+    EXPECT_EQ(Get("rtmp_quality"), "0");
+    sequence += 50;
+    EXPECT_TRUE(Receive(AccessUnit(false), video.get(), 0, false));  // its own were lost
+    EXPECT_EQ(Get("rtmp_quality"), "1");
+    EXPECT_TRUE(Receive(AccessUnit(true), video.get()));
+  };
+  ASSERT_TRUE(Open(server.Url()));
+  EXPECT_TRUE(Receive(AccessUnit(true), video.get()));
+  Owned<stream::IElement> first;
+  first.swap(client);
+  ASSERT_TRUE(Open(server.Url()));
+  joins(false);
+  EXPECT_TRUE(first->StatusSet("null"));
+  ASSERT_TRUE(client->StatusSet("null"));
+  ASSERT_TRUE(Open(server.Url()));
+  joins(true);
+}
+
 TEST_F(ClientPackets, RefusalIsToldWithTheLinesMessagesAndResultOfItsKind) {
   const Bytes picture = AccessUnit(true);
   const struct {

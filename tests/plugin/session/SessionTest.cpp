@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include <librtmp/log.h>
+
 #include "plugin/session/RtmpSession.h"
 #include "tests/support/IngestServer.h"
 #include "tests/support/MediaSamples.h"
@@ -75,6 +77,7 @@ TEST_F(Session, CancelEndsAnAttemptAndSticksUntilResume) {
   const auto start = std::chrono::steady_clock::now();
   std::thread attempt([&] { EXPECT_FALSE(Open(session, server.Url())); });
   server.WaitFor(0, [](const Record& record) { return record.bytes > 1536; });
+  EXPECT_TRUE(session.Connected());  // as soon as the connection stands
   session.Cancel();
   attempt.join();
   EXPECT_LT(std::chrono::steady_clock::now() - start, Soon);
@@ -156,6 +159,30 @@ TEST_F(Session, EndOfStreamIsNoticedWithoutSending) {
   EXPECT_FALSE(session.IsConnected());
   EXPECT_FALSE(session.Connected());
   EXPECT_FALSE(Send(session, {1}, 0));
+}
+
+int toldToTheHost = 0;
+
+TEST_F(Session, TheLogOfLibrtmpStaysTheHosts) {
+  RTMP_LogSetCallback([](int, const char*, va_list) { ++toldToTheHost; });
+  for (const RTMP_LogLevel level : {RTMP_LOGERROR, RTMP_LOGDEBUG, RTMP_LOGCRIT}) {
+    RTMP_LogSetLevel(level);
+    IngestServer server;
+    ASSERT_TRUE(Open(session, server.Url()));
+    EXPECT_EQ(RTMP_LogGetLevel(), level);
+    toldToTheHost = 0;
+    RTMP_Log(RTMP_LOGCRIT, "from the host");
+    EXPECT_EQ(toldToTheHost, 1);
+    server.Reset(0);
+    while (Send(session, Octets(1000), 0)) {
+    }
+    // Who has asked for more gets it; who has not is not told what is explained anyway.
+    EXPECT_EQ(toldToTheHost > 1, level == RTMP_LOGDEBUG);
+    session.Disconnect();
+    EXPECT_EQ(RTMP_LogGetLevel(), level);
+  }
+  RTMP_LogSetLevel(RTMP_LOGERROR);
+  RTMP_LogSetCallback([](int, const char*, va_list) {});
 }
 
 volatile sig_atomic_t brokenPipes = 0;
