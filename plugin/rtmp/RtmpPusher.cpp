@@ -1,6 +1,8 @@
 #include "plugin/rtmp/RtmpPusher.h"
 
 #include <cstdio>
+#include <new>
+#include <utility>
 
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
@@ -187,13 +189,10 @@ bool RtmpStreamPusher::Close() {
 
 // ---- send loop ----------------------------------------------------------------------------------
 
-bool RtmpStreamPusher::Fill(const std::unique_ptr<Reader>& reader, Packet*& slot) {
+bool RtmpStreamPusher::Fill(const std::unique_ptr<Reader>& reader, Held<Packet>& slot) {
   if (slot || !reader || !sync::Load(reader->ring)) return slot != nullptr;
   Packet* popped = nullptr;
-  if (reader->Pop(popped, PopTimeout)) {
-    slot = popped;
-    slot->Hold();
-  }
+  if (reader->Pop(popped, PopTimeout)) slot = Share(*popped);
   return true;
 }
 
@@ -205,8 +204,8 @@ bool RtmpStreamPusher::SendRtmpPcaket(RTMPPacket* packet, unsigned char type, ch
 bool RtmpStreamPusher::SendLoop() {
   vfp_enable();
   const SigPipeGuard guard;
-  Packet* video = nullptr;
-  Packet* audio = nullptr;
+  Held<Packet> video;
+  Held<Packet> audio;
   while (_running) {
     const bool waitedForVideo = Fill(_vid_reader, video);
     const bool waitedForAudio = Fill(_aud_reader, audio);
@@ -215,25 +214,29 @@ bool RtmpStreamPusher::SendLoop() {
       continue;
     }
     const bool takeAudio = !video || (audio && audio->TimeStamp() < video->TimeStamp());
-    Packet*& slot = takeAudio ? audio : video;
-    Packet* chosen = slot;
-    slot = nullptr;
-
-    bool sent = true;
-    if (HasCodec(chosen->Media(), "h264")) sent = SendH264(chosen);
-    if (HasCodec(chosen->Media(), "aac")) sent = SendAAC(chosen);
-    chosen->Release();
-    if (!sent) Reconnect();
+    try {
+      Push(std::move(takeAudio ? audio : video));
+    } catch (const std::bad_alloc&) {
+      // That packet is lost; there may be memory again for a later one.
+      Sleep(ReconnectPause);
+    }
   }
-  for (Packet* held : {audio, video}) {
-    if (held) held->Release();
-  }
+  audio.reset();
+  video.reset();
   RepeatHeaders();
   constexpr short StreamEnd = 1;         // RTMP 1.0, 7.1.7: Stream EOF
   constexpr unsigned int StreamId = 20;  // what servers have always been sent
   static_cast<void>(_rtmp.SendControl(StreamEnd, StreamId, 0));
   vfp_disable();
   return true;
+}
+
+void RtmpStreamPusher::Push(Held<Packet> chosen) {
+  bool sent = true;
+  if (HasCodec(chosen->Media(), "h264")) sent = SendH264(chosen.get());
+  if (HasCodec(chosen->Media(), "aac")) sent = SendAAC(chosen.get());
+  chosen.reset();
+  if (!sent) Reconnect();
 }
 
 void RtmpStreamPusher::Reconnect() {

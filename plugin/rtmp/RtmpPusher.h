@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "common/Held.h"
 #include "nimbo/base/class.h"
 #include "nimbo/base/thread.h"
 #include "nimbo/stream/application.h"
@@ -67,7 +68,9 @@ class RtmpStreamPusher : public stream::Service, private MediaSender {
   /// The thread's body: pops, chooses, sends and reconnects until `_running` is false.
   bool SendLoop();
   /// [sending] Waits for the reader's next packet. True when it could wait, whatever came.
-  static bool Fill(const std::unique_ptr<Reader>& reader, stream::Packet*& slot);
+  static bool Fill(const std::unique_ptr<Reader>& reader, Held<stream::Packet>& slot);
+  /// [sending] Sends a packet and gives it back; reconnects when that fails.
+  void Push(Held<stream::Packet> chosen);
   /// [sending] What follows a packet that could not be sent.
   void Reconnect();
   /// [sending] Sleeps; Close ends it.
