@@ -257,7 +257,7 @@ Status RtmpSession::ConnectOwn() {
 
 Status RtmpSession::MakeTls(const std::string& host, int socket) {
   Status made = _tls.Connect(host, socket, TlsTrust::FromEnvironment(), _warning);
-  if (!made) return made;
+  if (!made) return EndedByWatch() ? Status::Failed("TLS: the server does not answer") : made;
   _rtmp->m_sb.sb_ssl = _tls.Lend();
   _own_tls = true;
   return {};
@@ -465,6 +465,18 @@ Status RtmpSession::Listen() {
 }
 
 Conversation::Read RtmpSession::Receive(unsigned char* buffer, std::size_t size, bool wait) {
+  Conversation::Read read = ReadInbound(buffer, size, wait);
+  // An attempt whose time is up was ended here, not by the server.
+  if (wait && read.end && EndedByWatch()) read.end = false;
+  return read;
+}
+
+bool RtmpSession::EndedByWatch() {
+  const sync::Lock lock(_mutex);
+  return Watcher::Globle().Ended(_watch);
+}
+
+Conversation::Read RtmpSession::ReadInbound(unsigned char* buffer, std::size_t size, bool wait) {
   if (_own_tls) {
     auto* session = static_cast<gnutls_session_t>(_rtmp->m_sb.sb_ssl);
     const TlsClient::Read read = _tls.Receive(session, buffer, size, wait);

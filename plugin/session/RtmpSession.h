@@ -121,6 +121,9 @@ class RtmpSession {
   /// Reads until the server closes its side; the watch ends a wait that takes too long.
   void AwaitEnd() EXCLUDES(_mutex);
   Conversation::Read Receive(unsigned char* buffer, std::size_t size, bool wait);
+  Conversation::Read ReadInbound(unsigned char* buffer, std::size_t size, bool wait);
+  /// Whether the connection was shut down here because something took too long.
+  bool EndedByWatch() EXCLUDES(_mutex);
   /// A step has been made: tells whether the connection still stands, and lets go of it if not.
   void Note() EXCLUDES(_mutex);
   /// What came of a send.
