@@ -28,7 +28,7 @@ ChunkedMessage::ChunkedMessage(const MessageHeader& header, std::size_t chunkSiz
   const auto id = static_cast<std::uint32_t>(header.streamId);
   for (unsigned shift = 0; shift < 32; shift += 8) first.u8(id >> shift & 0xFF);  // little-endian
   if (extended) first.u32(header.timestamp);
-  _place = {{_first, first.Written()}, 0, chunkSize};
+  _ahead = _place = {{_first, first.Written()}, 0, chunkSize};
 
   ByteWriter next(_next);
   next.u8(NoHeaderFormat << FormatShift | static_cast<unsigned>(header.channel));
@@ -57,25 +57,33 @@ void ChunkedMessage::Advance(Place& place, std::size_t size) const {
   }
 }
 
-std::size_t ChunkedMessage::Next(Bytes* pieces, std::size_t room) const {
-  Place place = _place;
+std::size_t ChunkedMessage::Next(Bytes* pieces, std::size_t room) {
+  _ahead = _place;
+  _ahead_size = 0;
   std::size_t count = 0;
   while (count < room) {
-    const Bytes piece = PieceAt(place);
+    const Bytes piece = PieceAt(_ahead);
     if (piece.size == 0) break;
     pieces[count++] = piece;
-    Advance(place, piece.size);
+    _ahead_size += piece.size;
+    Advance(_ahead, piece.size);
   }
   return count;
 }
 
 void ChunkedMessage::Take(std::size_t size) {
-  while (size > 0) {
-    const std::size_t step = std::min(size, PieceAt(_place).size);
-    assert(step > 0);
-    Advance(_place, step);
-    size -= step;
+  if (size == _ahead_size) {
+    _place = _ahead;
+  } else {
+    while (size > 0) {
+      const std::size_t step = std::min(size, PieceAt(_place).size);
+      assert(step > 0);
+      Advance(_place, step);
+      size -= step;
+    }
   }
+  _ahead = _place;
+  _ahead_size = 0;
 }
 
 }  // namespace nimbo::plugin

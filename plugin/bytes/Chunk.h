@@ -48,7 +48,7 @@ class ChunkedMessage {
 
   /// Fills `pieces` with what comes next, at most `room` of them. Returns their number; 0 when all
   /// has been taken.
-  std::size_t Next(Bytes* pieces, std::size_t room) const;
+  std::size_t Next(Bytes* pieces, std::size_t room);
   /// The next `size` bytes have been taken; a write may end inside a piece.
   void Take(std::size_t size);
 
@@ -74,6 +74,8 @@ class ChunkedMessage {
   Bytes _head;
   Bytes _tail;
   Place _place;
+  Place _ahead;  ///< behind the pieces that were handed out last
+  std::size_t _ahead_size = 0;
 };
 
 }  // namespace nimbo::plugin

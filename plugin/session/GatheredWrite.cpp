@@ -38,11 +38,13 @@ bool WriteGathered(gnutls_session_t session, ChunkedMessage& message) {
   gnutls_record_cork(session);
   bool taken = true;
   while (const std::size_t count = taken ? message.Next(pieces, MaxPieces) : 0) {
+    std::size_t whole = 0;
     for (std::size_t i = 0; taken && i < count; ++i) {
       const auto size = static_cast<ssize_t>(pieces[i].size);
       taken = gnutls_record_send(session, pieces[i].data, pieces[i].size) == size;
-      if (taken) message.Take(pieces[i].size);
+      if (taken) whole += pieces[i].size;
     }
+    message.Take(whole);
   }
   int result;
   do {
