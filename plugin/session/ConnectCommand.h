@@ -2,7 +2,7 @@
 
 #include <librtmp/rtmp.h>
 
-#include "plugin/session/Status.h"
+#include "common/Status.h"
 
 namespace nimbo::plugin {
 

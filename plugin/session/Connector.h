@@ -6,7 +6,7 @@
 #include <string>
 
 #include "common/FileDescriptor.h"
-#include "plugin/session/Status.h"
+#include "common/Status.h"
 
 namespace nimbo::plugin {
 

@@ -6,9 +6,9 @@
 
 #include <librtmp/rtmp.h>
 
+#include "common/Status.h"
 #include "plugin/bytes/Amf0.h"
 #include "plugin/bytes/MessageReader.h"
-#include "plugin/session/Status.h"
 
 namespace nimbo::plugin {
 

@@ -8,10 +8,10 @@
 #include <librtmp/rtmp.h>
 
 #include "common/FileDescriptor.h"
+#include "common/Status.h"
 #include "plugin/bytes/Chunk.h"
 #include "plugin/session/Conversation.h"
 #include "plugin/session/Limits.h"
-#include "plugin/session/Status.h"
 #include "plugin/session/TlsClient.h"
 #include "plugin/session/Watcher.h"
 #include "sync/Mutex.h"

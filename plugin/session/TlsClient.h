@@ -7,7 +7,7 @@
 
 #include <gnutls/gnutls.h>
 
-#include "plugin/session/Status.h"
+#include "common/Status.h"
 
 namespace nimbo::plugin {
 
