@@ -13,17 +13,20 @@ constexpr RTMP_LogLevel QuietLevel = RTMP_LOGCRIT;
 
 sync::Mutex mutex;  // held for moments only
 int depth GUARDED_BY(mutex) = 0;
+bool lowered GUARDED_BY(mutex) = false;
 
 }  // namespace
 
 LibrtmpQuiet::LibrtmpQuiet() {
   const sync::Lock lock(mutex);
-  if (depth++ == 0 && RTMP_LogGetLevel() == DefaultLevel) RTMP_LogSetLevel(QuietLevel);
+  if (depth++ > 0) return;
+  lowered = RTMP_LogGetLevel() == DefaultLevel;
+  if (lowered) RTMP_LogSetLevel(QuietLevel);
 }
 
 LibrtmpQuiet::~LibrtmpQuiet() {
   const sync::Lock lock(mutex);
-  if (--depth == 0 && RTMP_LogGetLevel() == QuietLevel) RTMP_LogSetLevel(DefaultLevel);
+  if (--depth == 0 && lowered && RTMP_LogGetLevel() == QuietLevel) RTMP_LogSetLevel(DefaultLevel);
 }
 
 }  // namespace nimbo::plugin
