@@ -215,6 +215,7 @@ AFileIsPublishedToTwoServersFrameByFrame() {
   source_file "$folder/source.mp4" "${one_slice[@]}"
   start_server
   publish "$folder/source.mp4" "$address" "${address}2" || fail "publish ended with $?"
+  ! grep -aF $'\033[31m' "$log" || fail "something was told as a failure"
   local recording count=0
   for recording in $(recordings); do
     decodes_clean "$recording"
