@@ -592,6 +592,7 @@ void RtmpSession::Note() {
   const bool connected = IsConnected();
   _connected.store(connected, std::memory_order_relaxed);
   if (connected) return;
+  SigPipeGuard::Suspect();  // the last thing that was written may have found it broken
   _conversation.End();
   _own_tls = false;
   _tls.Reset();
