@@ -25,16 +25,17 @@ std::vector<std::string> Paths() {
 TEST(Application, WrapsConsecutiveElementsAndNamesWhatHasNoName) {
   const auto application =
       NewApplication("app",
-                     "test-source+test-sink:name=end+type=pipeline,name=second,serialize={"
+                     "test-source+test-sink:name=end+type=pipeline,name=TestSink,serialize={"
                      "test-source+test-filter+test-sink:name=end}+test-source+TestSink");
   ASSERT_TRUE(application);
-  EXPECT_THAT(Paths(), ElementsAre("app", "app/Pipeline", "app/TestSource", "app/end", "app/second",
-                                   "app/TestSource-2", "app/TestFilter", "app/end",
+  EXPECT_THAT(Paths(), ElementsAre("app", "app/Pipeline", "app/TestSource", "app/end",
+                                   "app/TestSink", "app/TestSource-2", "app/TestFilter", "app/end",
                                    "app/Pipeline-2", "app/TestSource-3", "app/TestSink"));
   EXPECT_TRUE(
       ElementAt<TestSource>("app/TestSource-2").Linked(ElementAt<TestFilter>("app/TestFilter")));
   EXPECT_EQ(ElementAt<TestSource>("app/TestSource-3").Owner(), FindObject("app/Pipeline-2"));
   EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/end")));
+  EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/TestSink"))) << "before the pipeline";
 }
 
 TEST(Application, IsBuiltAnewWhileItIsNotOpen) {
@@ -77,6 +78,8 @@ TEST(ApplicationLinkAll, BridgesEveryOutputBeforeItToTheElement) {
   for (const auto& input : HostState(first).inputs) EXPECT_STREQ(input->Caps(), "h264");
   EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/h264"))) << "a bridge";
   std::vector<PacketRing*> rings;
+  EXPECT_TRUE(application->OutputList(rings, true));
+  EXPECT_EQ(rings.size(), 0u) << "none is ready";
   EXPECT_TRUE(application->OutputList(rings, false));
   EXPECT_EQ(rings.size(), 2u);
   Journal::Globle().Take();
