@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -42,8 +43,12 @@ class Line {
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
   ~Line() {
-    _out << "\n\033[0m";
-    base::cout << _text;
+    try {
+      _out << "\n\033[0m";
+      base::cout << _text;
+    } catch (const std::bad_alloc&) {
+      // A line is not worth the process.
+    }
   }
 
   template <class V>

@@ -89,7 +89,7 @@ bool MessageReader::ReadPart() {
   switch (_part) {
     case Part::First: {
       _format = _part_bytes[0] >> FormatShift;
-      const int id = _part_bytes[0] & IdMask;
+      const int id = static_cast<int>(_part_bytes[0] & IdMask);
       if (id >= 2) return BeginChunk(id);
       _part = Part::ChannelId;  // the bytes behind the first one are still to come
       return true;

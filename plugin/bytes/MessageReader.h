@@ -27,7 +27,7 @@ struct InboundMessage {
 class MessageReader {
  public:
   /// The longest body that is kept.
-  static constexpr std::size_t MaxKept = 64 * 1024;
+  static constexpr std::size_t MaxKept = std::size_t{64} * 1024;
   /// Chunk streams that a peer may use. Servers use half a dozen.
   static constexpr std::size_t MaxChannels = 16;
 

@@ -1,5 +1,7 @@
 #include "plugin/rtmp/EleRtmpClient.h"
 
+#include <new>
+
 #include "base/reflect/TClass.h"
 #include "nimbo/base/exit_call.h"
 #include "plugin/rtmp/Getter.h"
@@ -81,6 +83,7 @@ bool EleRtmpClient::Open() {
     const sync::Lock lock(_mutex);
     BeginSession();
     if (!ConnectServer(url.c_str())) {
+      EndSession();
       Report("rtmp_disconnected");
       return Failure(Site::Here(), "!ConnectServer(_url.c_str())",
                      "EleRtmpClient open: connect failed");
@@ -122,7 +125,7 @@ bool EleRtmpClient::Stop() {
 
 // ---- packets ------------------------------------------------------------------------------------
 
-bool EleRtmpClient::ReceivePacket(Packet& packet, void* /*from*/) {
+bool EleRtmpClient::ReceivePacket(Packet& packet, void* /*from*/) try {
   IMedia* media = packet.Media();
   const sync::Lock lock(_mutex);
   const char* codec = media ? media->Codec() : nullptr;
@@ -142,6 +145,8 @@ bool EleRtmpClient::ReceivePacket(Packet& packet, void* /*from*/) {
     Line(Colour::Red, Site::Here()) << "cannot support " << codec;
   }
   return sent || HandleFailure(packet, codec);
+} catch (const std::bad_alloc&) {
+  return false;  // this packet is lost; there may be memory again for a later one
 }
 
 bool EleRtmpClient::SwitchResolution(IMedia& media) {

@@ -27,7 +27,7 @@ class EleRtmpClient : public stream::ISink, private MediaSender {
   bool Open() override;
   /// [control] Disconnects and frees the buffers.
   bool Close() override;
-  /// [control] Nothing beyond the status.
+  /// [control] Stop ends an attempt to connect, and a stalled send soon; Start allows them again.
   bool Start() override;
   bool Stop() override;
   /// [sending] Publishes one packet. When the video's width and height both change, on a fresh

@@ -129,6 +129,7 @@ bool MediaSender::SetRtmpPacketSize() {
   if (!_rtmp.IsConnected()) return Failure(site, "!RTMP_IsConnected(_rtmp)");
   RTMPPacket packet = {};
   if (!RTMPPacket_Alloc(&packet, BodySize)) return Failure(site, "!RTMPPacket_Alloc(&packet, 4)");
+  const ExitCall freeBody([&packet] { RTMPPacket_Free(&packet); });
   packet.m_headerType = RTMP_PACKET_SIZE_LARGE;
   packet.m_packetType = RTMP_PACKET_TYPE_CHUNK_SIZE;
   packet.m_nChannel = ControlChannel;
@@ -139,7 +140,6 @@ bool MediaSender::SetRtmpPacketSize() {
     const VfpBracket bracket(_profile.bracketsEachCall);
     static_cast<void>(_rtmp.Send(packet, true));
   }
-  RTMPPacket_Free(&packet);
   return true;
 }
 

@@ -140,7 +140,10 @@ bool RtmpStreamPusher::Open() {
   const std::string url = _url.Get();
   std::printf("connect server:%s,%s\n", url.c_str(), _cfg.c_str());
   std::fflush(stdout);
-  if (!ConnectServer(url.c_str())) return Failure(Site::Here(), "!ConnectServer(_url.c_str())");
+  if (!ConnectServer(url.c_str())) {
+    EndSession();
+    return Failure(Site::Here(), "!ConnectServer(_url.c_str())");
+  }
   if (!StartAVSource()) return Failure(Site::Here(), "!StartAVSource()");
   _running = true;
   if (!_thread.Once([this] { SendLoop(); }))

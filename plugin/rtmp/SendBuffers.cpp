@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 
 #include "nimbo/base/attr_set.h"
 #include "nimbo/base/ostream.h"
@@ -21,16 +22,16 @@ SendBuffers::send_buffer_t* SendBuffers::SendBufferCreate(unsigned int size) {
   const std::size_t words = (static_cast<std::size_t>(size) + 3) / sizeof(std::uint32_t);
   // A size whose rounding up passes the end of 32 bits leaves no words on a 32-bit target.
   const bool representable = words != 0 && words <= UINT32_MAX / sizeof(std::uint32_t);
+  auto buf = std::make_unique<send_buffer_t>();
   // Zero pages cost no memory as long as nothing is written to them.
   void* ptr = representable ? std::calloc(words, sizeof(std::uint32_t)) : nullptr;
   if (!ptr) {
     Failure(_profile.places.sendBufferCreate, "!ptr");
     return nullptr;
   }
-  auto* buf = new send_buffer_t;
   buf->data = static_cast<unsigned char*>(ptr);
   buf->capacity = static_cast<unsigned int>(words * sizeof(std::uint32_t));
-  return buf;
+  return buf.release();
 }
 
 void SendBuffers::SendBufferDestroy(send_buffer_t* buf) {

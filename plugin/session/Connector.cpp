@@ -93,7 +93,7 @@ Status Connector::Connect(const std::string& host, unsigned port, milliseconds a
       result = connect(socket.Get(), address->ai_addr, address->ai_addrlen);
     } while (result < 0 && errno == EINTR);
     if (result == 0) return {};
-    status = Status::Failed(errno == EINPROGRESS || errno == ETIMEDOUT
+    status = Status::Failed(errno == EINPROGRESS || errno == EALREADY || errno == ETIMEDOUT
                                 ? "no answer from \"" + host + "\" port " + service
                                 : "cannot connect to \"" + host + "\" port " + service + ": " +
                                       ErrorText(errno));

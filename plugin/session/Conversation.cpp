@@ -20,7 +20,7 @@ constexpr unsigned char Version = 3;
 /// Length of each part of the handshake behind the version (RTMP 1.0, 5.2.3).
 constexpr std::size_t SignatureSize = 1536;
 /// What a server may say before it accepts the publish.
-constexpr std::size_t MaxSetUp = 1024 * 1024;
+constexpr std::size_t MaxSetUp = std::size_t{1024} * 1024;
 /// Reads of one look at what the server says: enough to keep up with any, and an end to one that
 /// never stops.
 constexpr int MaxReads = 16;
@@ -60,7 +60,7 @@ Status NotRtmp(unsigned char first) {
 /// What the server says of itself in an answer: a code, a description, or both.
 std::string WordsOf(const ServerCommand& command) {
   const std::string code = Printable(command.code);
-  const std::string description = Printable(command.description);
+  std::string description = Printable(command.description);
   if (code.empty()) return description;
   return description.empty() || description == code ? code : code + ": " + description;
 }

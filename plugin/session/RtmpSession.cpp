@@ -58,8 +58,6 @@ Status NoResources() {
   return Status::Failed("no descriptor or thread is left for the connection");
 }
 
-Status NoMemory() { return Status::Failed("no memory is left for the connection"); }
-
 }  // namespace
 
 /// A step that may block, made known to Cancel while it lasts.
@@ -97,6 +95,8 @@ bool RtmpSession::Begin(Activity activity) {
   if (activity == Activity::Closing && _published) {
     watcher.Set(_watch, {Watcher::Clock::now() + Limits().drain, Limits().close, false});
     LetGo();
+  } else if (activity == Activity::Closing && _cancelled) {
+    EndAttempt();
   } else if (activity == Activity::Sending && _cancelled) {
     Drain();
   } else if (activity == Activity::Sending) {
@@ -108,6 +108,7 @@ bool RtmpSession::Begin(Activity activity) {
 void RtmpSession::End() {
   const sync::Lock lock(_mutex);
   _activity = Activity::Idle;
+  if (std::exchange(_drained, false)) BoundPublishing();
 }
 
 SessionLimits& RtmpSession::Limits() {
@@ -177,15 +178,13 @@ Status RtmpSession::Connect() {
   const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Opening);
   Status status = Status::Failed();
-  if (operation.Allowed()) {
-    try {
-      status = DialsItself() ? ConnectByLibrtmp() : ConnectOwn();
-    } catch (const std::bad_alloc&) {
-      status = NoMemory();
-    }
+  try {
+    if (operation.Allowed()) status = DialsItself() ? ConnectByLibrtmp() : ConnectOwn();
+    if (!status) status = Explain(status);
+  } catch (const std::bad_alloc&) {
+    status = Status::Failed();  // there is no memory to say so either
   }
   if (!status) {
-    status = Explain(status);
     if (IsConnected()) RTMP_Close(_rtmp.get());
     _conversation.End();
   }
@@ -276,7 +275,7 @@ Status RtmpSession::WatchAttempt(int socket) {
 
 Status RtmpSession::Adopt(int socket) {
 #ifndef RTMP_STOCK_TRANSPORT
-  constexpr std::size_t FirstUnsent = 64 * 1024;
+  constexpr std::size_t FirstUnsent = std::size_t{64} * 1024;
   Connector::SetOptions(socket, Limits().answer, Limits().Backstop());
   Connector::BoundUnsent(socket, FirstUnsent);
 #endif
@@ -286,28 +285,24 @@ Status RtmpSession::Adopt(int socket) {
 }
 
 Status RtmpSession::ConnectStream() {
-  if (!_rtmp) return Status::Failed();
+  if (!IsConnected()) return Status::Failed();
   const SigPipeGuard guard;
   const LibrtmpQuiet quiet;
   const Operation operation(*this, Activity::Opening);
   Status status = Status::Failed();
-  if (operation.Allowed()) {
-    try {
-      status = AwaitPublish();
-    } catch (const std::bad_alloc&) {
-      status = NoMemory();
-    }
+  try {
+    if (operation.Allowed()) status = AwaitPublish();
+    if (!status) status = Explain(status);
+  } catch (const std::bad_alloc&) {
+    status = Status::Failed();
   }
   if (status) {
     const sync::Lock lock(_mutex);
-    Watcher::Bounds bounds;
-    bounds.stall = Limits().stalledSend;
-    Watcher::Globle().Set(_watch, bounds);
+    BoundPublishing();
     _published = true;
     _rate_taken = 0;
     _rate_since = Watcher::Clock::now();
   } else {
-    status = Explain(status);
     _conversation.Deafen();
   }
   Note();
@@ -355,7 +350,7 @@ void RtmpSession::Close() {
     const Operation operation(*this, Activity::Closing);
     const bool live = IsConnected();
     RTMP_Close(_rtmp.get());
-    if (live) AwaitEnd();
+    if (live) AwaitEnd();  // of a stream; nothing else is worth a wait
   }
   Note();
 }
@@ -364,7 +359,7 @@ void RtmpSession::AwaitEnd() {
   int control = -1;
   {
     const sync::Lock lock(_mutex);
-    control = _control.Get();
+    if (_published) control = _control.Get();
   }
   if (control < 0) return;
   // Closing with unread data pending would reset the connection and could cost the server the tail
@@ -404,21 +399,31 @@ void RtmpSession::Disconnect() {
 
 void RtmpSession::Cancel() {
   const sync::Lock lock(_mutex);
-  if (!_cancelled) _drain_ends = Watcher::Clock::now() + Limits().drain;
   _cancelled = true;
-  if (_activity == Activity::Opening) {
-    Watcher::Bounds now;
-    now.end = Watcher::Clock::now();
-    Watcher::Globle().Set(_watch, now);
+  if (_activity == Activity::Opening || (_activity == Activity::Closing && !_published)) {
+    EndAttempt();
   } else if (_activity == Activity::Sending) {
     Drain();
   }
 }
 
+void RtmpSession::EndAttempt() {
+  Watcher::Bounds now;
+  now.end = Watcher::Clock::now();
+  Watcher::Globle().Set(_watch, now);
+}
+
 void RtmpSession::Drain() {
   if (std::exchange(_drained, true)) return;
-  Watcher::Globle().Set(_watch, {_drain_ends, Limits().cancelledSend, true});
+  Watcher::Globle().Set(_watch,
+                        {Watcher::Clock::now() + Limits().drain, Limits().cancelledSend, true});
   LetGo();
+}
+
+void RtmpSession::BoundPublishing() {
+  Watcher::Bounds bounds;
+  bounds.stall = Limits().stalledSend;
+  Watcher::Globle().Set(_watch, bounds);
 }
 
 void RtmpSession::LetGo() {
@@ -430,7 +435,8 @@ void RtmpSession::LetGo() {
 
 void RtmpSession::Resume() {
   const sync::Lock lock(_mutex);
-  _cancelled = _drained = false;
+  _cancelled = false;
+  if (std::exchange(_drained, false)) BoundPublishing();
 }
 
 void RtmpSession::EndWatch() {
@@ -450,6 +456,7 @@ Status RtmpSession::Listen() {
   Status heard;
   try {
     heard = _conversation.Listen();
+    if (!heard) heard = Hide(heard);
   } catch (const std::bad_alloc&) {
     // What the server said is lost; what is sent to it goes on.
   }
@@ -460,7 +467,7 @@ Status RtmpSession::Listen() {
   const Operation operation(*this, Activity::Closing);
   RTMP_Close(_rtmp.get());
   Note();
-  return Hide(heard);
+  return heard;
 #endif
 }
 
@@ -502,8 +509,8 @@ Status RtmpSession::Send(RTMPPacket& packet, bool queue) {
   if (!_rtmp) return Status::Failed();
   const SigPipeGuard guard;
   const LibrtmpQuiet quiet;
-  const Operation operation(*this, Activity::Sending);
   FollowRate();
+  const Operation operation(*this, Activity::Sending);
   return Sent(RTMP_SendPacket(_rtmp.get(), &packet, queue ? 1 : 0) != 0);
 }
 
@@ -518,8 +525,8 @@ bool RtmpSession::CanSendInPlace() const {
 Status RtmpSession::SendInPlace(int channel, MessageType type, std::uint32_t timestamp, Bytes head,
                                 Bytes tail) {
   if (!_rtmp) return Status::Failed();
-  const Operation operation(*this, Activity::Sending);
   FollowRate();
+  const Operation operation(*this, Activity::Sending);
   ChunkedMessage message(
       {channel, static_cast<unsigned char>(type), timestamp, head.size + tail.size, StreamId()},
       static_cast<std::size_t>(_rtmp->m_outChunkSize), head, tail);
@@ -548,25 +555,29 @@ Status RtmpSession::SendControl(short event, unsigned int value, unsigned int ti
 
 Status RtmpSession::Sent(bool sent) {
   if (sent) return {};
-  SigPipeGuard::Suspect();
-  std::string why = "the connection to the server is broken";
+  bool cancelled = false;
+  bool stalled = false;
   {
     const sync::Lock lock(_mutex);
-    if (_cancelled) {
-      why.clear();
-    } else if (Watcher::Globle().Ended(_watch)) {
-      why = "the server has taken nothing for " + Seconds(Limits().stalledSend);
-    }
+    cancelled = _cancelled;
+    stalled = Watcher::Globle().Ended(_watch);
   }
   Note();
-  return Status::Failed(why);
+  if (cancelled) return Status::Failed();
+  try {
+    return Status::Failed(stalled
+                              ? "the server has taken nothing for " + Seconds(Limits().stalledSend)
+                              : "the connection to the server is broken");
+  } catch (const std::bad_alloc&) {
+    return Status::Failed();
+  }
 }
 
 void RtmpSession::FollowRate() {
 #ifndef RTMP_STOCK_TRANSPORT
   // Half a second of what the server takes keeps the link busy, and is soon gone on a slow one.
-  constexpr std::uint64_t LeastUnsent = 32 * 1024;
-  constexpr std::uint64_t MostUnsent = 512 * 1024;
+  constexpr std::uint64_t LeastUnsent = std::uint64_t{32} * 1024;
+  constexpr std::uint64_t MaxUnsent = std::uint64_t{512} * 1024;
   constexpr std::chrono::seconds Measured{1};
   const auto now = Watcher::Clock::now();
   const auto passed = now - _rate_since;
@@ -576,7 +587,7 @@ void RtmpSession::FollowRate() {
   const auto perSecond = static_cast<double>(taken - std::min(taken, _rate_taken)) /
                          std::chrono::duration<double>(passed).count();
   const auto half = static_cast<std::uint64_t>(perSecond / 2);
-  Connector::BoundUnsent(socket, std::clamp(half, LeastUnsent, MostUnsent));
+  Connector::BoundUnsent(socket, std::clamp(half, LeastUnsent, MaxUnsent));
   _rate_taken = taken;
   _rate_since = now;
 #endif

@@ -130,8 +130,12 @@ class RtmpSession {
   Status Sent(bool sent) EXCLUDES(_mutex);
   /// Keeps the kernel from holding more than the server takes in a moment.
   void FollowRate();
+  /// Ends what an attempt is waiting for.
+  void EndAttempt() REQUIRES(_mutex);
   /// Gives the send under way its time to end.
   void Drain() REQUIRES(_mutex);
+  /// What a stream that is being published may take.
+  void BoundPublishing() REQUIRES(_mutex);
   /// Has the kernel take all that is still to be sent, so that no slow server holds up the end.
   void LetGo() REQUIRES(_mutex);
   /// Why the attempt under way failed, in the end.
@@ -157,7 +161,6 @@ class RtmpSession {
   bool _published GUARDED_BY(_mutex) = false;  ///< before, the bounds of the attempt hold
   bool _drained GUARDED_BY(_mutex) = false;    ///< a cancelled send has got its bounds
   Watcher::Clock::time_point _attempt_ends GUARDED_BY(_mutex);
-  Watcher::Clock::time_point _drain_ends GUARDED_BY(_mutex);
   Watcher::Id _watch GUARDED_BY(_mutex) = 0;
   FileDescriptor _control GUARDED_BY(_mutex);  ///< a duplicate of the connection's socket
 };

@@ -37,6 +37,13 @@ std::string Printable(std::string_view words) {
 }
 
 std::string HideSecrets(std::string text, const std::string& url, const std::string& name) {
+  // Options stand behind a blank; passwords among them are hidden whole, however short.
+  const std::size_t options = url.find(' ');
+  if (options != std::string::npos) {
+    const std::string tail = url.substr(options);
+    const std::size_t at = text.find(tail);
+    if (at != std::string::npos) text.replace(at, tail.size(), " ...");
+  }
   const auto shortenBoth = [&text](const std::string& secret) {
     Shorten(text, secret);
     Shorten(text, secret.substr(0, secret.find('?')));
@@ -47,6 +54,10 @@ std::string HideSecrets(std::string text, const std::string& url, const std::str
   const std::size_t rest = app == std::string::npos ? app : url.find('/', app + 1);
   if (rest != std::string::npos) shortenBoth(url.substr(rest + 1));
   shortenBoth(name);
+  // A server may repeat a token alone.
+  for (std::size_t at = url.find('='); at != std::string::npos; at = url.find('=', at + 1)) {
+    Shorten(text, url.substr(at + 1, url.find_first_of("&? ", at) - at - 1));
+  }
   return text;
 }
 

@@ -88,6 +88,22 @@ TEST_F(Session, CancelEndsAnAttemptAndSticksUntilResume) {
   session.Disconnect();
 }
 
+TEST_F(Session, ASendBehindACancelLeavesTheConnectionForResume) {
+  RtmpSession::Limits().cancelledSend = milliseconds(100);
+  RtmpSession::Limits().drain = milliseconds(300);
+  IngestServer server;
+  ASSERT_TRUE(Open(session, server.Url()));
+  session.Cancel();
+  EXPECT_TRUE(Send(session, {1}, 0));
+  std::this_thread::sleep_for(milliseconds(900));
+  EXPECT_TRUE(Send(session, {1}, 0));
+  session.Resume();
+  EXPECT_TRUE(Send(session, {1}, 0));
+  session.Disconnect();
+  ASSERT_TRUE(server.WaitForEnd(0));
+  EXPECT_EQ(server.Get(0).mediaCount, 3u);
+}
+
 TEST_F(Session, CredentialsInTheAddressAreNotToldAndNotSentUnchecked) {
   const std::string credentials = " pubUser=user pubPasswd=secret";
   IngestServer server;
@@ -95,7 +111,8 @@ TEST_F(Session, CredentialsInTheAddressAreNotToldAndNotSentUnchecked) {
   session.Disconnect();
   // librtmp makes this connection itself, and it checks no certificate.
   const UnusedPort unused;
-  for (const std::string& url : {unused.Url(), "rtmps" + server.Url().substr(4)}) {
+  for (const std::string& url :
+       {unused.Url(), "rtmps" + server.Url().substr(4), std::string("rtmp://host/app bad=1")}) {
     const Status status = Open(session, url + credentials);
     EXPECT_FALSE(status);
     EXPECT_NE(status.Why(), "");
