@@ -41,8 +41,10 @@ macro(debian_package name section summary description)
     set(CPACK_DEBIAN_${upper}_PACKAGE_${field} "${value}")
   endwhile()
   # Every package carries the changelog and the licences of all of them.
-  install(FILES copyright "${debian_changelog}"
-          DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${name}" COMPONENT ${name})
+  install(FILES copyright DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${name}" COMPONENT ${name})
+  # There once everything is built, as it is for packages; lintian misses it there.
+  install(FILES "${debian_changelog}" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/${name}"
+          COMPONENT ${name} OPTIONAL)
 endmacro()
 set(CPACK_COMPONENTS_ALL)
 

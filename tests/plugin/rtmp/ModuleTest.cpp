@@ -190,10 +190,8 @@ TEST_F(Commands, SelectionIsTakenUpToTheBufferAndRefusedBeyond) {
 }
 
 TEST_F(Commands, ServiceCommandFailsOnlyWithoutAService) {
-  for (const char* none : {"no-such-class", static_cast<const char*>(nullptr)}) {
-    EXPECT_EQ(Run("fwRtmpService", none), -1);
-    EXPECT_THAT(Told(), ElementsAre("104/fwRtmpService: !server"));
-  }
+  EXPECT_EQ(Run("fwRtmpService", "no-such-class"), -1);
+  EXPECT_THAT(Told(), ElementsAre("104/fwRtmpService: !server"));
   FakePusher::refused = "status";
   EXPECT_EQ(Run("fwRtmpService", "RtmpStreamPusher"), 0);
   EXPECT_THAT(Told(), ElementsAre("105/fwRtmpService: !server->Set(\"status\",\"play\")"));
