@@ -93,7 +93,7 @@ bool RtmpSession::Begin(Activity activity) {
   _activity = activity;
   Watcher& watcher = Watcher::Globle();
   if (activity == Activity::Closing && _published) {
-    watcher.Set(_watch, {Watcher::Clock::now() + Limits().drain, Limits().close, false});
+    watcher.Set(_watch, {Watcher::Clock::now() + Limits().drain, Limits().close, false, false});
     LetGo();
   } else if (activity == Activity::Closing && _cancelled) {
     EndAttempt();
@@ -415,14 +415,15 @@ void RtmpSession::EndAttempt() {
 
 void RtmpSession::Drain() {
   if (std::exchange(_drained, true)) return;
-  Watcher::Globle().Set(_watch,
-                        {Watcher::Clock::now() + Limits().drain, Limits().cancelledSend, true});
+  Watcher::Globle().Set(
+      _watch, {Watcher::Clock::now() + Limits().drain, Limits().cancelledSend, true, false});
   LetGo();
 }
 
 void RtmpSession::BoundPublishing() {
   Watcher::Bounds bounds;
   bounds.stall = Limits().stalledSend;
+  bounds.reset = true;
   Watcher::Globle().Set(_watch, bounds);
 }
 

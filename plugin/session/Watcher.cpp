@@ -142,6 +142,10 @@ Watcher::Clock::time_point Watcher::LookAt(Watch& watch, Clock::time_point now) 
     if (!watch.asleep) next = std::min({next, due, now + bounds.stall / LooksPerStall});
   }
   if (due > now) return next;
+  if (bounds.reset) {
+    const linger atOnce = {1, 0};
+    setsockopt(watch.socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+  }
   // A socket whose connect is about to begin cannot be shut down yet.
   constexpr std::chrono::milliseconds TryAgain{20};
   watch.ended = shutdown(watch.socket, SHUT_RDWR) == 0 || errno != ENOTCONN;

@@ -29,6 +29,9 @@ class Watcher {
     /// The time counts only while something waits to be acknowledged, and passes unnoticed while
     /// nobody calls Active.
     bool whileWaiting = true;
+    /// What was not acknowledged by then is given up, and the other side learns with its next word
+    /// that the connection is gone: a server that comes to again must not hold the name for it.
+    bool reset = false;
   };
 
   static Watcher& Globle();
