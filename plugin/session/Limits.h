@@ -16,8 +16,9 @@ struct SessionLimits {
   Duration stalledSend{5000};
   /// The same for a send that was cancelled.
   Duration cancelledSend{1000};
-  /// The same for the goodbye, and for a server that has taken it and does not close.
-  Duration close{2000};
+  /// The same for the goodbye, and for a server that has taken it and does not close: with the time
+  /// that it takes to notice, two seconds.
+  Duration close{1700};
   /// A cancelled send, and the goodbye, of which the server keeps taking bytes.
   Duration drain{5000};
 

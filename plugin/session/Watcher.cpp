@@ -131,7 +131,7 @@ Watcher::Clock::time_point Watcher::LookAt(Watch& watch, Clock::time_point now) 
   auto next = due;
   if (bounds.stall.count() > 0) {
     // Looked at often enough that a stall is noticed soon after its time.
-    constexpr int LooksPerStall = 5;
+    constexpr int LooksPerStall = 10;
     const TcpProgress progress = TcpProgress::Of(watch.socket);
     const bool waits = progress.waiting || !bounds.whileWaiting;
     if (!waits || progress.acknowledged != watch.acknowledged) watch.progressed = now;

@@ -327,7 +327,7 @@ std::vector<Attack> Attacks() {
   };
   Bytes channels;
   for (unsigned char id = 3; id < 40; ++id)
-    Append(channels, {id, 0, 0, 0, 0, 0, 9, 20, 0, 0, 0, 0});
+    Append(channels, {id, 0, 0, 0, 0, 0, 1, 9, 0, 0, 0, 0, 7});
   const std::pair<const char*, Bytes> anywhere[] = {
       {"chunk size 0", Control(SetChunkSize, {0, 0, 0, 0})},
       {"a negative chunk size", Control(SetChunkSize, {0xFF, 0xFF, 0xFF, 0xFE})},
@@ -459,9 +459,9 @@ TEST_P(Publishing, GoesOnWithANewConnection) {
   publisher->StartFeeding(SmallFrame);
   ASSERT_TRUE(server.WaitForMedia(0, 8));
   if (stalls) publisher->StartFeeding(LargeFrame);
-  // A stall is noticed within a fifth of its limit.
+  // A stall is noticed within a tenth of its limit.
   const milliseconds limit = RtmpSession::Limits().stalledSend;
-  Time("back", stalls ? limit + limit / 5 : milliseconds(0),
+  Time("back", stalls ? limit + limit / 10 : milliseconds(0),
        [&] { ASSERT_TRUE(WaitForMedia(server, 1)); });
   ExpectWhole(server.Get(1), stalls && !IsClient());
   EXPECT_TRUE(publisher->Connected());
