@@ -66,7 +66,7 @@ void Wire::Expect(test::MessageType type, stream::Packet& packet, unsigned trait
 std::vector<test::Bytes> Wire::Arrived(test::MessageType type, std::uint32_t time) {
   std::vector<test::Bytes> bodies;
   bool all = false;
-  Require(_rtmp.SendControl(0, 0, 0), "the connection stands");
+  Require(static_cast<bool>(_rtmp.SendControl(0, 0, 0)), "the connection stands");
   while (!all) {
     unsigned char bytes[65536];
     const ssize_t size = _server->Read(bytes, sizeof bytes);
