@@ -82,7 +82,7 @@ void Run(FuzzedDataProvider in) {
   session.EnableWrite();
   {
     const Server server(words);
-    plugin::Status status = session.Connect();
+    Status status = session.Connect();
     if (status) status = session.ConnectStream();
     Require(static_cast<bool>(status) == status.Why().empty(), "a failure is explained");
     for (const char c : status.Why()) {

@@ -588,7 +588,8 @@ void RtmpSession::FollowRate() {
   const auto perSecond = static_cast<double>(taken - std::min(taken, _rate_taken)) /
                          std::chrono::duration<double>(passed).count();
   const auto half = static_cast<std::uint64_t>(perSecond / 2);
-  Connector::BoundUnsent(socket, std::clamp(half, LeastUnsent, MaxUnsent));
+  Connector::BoundUnsent(socket,
+                         static_cast<std::size_t>(std::clamp(half, LeastUnsent, MaxUnsent)));
   _rate_taken = taken;
   _rate_since = now;
 #endif
