@@ -9,7 +9,9 @@
 namespace nimbo::fuzz {
 namespace {
 
-plugin::rtmp::Profile profile = {{}, false, false, false, false, true};
+constexpr log::Site Here = {"fuzz", 0, "Fuzz"};
+plugin::rtmp::Profile profile = {
+    {Here, Here, Here, Here, Here, Here, Here, Here}, false, false, false, false, true};
 plugin::rtmp::SequenceCounters counters;
 
 }  // namespace

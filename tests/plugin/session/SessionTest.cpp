@@ -234,7 +234,7 @@ struct Trust {
   bool trusted;      ///< by the file that RTMP_CA_FILE names
   bool verify;
   bool accepted;
-  std::string spoken = "TLS1.3";
+  const char* spoken = "TLS1.3";
 };
 
 class SessionTrust : public Session, public testing::WithParamInterface<Trust> {};
@@ -255,7 +255,7 @@ TEST_P(SessionTrust, DecidesWhetherTheStreamNameIsSent) {
   ASSERT_TRUE(server.WaitForEnd(0));
   if (trust.accepted) {
     const std::string name = trust.host == std::string("localhost") ? trust.host : "";
-    EXPECT_THAT(tls.Handshakes(), testing::ElementsAre(trust.spoken + (" " + name)));
+    EXPECT_THAT(tls.Handshakes(), testing::ElementsAre(std::string(trust.spoken) + " " + name));
     EXPECT_EQ(server.Get(0).commands.size(), 7u);
   } else {
     EXPECT_NE(status.Why(), "");
