@@ -31,9 +31,10 @@ class RtmpSession {
  public:
   /// Seconds that librtmp waits for one answer of the server where it dials itself.
   static constexpr int TimeoutSeconds = 5;
-  /// The longest stream name that fits the buffer in which librtmp builds its publish command.
+  /// The longest stream name that fits the buffer in which librtmp builds its publish command, with
+  /// the two bytes to spare that it demands of every string.
   /// Longer ones it would silently never publish.
-  static constexpr int MaxStreamName = 976;
+  static constexpr int MaxStreamName = 974;
 
   RtmpSession();
   ~RtmpSession();

@@ -104,6 +104,18 @@ TEST_F(Session, ASendBehindACancelLeavesTheConnectionForResume) {
   EXPECT_EQ(server.Get(0).mediaCount, 3u);
 }
 
+TEST_F(Session, TheLongestStreamNameIsPublishedAndALongerOneRefused) {
+  constexpr std::size_t Longest = 974;
+  IngestServer server;
+  const std::string name(Longest, 'n');
+  ASSERT_TRUE(Open(session, server.Url("live", name)));
+  session.Disconnect();
+  ASSERT_TRUE(server.WaitForEnd(0));
+  EXPECT_EQ(server.Get(0).commands.at(4).texts.at(0), name);
+  EXPECT_FALSE(Open(session, server.Url("live", name + "n")));
+  EXPECT_EQ(server.Connections(), 1u);
+}
+
 TEST_F(Session, CredentialsInTheAddressAreNotToldAndNotSentUnchecked) {
   const std::string credentials = " pubUser=user pubPasswd=secret";
   IngestServer server;
