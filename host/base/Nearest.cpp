@@ -58,7 +58,7 @@ std::string DidYouMean(const std::string& name, const std::vector<std::string>& 
 }
 
 std::string Suggest(const std::string& name, const std::vector<std::string>& choices) {
-  const std::string question = DidYouMean(name, choices);
+  std::string question = DidYouMean(name, choices);
   if (!question.empty()) return question;
   return "; there are: " + (choices.empty() ? "none" : text::Joined(choices));
 }
