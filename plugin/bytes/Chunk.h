@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -46,9 +47,10 @@ class ChunkedMessage {
   /// and stay alive as long as this object.
   ChunkedMessage(const MessageHeader& header, std::size_t chunkSize, Bytes head, Bytes tail);
 
-  /// Fills `pieces` with what comes next, at most `room` of them. Returns their number; 0 when all
-  /// has been taken.
-  std::size_t Next(Bytes* pieces, std::size_t room);
+  /// Calls `give(Bytes)` for each of the pieces that come next, at most `room` of them. Returns
+  /// their number; 0 when all has been taken.
+  template <class Give>
+  std::size_t Next(std::size_t room, Give give);
   /// The next `size` bytes have been taken; a write may end inside a piece.
   void Take(std::size_t size);
 
@@ -62,6 +64,9 @@ class ChunkedMessage {
     std::size_t body;  ///< bytes of the body in front
     std::size_t room;  ///< bytes of the body that still fit the chunk
   };
+  static Bytes Behind(Bytes bytes, std::size_t size) {
+    return {bytes.data + size, bytes.size - size};
+  }
   /// The bytes that follow `place` and lie behind each other; none at the message's end.
   Bytes PieceAt(const Place& place) const;
   /// `place`, `size` bytes of its piece later.
@@ -77,5 +82,44 @@ class ChunkedMessage {
   Place _ahead;  ///< behind the pieces that were handed out last
   std::size_t _ahead_size = 0;
 };
+
+// In sight of whoever walks: a picture has two pieces a chunk.
+
+inline Bytes ChunkedMessage::PieceAt(const Place& place) const {
+  if (place.header.size > 0) return place.header;
+  const bool inHead = place.body < _head.size;
+  const Bytes piece = inHead ? Behind(_head, place.body) : Behind(_tail, place.body - _head.size);
+  return {piece.data, std::min(piece.size, place.room)};
+}
+
+inline void ChunkedMessage::Advance(Place& place, std::size_t size) const {
+  if (place.header.size > 0) {
+    place.header = Behind(place.header, size);
+    return;
+  }
+  place.body += size;
+  place.room -= size;
+  if (place.room == 0 && place.body < _head.size + _tail.size) {
+    place.header = {_next, _next_size};
+    place.room = _chunk_size;
+  }
+}
+
+template <class Give>
+std::size_t ChunkedMessage::Next(std::size_t room, Give give) {
+  Place place = _place;
+  std::size_t size = 0;
+  std::size_t count = 0;
+  for (; count < room; ++count) {
+    const Bytes piece = PieceAt(place);
+    if (piece.size == 0) break;
+    give(piece);
+    size += piece.size;
+    Advance(place, piece.size);
+  }
+  _ahead = place;
+  _ahead_size = size;
+  return count;
+}
 
 }  // namespace nimbo::plugin

@@ -49,7 +49,7 @@ constexpr int ReconnectAttempts = 3;
 }  // namespace
 
 EleRtmpClient::EleRtmpClient() : MediaSender(ClientProfile, s_counters) {
-  _flags |= 0x100;
+  _flags |= 0x100;  // these are the numbers that the maker gives to sinks of this kind
   _flags |= 0x4;
   _flags |= 0x8;
   _flags |= 0x40000;

@@ -30,7 +30,7 @@ class RtmpStreamPusher : public stream::Service, private MediaSender {
   ~RtmpStreamPusher() override;
 
   /// [control] Connects, builds the capture application, brings it to ready and starts the thread.
-  /// What a failed Open has made stays for Close.
+  /// When it fails, Close takes back what it has made.
   bool Open() override;
   /// [control] Stops the thread, takes the application down and disconnects.
   bool Close() override;

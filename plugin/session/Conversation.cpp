@@ -235,7 +235,6 @@ Status Conversation::AwaitPublish() {
     }
     InboundMessage message;
     const MessageReader::Outcome outcome = Parse(message);
-    if (!RTMP_IsConnected(_session)) return Ended();
     if (outcome == MessageReader::Outcome::Broken) {
       const char* fault = _reader.Fault();
       return fault ? Status::Failed(std::string("what the server sends is not RTMP: ") + fault)
@@ -254,8 +253,8 @@ Status Conversation::Answer(const InboundMessage& message) {
   if (meaning.ends) return Status::Failed(meaning.words);
   if (!meaning.handOn) return {};
   HandOn(message);
-  if (RTMP_IsConnected(_session)) return {};
-  return Ended();
+  // librtmp closes when it cannot send what it answers, and may take the stream for live even so.
+  return RTMP_IsConnected(_session) ? Status() : Ended();
 }
 
 void Conversation::HandOn(const InboundMessage& message) {

@@ -4,6 +4,7 @@
 #include <sys/uio.h>
 
 #include <cerrno>
+#include <limits>
 
 namespace nimbo::plugin {
 
@@ -15,12 +16,13 @@ constexpr std::size_t MaxPieces = 256;
 }  // namespace
 
 bool WriteGathered(int socket, ChunkedMessage& message) {
-  Bytes pieces[MaxPieces];
   iovec parts[MaxPieces];
-  while (const std::size_t count = message.Next(pieces, MaxPieces)) {
-    for (std::size_t i = 0; i < count; ++i) {
-      parts[i] = {const_cast<unsigned char*>(pieces[i].data), pieces[i].size};
-    }
+  for (;;) {
+    iovec* next = parts;
+    const std::size_t count = message.Next(MaxPieces, [&next](Bytes piece) {
+      *next++ = {const_cast<unsigned char*>(piece.data), piece.size};
+    });
+    if (count == 0) return true;
     msghdr gathered = {};
     gathered.msg_iov = parts;
     gathered.msg_iovlen = count;
@@ -30,22 +32,17 @@ bool WriteGathered(int socket, ChunkedMessage& message) {
     // A signal, or a time-out behind the first bytes, cuts a write short.
     message.Take(static_cast<std::size_t>(sent));
   }
-  return true;
 }
 
 bool WriteGathered(gnutls_session_t session, ChunkedMessage& message) {
-  Bytes pieces[MaxPieces];
   gnutls_record_cork(session);
+  // What is corked is taken whole, or there is no memory for it.
   bool taken = true;
-  while (const std::size_t count = taken ? message.Next(pieces, MaxPieces) : 0) {
-    std::size_t whole = 0;
-    for (std::size_t i = 0; taken && i < count; ++i) {
-      const auto size = static_cast<ssize_t>(pieces[i].size);
-      taken = gnutls_record_send(session, pieces[i].data, pieces[i].size) == size;
-      if (taken) whole += pieces[i].size;
-    }
-    message.Take(whole);
-  }
+  constexpr auto All = std::numeric_limits<std::size_t>::max();
+  message.Next(All, [&](Bytes piece) {
+    const auto size = static_cast<ssize_t>(piece.size);
+    taken = taken && gnutls_record_send(session, piece.data, piece.size) == size;
+  });
   int result;
   do {
     result = gnutls_record_uncork(session, 0);

@@ -54,6 +54,11 @@ std::string AddressFault(const std::string& url) {
   return "the options behind it must read NAME=VALUE, with names that librtmp knows";
 }
 
+Status TakesNothing() {
+  return Status::Failed("the server has taken nothing for " +
+                        Seconds(RtmpSession::Limits().stalledSend));
+}
+
 Status NoResources() {
   return Status::Failed("no descriptor or thread is left for the connection");
 }
@@ -91,7 +96,7 @@ bool RtmpSession::Begin(Activity activity) {
   errno = 0;
   const sync::Lock lock(_mutex);
   _activity = activity;
-  Watcher& watcher = Watcher::Globle();
+  Watcher& watcher = Watcher::Global();
   if (activity == Activity::Closing && _published) {
     watcher.Set(_watch, {Watcher::Clock::now() + Limits().drain, Limits().close, false, false});
     LetGo();
@@ -255,7 +260,8 @@ Status RtmpSession::ConnectOwn() {
 }
 
 Status RtmpSession::MakeTls(const std::string& host, int socket) {
-  Status made = _tls.Connect(host, socket, TlsTrust::FromEnvironment(), _warning);
+  Status made = _tls.Connect(host, socket, TlsTrust::FromEnvironment());
+  _warning = _tls.Warning();
   if (!made) return EndedByWatch() ? Status::Failed("TLS: the server does not answer") : made;
   _rtmp->m_sb.sb_ssl = _tls.Lend();
   _own_tls = true;
@@ -269,7 +275,7 @@ Status RtmpSession::WatchAttempt(int socket) {
   if (Watcher::Clock::now() >= _attempt_ends) return Status::Failed("no address answers");
   Watcher::Bounds bounds;
   bounds.end = _attempt_ends;
-  _watch = Watcher::Globle().Add(socket, bounds);
+  _watch = Watcher::Global().Add(socket, bounds);
   return _watch ? Status() : NoResources();
 }
 
@@ -410,12 +416,12 @@ void RtmpSession::Cancel() {
 void RtmpSession::EndAttempt() {
   Watcher::Bounds now;
   now.end = Watcher::Clock::now();
-  Watcher::Globle().Set(_watch, now);
+  Watcher::Global().Set(_watch, now);
 }
 
 void RtmpSession::Drain() {
   if (std::exchange(_drained, true)) return;
-  Watcher::Globle().Set(
+  Watcher::Global().Set(
       _watch, {Watcher::Clock::now() + Limits().drain, Limits().cancelledSend, true, false});
   LetGo();
 }
@@ -424,7 +430,7 @@ void RtmpSession::BoundPublishing() {
   Watcher::Bounds bounds;
   bounds.stall = Limits().stalledSend;
   bounds.reset = true;
-  Watcher::Globle().Set(_watch, bounds);
+  Watcher::Global().Set(_watch, bounds);
 }
 
 void RtmpSession::LetGo() {
@@ -441,7 +447,7 @@ void RtmpSession::Resume() {
 }
 
 void RtmpSession::EndWatch() {
-  Watcher::Globle().Remove(_watch);
+  Watcher::Global().Remove(_watch);
   _watch = 0;
 }
 
@@ -457,7 +463,7 @@ Status RtmpSession::Listen() {
   Status heard;
   try {
     heard = _conversation.Listen();
-    if (!heard) heard = Hide(heard);
+    if (!heard) heard = EndedByWatch() ? TakesNothing() : Hide(heard);
   } catch (const std::bad_alloc&) {
     // What the server said is lost; what is sent to it goes on.
   }
@@ -481,7 +487,7 @@ Conversation::Read RtmpSession::Receive(unsigned char* buffer, std::size_t size,
 
 bool RtmpSession::EndedByWatch() {
   const sync::Lock lock(_mutex);
-  return Watcher::Globle().Ended(_watch);
+  return Watcher::Global().Ended(_watch);
 }
 
 Conversation::Read RtmpSession::ReadInbound(unsigned char* buffer, std::size_t size, bool wait) {
@@ -561,14 +567,12 @@ Status RtmpSession::Sent(bool sent) {
   {
     const sync::Lock lock(_mutex);
     cancelled = _cancelled;
-    stalled = Watcher::Globle().Ended(_watch);
+    stalled = Watcher::Global().Ended(_watch);
   }
   Note();
   if (cancelled) return Status::Failed();
   try {
-    return Status::Failed(stalled
-                              ? "the server has taken nothing for " + Seconds(Limits().stalledSend)
-                              : "the connection to the server is broken");
+    return stalled ? TakesNothing() : Status::Failed("the connection to the server is broken");
   } catch (const std::bad_alloc&) {
     return Status::Failed();
   }

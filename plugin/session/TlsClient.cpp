@@ -58,6 +58,20 @@ std::string HandshakeText(gnutls_session_t session, int error) {
   return gnutls_strerror(error);
 }
 
+/// Sends what lies behind the first `done` bytes of the parts, or some of it, as sendmsg does.
+ssize_t PushBehind(int socket, const giovec_t* parts, int count, std::size_t done) {
+  while (done >= parts->iov_len) {
+    done -= parts->iov_len;
+    ++parts;
+    --count;
+  }
+  giovec_t rest = {static_cast<char*>(parts->iov_base) + done, parts->iov_len - done};
+  msghdr message = {};
+  message.msg_iov = done > 0 ? &rest : const_cast<giovec_t*>(parts);
+  message.msg_iovlen = done > 0 ? 1 : static_cast<std::size_t>(count);
+  return sendmsg(socket, &message, MSG_NOSIGNAL);
+}
+
 }  // namespace
 
 TlsTrust TlsTrust::FromEnvironment() {
@@ -78,7 +92,7 @@ void TlsClient::Reset() {
   _transport = {};
 }
 
-Status TlsClient::LoadTrust(const TlsTrust& trust, std::string& warning) {
+Status TlsClient::LoadTrust(const TlsTrust& trust) {
   if (!trust.verify) return {};
   if (!trust.caFile.empty()) {
     const int loaded = gnutls_certificate_set_x509_trust_file(_credentials, trust.caFile.c_str(),
@@ -88,24 +102,24 @@ Status TlsClient::LoadTrust(const TlsTrust& trust, std::string& warning) {
                           "\" holds no certificate that can be read");
   }
   if (gnutls_certificate_set_x509_system_trust(_credentials) > 0) return {};
-  warning =
+  _warning =
       "the server's certificate is not checked: this system has no certificate store (name one "
       "with RTMP_CA_FILE)";
   return {};
 }
 
-Status TlsClient::Connect(const std::string& host, int socket, const TlsTrust& trust,
-                          std::string& warning) {
+Status TlsClient::Connect(const std::string& host, int socket, const TlsTrust& trust) {
   Reset();
   _transport.socket = socket;
   _host = host;
+  _warning.clear();
   if (gnutls_certificate_allocate_credentials(&_credentials) < 0 ||
       gnutls_init(&_session, GNUTLS_CLIENT | GNUTLS_NO_SIGNAL) < 0 ||
       gnutls_priority_set_direct(_session, Priority, nullptr) < 0) {
     return Status::Failed("TLS cannot be set up");
   }
-  if (Status loaded = LoadTrust(trust, warning); !loaded) return loaded;
-  const bool check = trust.verify && warning.empty();
+  if (Status loaded = LoadTrust(trust); !loaded) return loaded;
+  const bool check = trust.verify && _warning.empty();
 
   gnutls_credentials_set(_session, GNUTLS_CRD_CERTIFICATE, _credentials);
   if (!IsAddress(host)) {
@@ -164,15 +178,17 @@ ssize_t TlsClient::Pull(gnutls_transport_ptr_t transport, void* data, std::size_
 }
 
 ssize_t TlsClient::Push(gnutls_transport_ptr_t transport, const giovec_t* parts, int count) {
-  msghdr message = {};
-  message.msg_iov = const_cast<giovec_t*>(parts);
-  message.msg_iovlen = static_cast<std::size_t>(count);
-  ssize_t result;
-  do {
-    // A signal in the middle of a record would have librtmp begin another one with the same bytes.
-    result = sendmsg(static_cast<const Transport*>(transport)->socket, &message, MSG_NOSIGNAL);
-  } while (result < 0 && errno == EINTR);
-  return result;
+  ssize_t whole = 0;
+  for (int part = 0; part < count; ++part) whole += static_cast<ssize_t>(parts[part].iov_len);
+  // A record is written whole: after a signal in the middle of one GnuTLS would ask to be called
+  // again, and librtmp would begin another one with the same bytes.
+  for (ssize_t done = 0; done < whole;) {
+    const ssize_t sent = PushBehind(static_cast<const Transport*>(transport)->socket, parts, count,
+                                    static_cast<std::size_t>(done));
+    if (sent < 0 && errno != EINTR) return sent;
+    if (sent > 0) done += sent;
+  }
+  return whole;
 }
 
 }  // namespace nimbo::plugin

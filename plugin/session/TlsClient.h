@@ -32,9 +32,11 @@ class TlsClient {
   ~TlsClient();
 
   /// Makes the handshake with `host` over `socket`: TLS 1.2 or 1.3. Certificate and name are
-  /// checked as `trust` says. `warning` is set where the connection goes on unchecked because there
-  /// is nothing to check it against.
-  Status Connect(const std::string& host, int socket, const TlsTrust& trust, std::string& warning);
+  /// checked as `trust` says.
+  Status Connect(const std::string& host, int socket, const TlsTrust& trust);
+  /// Why the last connection goes on unchecked, where there is nothing to check it against; else
+  /// empty.
+  const std::string& Warning() const { return _warning; }
   /// Gives the session to librtmp, which says goodbye on it and frees it. This object must stay
   /// alive until then.
   gnutls_session_t Lend();
@@ -56,10 +58,11 @@ class TlsClient {
   };
   static ssize_t Pull(gnutls_transport_ptr_t transport, void* data, std::size_t size);
   static ssize_t Push(gnutls_transport_ptr_t transport, const giovec_t* parts, int count);
-  Status LoadTrust(const TlsTrust& trust, std::string& warning);
+  Status LoadTrust(const TlsTrust& trust);
 
   Transport _transport;
-  std::string _host;                    ///< the session points to it
+  std::string _host;  ///< the session points to it
+  std::string _warning;
   gnutls_session_t _session = nullptr;  ///< until it is lent
   gnutls_certificate_credentials_t _credentials = nullptr;
 };

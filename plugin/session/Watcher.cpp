@@ -4,39 +4,37 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "plugin/session/TcpProgress.h"
 
 namespace nimbo::plugin {
 
-Watcher& Watcher::Globle() {
+Watcher& Watcher::Global() {
   // Never destroyed: the thread may still be leaving when the process ends.
   static auto* watcher = new Watcher;
   return *watcher;
 }
 
 Watcher::Id Watcher::Add(int socket, const Bounds& bounds) {
-  const int duplicate = fcntl(socket, F_DUPFD_CLOEXEC, 0);
-  if (duplicate < 0) return 0;
+  FileDescriptor duplicate(fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  if (!duplicate) return 0;
   const sync::Lock lock(_mutex);
   try {
-    Watch watch = {duplicate, bounds, 0, {}, true, false, false};
+    Watch watch = {std::move(duplicate), bounds, 0, {}, true, false, false};
     Restart(watch);
-    _watches[_last + 1] = watch;
+    _watches.emplace(_last + 1, std::move(watch));
   } catch (const std::bad_alloc&) {
-    close(duplicate);
     return 0;
   }
   ++_last;
   if (!_running && !StartThread()) {
-    close(duplicate);
     _watches.erase(_last);
     return 0;
   }
@@ -73,7 +71,6 @@ void Watcher::Remove(Id id) {
   const sync::Lock lock(_mutex);
   const auto found = _watches.find(id);
   if (found == _watches.end()) return;
-  close(found->second.socket);
   _watches.erase(found);
   if (_watches.empty()) _changed.NotifyOne();
 }
@@ -111,7 +108,8 @@ void Watcher::Run() {
 }
 
 void Watcher::Restart(Watch& watch) {
-  watch.acknowledged = watch.bounds.stall.count() ? TcpProgress::Of(watch.socket).acknowledged : 0;
+  watch.acknowledged =
+      watch.bounds.stall.count() ? TcpProgress::Of(watch.socket.Get()).acknowledged : 0;
   watch.progressed = Clock::now();
   watch.asleep = false;
 }
@@ -132,7 +130,7 @@ Watcher::Clock::time_point Watcher::LookAt(Watch& watch, Clock::time_point now) 
   if (bounds.stall.count() > 0) {
     // Looked at often enough that a stall is noticed soon after its time.
     constexpr int LooksPerStall = 10;
-    const TcpProgress progress = TcpProgress::Of(watch.socket);
+    const TcpProgress progress = TcpProgress::Of(watch.socket.Get());
     const bool waits = progress.waiting || !bounds.whileWaiting;
     if (!waits || progress.acknowledged != watch.acknowledged) watch.progressed = now;
     watch.acknowledged = progress.acknowledged;
@@ -144,11 +142,11 @@ Watcher::Clock::time_point Watcher::LookAt(Watch& watch, Clock::time_point now) 
   if (due > now) return next;
   if (bounds.reset) {
     const linger atOnce = {1, 0};
-    setsockopt(watch.socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    setsockopt(watch.socket.Get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
   }
   // A socket whose connect is about to begin cannot be shut down yet.
   constexpr std::chrono::milliseconds TryAgain{20};
-  watch.ended = shutdown(watch.socket, SHUT_RDWR) == 0 || errno != ENOTCONN;
+  watch.ended = shutdown(watch.socket.Get(), SHUT_RDWR) == 0 || errno != ENOTCONN;
   return watch.ended ? Clock::time_point::max() : now + TryAgain;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 
+#include "common/FileDescriptor.h"
 #include "sync/Mutex.h"
 
 namespace nimbo::plugin {
@@ -34,7 +35,7 @@ class Watcher {
     bool reset = false;
   };
 
-  static Watcher& Globle();
+  static Watcher& Global();
 
   /// Begins to watch `socket`. 0 when no descriptor or thread is to be had.
   Id Add(int socket, const Bounds& bounds) EXCLUDES(_mutex);
@@ -49,7 +50,7 @@ class Watcher {
 
  private:
   struct Watch {
-    int socket;
+    FileDescriptor socket;
     Bounds bounds;
     std::uint64_t acknowledged;    ///< when it was last looked at
     Clock::time_point progressed;  ///< the last time that this had changed
