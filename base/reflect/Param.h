@@ -14,9 +14,9 @@ bool IParam::Get(const char* name, T& value) {
 inline bool IsIntegerParameter(const std::type_info* stored) {
   if (!stored) return false;
   for (const std::type_info* type :
-       {&typeid(unsigned char), &typeid(unsigned short), &typeid(unsigned int),
-        &typeid(unsigned long long), &typeid(unsigned long), &typeid(char), &typeid(short),
-        &typeid(int), &typeid(long long), &typeid(long)}) {
+       {&typeid(int), &typeid(unsigned int), &typeid(long long), &typeid(unsigned long long),
+        &typeid(long), &typeid(unsigned long), &typeid(short), &typeid(unsigned short),
+        &typeid(char), &typeid(unsigned char)}) {
     if (*stored == *type) return true;
   }
   return false;

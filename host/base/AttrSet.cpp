@@ -3,25 +3,21 @@
 #include <algorithm>
 
 #include "host/base/ConfigText.h"
-#include "log/Line.h"
+#include "host/base/Console.h"
 #include "nimbo/base/names.h"
 
 namespace nimbo::base {
-
-using log::Colour;
-using log::Line;
 
 namespace {
 
 template <class Entries>
 auto Position(Entries& entries, const char* key) {
   const std::uint32_t id = Hash(key);
-  return std::find_if(entries.begin(), entries.end(), [id](const AttrSet::Entry& entry) {
-    return Hash(entry.first.c_str()) == id;
-  });
+  return std::find_if(entries.begin(), entries.end(),
+                      [id](const Attribute& entry) { return Hash(entry.first.c_str()) == id; });
 }
 
-bool NeedsBraces(const AttrSet::Entry& entry) {
+bool NeedsBraces(const Attribute& entry) {
   const std::string& value = entry.second;
   if (value.empty()) return IsUrlKey(entry.first);
   const auto isBlank = [](char c) { return ConfigBlanks.find(c) != ConfigBlanks.npos; };
@@ -33,14 +29,13 @@ bool NeedsBraces(const AttrSet::Entry& entry) {
 
 AttrSet::AttrSet(const char* text) {
   if (!text) return;
-  std::vector<Entry> read;
-  std::string error;
-  _valid = ParseAttributes(text, read, error);
-  if (!_valid) {
-    Line(Colour::Red) << "settings: " << error;
+  auto read = ParseAttributes(text);
+  _valid = static_cast<bool>(read);
+  if (!read) {
+    Refuse("settings: ", read.Why());
     return;
   }
-  for (const auto& [key, value] : read) Set(key.c_str(), value.c_str());
+  for (const auto& [key, value] : *read) Set(key.c_str(), value.c_str());
 }
 
 const char* AttrSet::Get(const char* key) const {
@@ -62,7 +57,7 @@ void AttrSet::Set(const char* key, const char* value) {
 
 std::string AttrSet::ToString(bool lines) const {
   std::string text;
-  for (const Entry& entry : _entries) {
+  for (const Attribute& entry : _entries) {
     const bool braces = !lines && NeedsBraces(entry);
     if (!lines && !text.empty()) text += ',';
     text.append(entry.first).append("=");

@@ -1,10 +1,11 @@
 #include "nimbo/base/class.h"
 
+#include <new>
+
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
 #include "host/base/ObjectHooks.h"
-#include "log/Line.h"
 
 namespace nimbo::base {
 
@@ -85,18 +86,13 @@ object* IClass::Complete(object* instance, const char* type, const char* name, c
   return nullptr;
 }
 
-object* IClass::initObject(object* instance, AttrSet& attrs) {
+object* IClass::initObject(object* instance, AttrSet& attrs) try {
   object* ready = Complete(instance, attrs.Get("type"), attrs.Get("name"), nullptr, nullptr);
   if (const auto list = GetObjectHooks().list; ready && list) list().Add(*ready);
   return ready;
-}
-
-IProperty* IClass::Property(const char* name) const {
-  const std::uint32_t id = Hash(name);
-  for (IProperty* property : _properties) {
-    if (property->ID() == id) return property;
-  }
-  return nullptr;
+} catch (const std::bad_alloc&) {
+  instance->Release();
+  throw;
 }
 
 }  // namespace nimbo::base

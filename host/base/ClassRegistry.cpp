@@ -4,14 +4,11 @@
 
 #include <algorithm>
 
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
+#include "host/base/Framework.h"
 #include "host/base/Nearest.h"
-#include "log/Line.h"
 
 namespace nimbo::base {
-
-using log::Colour;
-using log::Line;
 
 namespace {
 
@@ -56,7 +53,8 @@ IClass* ClassRegistry::Find(const char* name, bool exact, const std::type_info* 
 IClass* ClassRegistry::FindRegistered(std::uint32_t id, const Arr32& keywords, bool exact,
                                       const std::type_info* kind) {
   const auto isKind = [kind](const IClass* cl) {
-    return !kind || (cl->Type() && DerivesFrom(*cl->Type(), *kind));
+    const std::type_info* type = Framework::Info(*cl).type;
+    return !kind || (type && DerivesFrom(*type, *kind));
   };
   const sync::Lock lock(_mutex);
   for (IClass* cl : _classes) {
@@ -111,7 +109,7 @@ std::string ClassRegistry::Suggest(const std::string& name,
   };
   {
     const sync::Lock lock(_mutex);
-    for (const IClass* cl : _classes) add(cl->Name(), cl->Type());
+    for (const IClass* cl : _classes) add(cl->Name(), Framework::Info(*cl).type);
     for (const Offered& offered : _offered) add(offered.name, offered.kind);
   }
   std::vector<std::string> spellings;
@@ -128,7 +126,7 @@ IClass* Describe(IClass* cl, const char* module, const char* description) {
 object* ClassRegistry::Create(IClass& cl, const char* type, const char* name, const char* cfgs,
                               object* owner) {
   if (!cl._creator || !cl._signature || *cl._signature != typeid(void (*)())) {
-    Line(Colour::Red) << cl.Name() << ": objects of this class cannot be made by name";
+    Refuse(cl.Name(), ": objects of this class cannot be made by name");
     return nullptr;
   }
   object* instance =

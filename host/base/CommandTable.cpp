@@ -2,16 +2,12 @@
 
 #include <algorithm>
 
-#include "host/base/Guard.h"
-#include "log/Line.h"
+#include "host/base/Console.h"
 #include "nimbo/base/command.h"
 
 namespace nimbo::base {
 
-using log::Colour;
-using log::Line;
-
-CommandTable& CommandTable::Globle() {
+CommandTable& CommandTable::Global() {
   // Filled by static initialisers of plug-ins; never destroyed.
   static auto* const table = new CommandTable;
   return *table;
@@ -19,8 +15,7 @@ CommandTable& CommandTable::Globle() {
 
 int CommandTable::Add(const char* name, const Handler& handler) {
   if (!name || !*name || !handler) {
-    Line(Colour::Red) << "command \"" << (name ? name : "")
-                      << "\" is not registered: it needs a name and a handler";
+    Refuse("command \"", name ? name : "", "\" is not registered: it needs a name and a handler");
     return -1;
   }
   const auto found = std::find_if(_commands.begin(), _commands.end(),
@@ -48,7 +43,7 @@ const CommandTable::Handler* CommandTable::Find(const std::string& name) const {
 }
 
 int omfCmdRegister(const char* name, const std::function<bool(AttrSet&)>& handler) {
-  return CommandTable::Globle().Add(name, handler);
+  return CommandTable::Global().Add(name, handler);
 }
 
 }  // namespace nimbo::base

@@ -13,7 +13,7 @@ namespace nimbo::base {
 class NIMBO_API CommandTable {
  public:
   using Handler = std::function<bool(AttrSet&)>;
-  static CommandTable& Globle();
+  static CommandTable& Global();
 
   /// See omfCmdRegister. -1, with one console line, without a name or a handler.
   int Add(const char* name, const Handler& handler);

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 
+#include "host/base/Console.h"
 #include "host/text/Text.h"
-#include "log/Line.h"
 #include "nimbo/base/names.h"
 
 namespace nimbo::base {
-
-using log::Colour;
-using log::Line;
 
 namespace {
 
@@ -246,23 +243,19 @@ bool ParseConfiguration(const std::string& text, std::vector<ConfigEntry>& entri
   Reader reader(text, true);
   if (reader.Entries(entries)) return true;
   entries.clear();
-  Line(Colour::Red) << "configuration: " << reader.Error();
-  return false;
+  return Refuse("configuration: ", reader.Error());
 }
 
-bool ParseAttributes(const std::string& text, std::vector<AttrSet::Entry>& entries,
-                     std::string& error) {
-  entries.clear();
+Result<std::vector<Attribute>> ParseAttributes(const std::string& text) {
   std::vector<ConfigSetting> settings;
   Reader reader(text, false);
-  if (!reader.Attributes(settings)) {
-    error = reader.Error();
-    return false;
-  }
+  if (!reader.Attributes(settings)) return Status::Failed(reader.Error());
+  std::vector<Attribute> entries;
+  entries.reserve(settings.size());
   for (ConfigSetting& setting : settings) {
     entries.emplace_back(std::move(setting.key), std::move(setting.value));
   }
-  return true;
+  return entries;
 }
 
 bool ParseConnect(const std::string& text, ConnectText& connect) {
@@ -270,8 +263,7 @@ bool ParseConnect(const std::string& text, ConnectText& connect) {
   Reader reader(text, false);
   if (reader.Connect(connect)) return true;
   connect = {};
-  Line(Colour::Red) << "connect: " << reader.Error();
-  return false;
+  return Refuse("connect: ", reader.Error());
 }
 
 }  // namespace nimbo::base

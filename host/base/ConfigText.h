@@ -3,8 +3,10 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "common/Status.h"
 #include "nimbo/base/attr_set.h"
 
 namespace nimbo::base {
@@ -52,11 +54,12 @@ struct ConfigEntry {
 /// cannot be parsed; `entries` is then empty. An empty text has no entries. [any]
 NIMBO_API bool ParseConfiguration(const std::string& text, std::vector<ConfigEntry>& entries);
 
-/// Splits `key=value,...` into `entries` by the same rules; a "+" means nothing here. On failure
-/// `entries` is empty and `error` holds what AttrSet prints: the piece in quotes, its position in
-/// bytes from 0, and what is wrong with it. [any]
-NIMBO_API bool ParseAttributes(const std::string& text, std::vector<AttrSet::Entry>& entries,
-                               std::string& error);
+/// A key and its value, as an AttrSet keeps them.
+using Attribute = std::pair<std::string, std::string>;
+
+/// Splits `key=value,...` by the same rules; a "+" means nothing here. A failure is what AttrSet
+/// prints: the piece in quotes, its position in bytes from 0, and what is wrong with it. [any]
+NIMBO_API Result<std::vector<Attribute>> ParseAttributes(const std::string& text);
 
 /// `pv:NAME[,key=value]...`, the form of a source's `connect` text.
 struct ConnectText {

@@ -1,11 +1,59 @@
+#include "host/base/Console.h"
+
 #include <unistd.h>
 
-#include <cstdio>
+#include <exception>
+#include <new>
 
-#include "common/SigPipeGuard.h"
-#include "common/WriteAll.h"
+#include "host/base/Outlet.h"
 #include "nimbo/base/ostream.h"
-#include "sync/Mutex.h"
+
+namespace nimbo {
+
+namespace {
+
+thread_local bool told = false;
+
+}  // namespace
+
+Attempt::Attempt() noexcept : _before(std::exchange(told, false)) {}
+
+Attempt::~Attempt() { told = told || _before; }
+
+bool Attempt::Told() const noexcept { return told; }
+
+bool Attempt::MarkTold() noexcept {
+  told = true;
+  return false;
+}
+
+void Say(const std::string& text) { base::cout << text + "\n"; }
+
+void Note(const std::string& text) { base::StandardError().Write(text); }
+
+void Complain(const std::string& text) {
+  // What was printed before explains it and comes first.
+  base::StandardOutput().Write({});
+  const bool coloured = isatty(STDERR_FILENO) != 0;
+  Note((coloured ? "\033[31m" : "") + text + (coloured ? "\n\033[0m" : "\n"));
+}
+
+bool RefuseException(const std::string& what) noexcept {
+  try {
+    try {
+      throw;
+    } catch (const std::exception& error) {
+      Refuse(what, ": an exception escaped: ", error.what());
+    } catch (...) {
+      Refuse(what, ": an exception of unknown type escaped");
+    }
+  } catch (const std::bad_alloc&) {
+    base::StandardOutput().Write("\033[31mout of memory\n\033[0m");
+  }
+  return Attempt::MarkTold();
+}
+
+}  // namespace nimbo
 
 namespace nimbo::base {
 namespace {
@@ -14,17 +62,7 @@ class Console final : public ostream {
  public:
   constexpr Console() noexcept = default;
 
-  void Write(const char* text, std::size_t size) override {
-    const sync::Lock lock(_mutex);
-    // A console that has gone takes nothing more, and must not end the process.
-    const SigPipeGuard guard;
-    // What was printed with the C library comes first.
-    const bool flushed = std::fflush(stdout) == 0;
-    if (!WriteAll(STDOUT_FILENO, {text, size}) || !flushed) SigPipeGuard::Suspect();
-  }
-
- private:
-  sync::Mutex _mutex;  ///< held while a text is written
+  void Write(const char* text, std::size_t size) override { StandardOutput().Write({text, size}); }
 };
 
 /// Ready before the first static initialiser and never destroyed, because lines are written before

@@ -1,67 +1,40 @@
 #include "host/base/DynamicSymbols.h"
 
 #include <dlfcn.h>
-#include <elf.h>
+#include <fcntl.h>
+#include <gelf.h>
 #include <link.h>
 
-#include <algorithm>
-#include <cstdint>
+#include <memory>
+
+#include "common/FileDescriptor.h"
 
 namespace nimbo::base {
 namespace {
 
-/// The parts of a loaded library's dynamic section that name its symbols.
-struct Tables {
-  const ElfW(Sym) * symbols = nullptr;
-  const char* names = nullptr;
-  const std::uint32_t* gnuHash = nullptr;
-  const std::uint32_t* sysvHash = nullptr;
+struct EndElf {
+  void operator()(Elf* elf) const { elf_end(elf); }
 };
+using ElfPtr = std::unique_ptr<Elf, EndElf>;
 
-Tables ReadTables(const link_map& map) {
-  Tables tables;
-  for (const ElfW(Dyn)* entry = map.l_ld; entry->d_tag != DT_NULL; ++entry) {
-    // Some C libraries relocate these addresses when they load a library, others do not.
-    ElfW(Addr) address = entry->d_un.d_ptr;
-    if (address < map.l_addr) address += map.l_addr;
-    switch (entry->d_tag) {
-      case DT_SYMTAB:
-        tables.symbols = reinterpret_cast<const ElfW(Sym)*>(address);
-        break;
-      case DT_STRTAB:
-        tables.names = reinterpret_cast<const char*>(address);
-        break;
-      case DT_GNU_HASH:
-        tables.gnuHash = reinterpret_cast<const std::uint32_t*>(address);
-        break;
-      case DT_HASH:
-        tables.sysvHash = reinterpret_cast<const std::uint32_t*>(address);
-        break;
-      default:
-        break;
-    }
-  }
-  return tables;
+bool IsExportedFunction(const GElf_Sym& symbol) {
+  const auto type = GELF_ST_TYPE(symbol.st_info);
+  const auto binding = GELF_ST_BIND(symbol.st_info);
+  const auto visibility = GELF_ST_VISIBILITY(symbol.st_other);
+  return symbol.st_shndx != SHN_UNDEF && (type == STT_FUNC || type == STT_GNU_IFUNC) &&
+         (binding == STB_GLOBAL || binding == STB_WEAK) &&
+         (visibility == STV_DEFAULT || visibility == STV_PROTECTED);
 }
 
-/// The symbol table does not say how long it is; the hash table over it does. The GNU form lists
-/// the symbols of each bucket in a chain whose last entry has its lowest bit set, so the table ends
-/// behind the chain of the bucket that starts last.
-std::size_t SymbolCount(const Tables& tables) {
-  if (tables.sysvHash) return tables.sysvHash[1];
-  if (!tables.gnuHash) return 0;
-  const std::uint32_t bucketCount = tables.gnuHash[0];
-  const std::uint32_t firstHashed = tables.gnuHash[1];
-  const std::uint32_t filterWords = tables.gnuHash[2];
-  constexpr std::uint32_t HeaderWords = 4;
-  const std::uint32_t* buckets =
-      tables.gnuHash + HeaderWords + filterWords * (sizeof(ElfW(Addr)) / sizeof(std::uint32_t));
-  const std::uint32_t* chains = buckets + bucketCount;
-  if (bucketCount == 0) return firstHashed;
-  std::uint32_t last = *std::max_element(buckets, buckets + bucketCount);
-  if (last < firstHashed) return firstHashed;
-  while ((chains[last - firstHashed] & 1) == 0) ++last;
-  return last + 1;
+void AddFunctions(Elf& elf, Elf_Scn& section, std::vector<std::string>& functions) {
+  GElf_Shdr header = {};
+  if (!gelf_getshdr(&section, &header) || header.sh_type != SHT_DYNSYM) return;
+  Elf_Data* data = elf_getdata(&section, nullptr);
+  GElf_Sym symbol = {};
+  for (int index = 0; gelf_getsym(data, index, &symbol); ++index) {
+    const char* name = elf_strptr(&elf, header.sh_link, symbol.st_name);
+    if (name && IsExportedFunction(symbol)) functions.emplace_back(name);
+  }
 }
 
 }  // namespace
@@ -70,20 +43,12 @@ std::vector<std::string> ExportedFunctions(void* handle) {
   std::vector<std::string> functions;
   link_map* map = nullptr;
   if (dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || !map) return functions;
-  const Tables tables = ReadTables(*map);
-  if (!tables.symbols || !tables.names) return functions;
-  const std::size_t count = SymbolCount(tables);
-  for (std::size_t index = 0; index < count; ++index) {
-    const ElfW(Sym)& symbol = tables.symbols[index];
-    // Both word sizes lay out these two bytes alike.
-    const auto type = ELF64_ST_TYPE(symbol.st_info);
-    const auto binding = ELF64_ST_BIND(symbol.st_info);
-    const auto visibility = ELF64_ST_VISIBILITY(symbol.st_other);
-    if (symbol.st_shndx == SHN_UNDEF) continue;
-    if (type != STT_FUNC && type != STT_GNU_IFUNC) continue;
-    if (binding != STB_GLOBAL && binding != STB_WEAK) continue;
-    if (visibility != STV_DEFAULT && visibility != STV_PROTECTED) continue;
-    functions.emplace_back(tables.names + symbol.st_name);
+  elf_version(EV_CURRENT);
+  const FileDescriptor file(open(map->l_name, O_RDONLY | O_CLOEXEC));
+  const ElfPtr elf(elf_begin(file.Get(), ELF_C_READ_MMAP, nullptr));
+  if (!elf) return functions;
+  for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf.get(), section));) {
+    AddFunctions(*elf, *section, functions);
   }
   return functions;
 }

@@ -6,27 +6,25 @@
 #include <filesystem>
 #include <set>
 
+#include "host/base/Console.h"
+#include "host/base/ControlThread.h"
 #include "host/base/DynamicSymbols.h"
-#include "host/base/Guard.h"
-#include "log/Line.h"
 #include "nimbo/base/command.h"
 
 namespace nimbo::base {
 
-using log::Colour;
-using log::Line;
-
-PluginLoader& PluginLoader::Globle() {
+PluginLoader& PluginLoader::Global() {
   // Filled by static initialisers of plug-ins; never destroyed.
   static auto* const loader = new PluginLoader;
   return *loader;
 }
 
 bool PluginLoader::Load(const std::string& path) {
+  AssertControlThread();
   // The initialisers of the library run inside dlopen.
   void* handle = Guarded(path, static_cast<void*>(nullptr), [&path]() -> void* {
     void* loaded = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (!loaded) Line(Colour::Red) << "cannot load the plug-in: " << dlerror();
+    if (!loaded) Refuse("cannot load the plug-in: ", dlerror());
     return loaded;
   });
   if (!handle) return false;
@@ -43,6 +41,7 @@ bool PluginLoader::Load(const std::string& path) {
 }
 
 bool PluginLoader::Register() {
+  AssertControlThread();
   bool succeeded = true;
   for (;;) {
     // Looked for anew each time: a registration function may add entries.
@@ -63,7 +62,7 @@ bool PluginLoader::Register() {
 
 int PluginLoader::Add(void (*registration)(const char*), int order, const char* name) {
   if (!registration) {
-    Line(Colour::Red) << "plug-in \"" << name << "\" has no registration function";
+    Refuse("plug-in \"", name, "\" has no registration function");
     return -1;
   }
   _entries.push_back({registration, order, name ? name : "", false});
@@ -115,19 +114,17 @@ std::string PluginLoader::OwnFolder() {
   return failed ? "./" : own.parent_path().string() + "/";
 }
 
-void* PluginLoader::ModuleFunction(const char* library, const char* function, std::string& error) {
+Result<void*> PluginLoader::ModuleFunction(const char* library, const char* function) {
   const std::string path = OwnFolder() + library;
   void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   void* symbol = module ? dlsym(module, function) : nullptr;
-  if (!symbol) {
-    const char* reason = dlerror();
-    error = reason ? reason : path + " has no " + function;
-  }
-  return symbol;
+  if (symbol) return symbol;
+  const char* reason = dlerror();
+  return Status::Failed(reason ? reason : path + " has no " + function);
 }
 
 int ReflectAdd(void (*registration)(const char*), int order, const char* name) {
-  return PluginLoader::Globle().Add(registration, order, name);
+  return PluginLoader::Global().Add(registration, order, name);
 }
 
 }  // namespace nimbo::base

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "nimbo/base/api.h"
 
 namespace nimbo::base {
@@ -10,7 +11,7 @@ namespace nimbo::base {
 /// The plug-ins of the process. They are loaded with dlopen and never unloaded. [control]
 class NIMBO_API PluginLoader {
  public:
-  static PluginLoader& Globle();
+  static PluginLoader& Global();
 
   /// Loads the library at `path`, whose initialisers put it into the plug-in list, then calls
   /// Register. A library that is loaded already stays as it is. False with one console line on
@@ -34,8 +35,8 @@ class NIMBO_API PluginLoader {
   /// The folder of the library or program that this code is linked into; ends in "/".
   static std::string OwnFolder();
   /// The function of a module of this project: a library in this folder, which is loaded for it
-  /// and, like the plug-ins, never unloaded. Null, with the reason in `error`, when there is none.
-  static void* ModuleFunction(const char* library, const char* function, std::string& error);
+  /// and, like the plug-ins, never unloaded. Never null.
+  static Result<void*> ModuleFunction(const char* library, const char* function);
 
  private:
   struct Entry {

@@ -1,4 +1,4 @@
-#include "nimbo/base/thread.h"
+#include "host/base/Thread.h"
 
 #include <pthread.h>
 #include <unistd.h>
@@ -8,7 +8,9 @@
 #include <climits>
 #include <string>
 
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
+#include "host/base/Outlet.h"
+#include "nimbo/base/thread.h"
 #include "sync/Mutex.h"
 
 #if defined(__has_feature)
@@ -32,6 +34,8 @@ constexpr std::size_t LeastStack = std::size_t{256} * 1024;
 #endif
 constexpr std::size_t NameLimit = 15;  ///< bytes of a thread's name that Linux keeps
 
+std::atomic<int> s_lost_threads{0};
+
 std::size_t StackSize(int wish) {
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::size_t least = std::max({LeastStack, static_cast<std::size_t>(std::max(wish, 0)),
@@ -41,8 +45,11 @@ std::size_t StackSize(int wish) {
 
 }  // namespace
 
+int LostThreads() noexcept { return s_lost_threads; }
+
 struct Thread::State {
   std::string name;
+  std::string called;  ///< what an exception's line begins with
   std::size_t stack = 0;
   std::function<void()> body;
   std::atomic<bool> running{false};
@@ -55,11 +62,13 @@ struct Thread::State {
 };
 
 void Thread::State::Run() {
-  pthread_setname_np(pthread_self(), name.substr(0, NameLimit).c_str());
-  Guarded("thread " + name, false, [this] {
+  Outlet::NeverWaitHere();  // packets are delivered here
+  pthread_setname_np(pthread_self(), name.c_str());
+  const bool returned = Guarded(called, false, [this] {
     body();
     return true;
   });
+  if (!returned) ++s_lost_threads;
   body = nullptr;  // what it holds must not outlive the run
   running.store(false, std::memory_order_release);
 }
@@ -74,7 +83,8 @@ void Thread::State::JoinLocked() {
 // ones need privileges, and a nice value would only make the sending thread lose to others.
 Thread::Thread(const char* name, int /*priority*/, int /*policy*/, int stackSize)
     : _state(std::make_unique<State>()) {
-  _state->name = name ? name : "";
+  _state->name = std::string(name ? name : "").substr(0, NameLimit);
+  _state->called = std::string("thread ") + (name ? name : "");
   _state->stack = StackSize(stackSize);
 }
 

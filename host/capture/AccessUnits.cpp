@@ -21,7 +21,7 @@ void AccessUnitReader::Reset() {
   _nal = _sps = _pps = Place();
 }
 
-AccessUnitReader::Result AccessUnitReader::Next(AccessUnit& unit, std::string& error) {
+Result<Reading> AccessUnitReader::Next(AccessUnit& unit) {
   if (_used != 0) {
     _window.Use(_used);
     Reset();
@@ -32,35 +32,26 @@ AccessUnitReader::Result AccessUnitReader::Next(AccessUnit& unit, std::string& e
     while (FindNext(at_end, position)) {
       if (!Take(position)) {
         Fill(unit, position);
-        return Result::Unit;
+        return Reading::Ready;
       }
     }
     if (at_end) {
-      if (!_has_slice) return Result::End;
+      if (!_has_slice) return Reading::End;
       EndNal(_window.Size());
       Fill(unit, _window.Size());
-      return Result::Unit;
+      return Reading::Ready;
     }
     if (!_in_unit && _scan != 0) {
       _window.Use(_scan);  // no start code yet: nothing of it is needed
       _scan = 0;
     }
-    switch (_window.More()) {
-      case ByteWindow::Result::More:
-        break;
-      case ByteWindow::Result::End:
-        at_end = true;
-        break;
-      case ByteWindow::Result::Aborted:
-        return Result::Aborted;
-      case ByteWindow::Result::TooLarge:
-        error = "the picture that starts at byte " + std::to_string(_window.Offset()) +
-                " does not end within " + std::to_string(_window.Size()) + " bytes";
-        return Result::Failed;
-      case ByteWindow::Result::Failed:
-        error = _window.Error() + " at byte " + std::to_string(_window.Offset() + _window.Size());
-        return Result::Failed;
+    if (_window.Full()) {
+      return Status::Failed("the picture that starts at byte " + std::to_string(_window.Offset()) +
+                            " does not end within " + std::to_string(_window.Size()) + " bytes");
     }
+    auto more = _window.More();
+    if (!more || *more == Reading::Aborted) return more;
+    at_end = *more == Reading::End;
   }
 }
 

@@ -30,13 +30,11 @@ struct AccessUnit {
 /// a slice that starts a picture. It is therefore known when the next one starts.
 class NIMBO_API AccessUnitReader {
  public:
-  enum class Result { Unit, End, Aborted, Failed };
-
   explicit AccessUnitReader(ByteWindow& window) : _window(window) {}
 
-  /// The next unit. What is wrong, and at which byte, is in `error` after Failed. Bytes in front of
-  /// the first start code are passed over; parameter sets behind the last picture are dropped.
-  Result Next(AccessUnit& unit, std::string& error);
+  /// The next unit. A failure says what is wrong, and at which byte. Bytes in front of the first
+  /// start code are passed over; parameter sets behind the last picture are dropped.
+  Result<Reading> Next(AccessUnit& unit);
   /// Forgets what it knows, after the window was taken back to the front.
   void Reset();
 

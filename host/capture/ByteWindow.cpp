@@ -5,36 +5,26 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstring>
 
 namespace nimbo::capture {
 
-namespace {
-
-/// No access unit is larger: level 5.2 allows about 5 MB for one.
-constexpr std::size_t LargestPiece = std::size_t{16} * 1024 * 1024;
-
-}  // namespace
-
-bool ByteWindow::Open(const std::string& path, std::string& error) {
+Status ByteWindow::Open(const std::string& path) {
   Close();
   // A named pipe is opened without waiting for its writer, so that an abort can end the wait.
   _file.Reset(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                           : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!_file) {
-    error = std::strerror(errno);
-    return false;
-  }
+  if (!_file) return Status::Failed(std::strerror(errno));
   struct stat status {};
   fstat(_file.Get(), &status);
   if (S_ISDIR(status.st_mode)) {
-    error = std::strerror(EISDIR);
     Close();
-    return false;
+    return Status::Failed(std::strerror(EISDIR));
   }
   _seekable = S_ISREG(status.st_mode);
-  return true;
+  return {};
 }
 
 void ByteWindow::Close() {
@@ -51,10 +41,10 @@ bool ByteWindow::Rewind() {
   return true;
 }
 
-bool ByteWindow::MakeRoom() {
+void ByteWindow::MakeRoom() {
+  assert(!Full());
   const std::size_t size = Size();
-  if (size > LargestPiece - _read_size) return false;
-  if (_capacity - _end >= _read_size) return true;
+  if (_capacity - _end >= _read_size) return;
   // Moving is cheap as long as the piece is at most half of the memory.
   if (_capacity - size >= _read_size && size <= _capacity / 2) {
     std::memmove(_memory.get(), Bytes().data(), size);
@@ -67,24 +57,23 @@ bool ByteWindow::MakeRoom() {
   }
   _begin = 0;
   _end = size;
-  return true;
 }
 
-ByteWindow::Result ByteWindow::More() {
-  if (!MakeRoom()) return Result::TooLarge;
+Result<Reading> ByteWindow::More() {
+  MakeRoom();
   for (;;) {
     // A regular file can always be read.
     const bool readable = _seekable ? !_abort.IsSet() : _abort.WaitReadable(_file.Get(), _deadline);
-    if (!readable) return Result::Aborted;
+    if (!readable) return Reading::Aborted;
     const ssize_t got = read(_file.Get(), _memory.get() + _end, _read_size);
     if (got > 0) {
       _end += static_cast<std::size_t>(got);
-      return Result::More;
+      return Reading::Ready;
     }
-    if (got == 0) return Result::End;
+    if (got == 0) return Reading::End;
     if (errno == EINTR || errno == EAGAIN) continue;
-    _error = std::strerror(errno);
-    return Result::Failed;
+    const std::string reason = std::strerror(errno);
+    return Status::Failed(reason + " at byte " + std::to_string(_offset + Size()));
   }
 }
 

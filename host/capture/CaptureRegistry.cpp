@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cctype>
 
+#include "host/base/Console.h"
 #include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
 #include "host/capture/EsSource.h"
-#include "host/stream/Console.h"
 
 namespace nimbo::capture {
 
@@ -15,15 +15,15 @@ namespace {
 constexpr char ModuleName[] = "libnimbo-av.so";
 constexpr char ModuleFunction[] = "RegisterAvModule";
 
-/// Loads the module at the first call that can. False with the reason in `error`.
-bool LoadModule(std::string& error) {
+/// Loads the module at the first call that can.
+Status LoadModule() {
   static bool loaded = false;
-  if (loaded) return true;
-  void* symbol = base::PluginLoader::ModuleFunction(ModuleName, ModuleFunction, error);
-  if (!symbol) return false;
+  if (loaded) return {};
+  auto symbol = base::PluginLoader::ModuleFunction(ModuleName, ModuleFunction);
+  if (!symbol) return symbol.Failure();
   loaded = true;
-  reinterpret_cast<void (*)()>(symbol)();
-  return true;
+  reinterpret_cast<void (*)()> (*symbol)();
+  return {};
 }
 
 /// True for an entry that stands for any number behind it.
@@ -39,7 +39,7 @@ bool Serves(const std::string& entry, const std::string& name) {
 
 }  // namespace
 
-CaptureRegistry& CaptureRegistry::Globle() {
+CaptureRegistry& CaptureRegistry::Global() {
   static auto& registry = *[] {
     auto* made = new CaptureRegistry;  // sources may be made while the process ends
     made->Add("es", EsSource::Make, "elementary stream files: video, audio, fr, loop, pace, wait");
@@ -67,12 +67,15 @@ const CaptureRegistry::Maker* CaptureRegistry::Find(const std::string& name) con
 
 std::unique_ptr<CaptureSource> CaptureRegistry::Make(const std::string& name,
                                                      const base::AttrSet& options) {
-  std::string error;
   const Maker* maker = Find(name);
-  if (!maker && LoadModule(error)) maker = Find(name);
+  Status loaded;
+  if (!maker) {
+    loaded = LoadModule();
+    maker = Find(name);
+  }
   if (maker) return (*maker)(name, options);
-  stream::Refuse("There is no capture source \"", name, "\"", Suggest(name),
-                 error.empty() ? "" : "; those of the libav* module are missing: ", error);
+  Refuse("There is no capture source \"", name, "\"", Suggest(name),
+         loaded ? "" : "; those of the libav* module are missing: ", loaded.Why());
   return nullptr;
 }
 
@@ -99,9 +102,8 @@ std::string CaptureRegistry::Suggest(const std::string& name) const {
 }
 
 bool LoadAvModule() {
-  std::string error;
-  if (LoadModule(error)) return true;
-  return stream::Refuse("The libav* module cannot be loaded: ", error);
+  const Status loaded = LoadModule();
+  return loaded || Refuse("The libav* module cannot be loaded: ", loaded.Why());
 }
 
 }  // namespace nimbo::capture

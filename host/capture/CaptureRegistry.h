@@ -16,7 +16,7 @@ class NIMBO_API CaptureRegistry {
  public:
   using Maker = std::function<std::unique_ptr<CaptureSource>(const std::string& name,
                                                              const base::AttrSet& options)>;
-  static CaptureRegistry& Globle();
+  static CaptureRegistry& Global();
   /// A source of the same name is replaced. `description` says what it is and its options.
   void Add(std::string name, Maker maker, const char* description = "");
   /// Makes the source `name`; loads the libav* module when the name is not known otherwise. Null

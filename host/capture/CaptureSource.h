@@ -38,6 +38,9 @@ class NIMBO_API CaptureSource {
   /// [any] True when the source can wait (a file or a pipe), so that a consumer that is slow holds
   /// it up instead of losing packets.
   virtual bool Unpaced() const { return false; }
+  /// [capturing] True when the packet that Read gave last had been taken in before Start: such ones
+  /// come all at once, and can wait.
+  virtual bool Behind() const { return false; }
 };
 
 }  // namespace nimbo::capture

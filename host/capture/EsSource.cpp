@@ -6,8 +6,9 @@
 #include <cstdlib>
 
 #include "base/reflect/Names.h"
+#include "host/base/Console.h"
+#include "host/base/Framework.h"
 #include "host/base/Nearest.h"
-#include "host/stream/Console.h"
 
 namespace nimbo::capture {
 
@@ -60,21 +61,21 @@ bool ParseLoop(const char* text, std::uint64_t& plays) {
 
 std::unique_ptr<CaptureSource> EsSource::Make(const std::string&, const base::AttrSet& options) {
   const auto refuse = [](const char* key, const char* value, const char* wanted) {
-    stream::Refuse("es: ", key, "=", value, ": ", wanted);
+    Refuse("es: ", key, "=", value, ": ", wanted);
     return std::unique_ptr<CaptureSource>();
   };
-  for (const auto& [key, value] : options.Entries()) {
+  for (const auto& [key, value] : Framework::Entries(options)) {
     const auto same = [id = base::Hash(key.c_str())](const std::string& known) {
       return base::Hash(known.c_str()) == id;
     };
     if (std::any_of(Options.begin(), Options.end(), same)) continue;
-    stream::Explain("es: option ", key, " has no effect here", base::Suggest(key, Options));
+    Explain("es: option ", key, " has no effect here", base::Suggest(key, Options));
   }
   std::unique_ptr<EsSource> source(new EsSource);
   const char* video = options.Get("video");
   const char* audio = options.Get("audio");
   if ((!video || !*video) && (!audio || !*audio)) {
-    stream::Refuse("es: no file: say pv:es,video=PATH or audio=PATH, or both");
+    Refuse("es: no file: say pv:es,video=PATH or audio=PATH, or both");
     return nullptr;
   }
   FrameRate rate;
@@ -162,9 +163,9 @@ EsTrack* EsSource::Next() {
   for (;;) {
     EsTrack* next = nullptr;
     for (const auto& track : _tracks) {
-      const EsTrack::Result result = track->Peek();
-      if (result == EsTrack::Result::Aborted || result == EsTrack::Result::Failed) return nullptr;
-      if (result == EsTrack::Result::End) continue;
+      auto found = track->Peek();
+      if (!found || *found == Reading::Aborted) return nullptr;
+      if (*found == Reading::End) continue;
       if (!next || track->Time() < next->Time()) next = track.get();
     }
     if (next || !Again()) return next;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
 #include "host/stream/Media.h"
 
 namespace nimbo::capture {
@@ -30,41 +30,39 @@ std::string Shown(const std::string& path) { return path == "-" ? "standard inpu
 
 EsTrack::~EsTrack() { Close(); }
 
-bool EsTrack::Open() {
-  std::string error;
-  if (!_window.Open(_path, error)) {
-    Fail(error);
-    return false;
-  }
-  return true;
+Status EsTrack::Open() {
+  const Status opened = _window.Open(_path);
+  return opened ? opened : Refuse(opened.Why());
 }
 
-bool EsTrack::Begin() {
+Status EsTrack::Begin() {
   Reset();
   const std::int64_t due = MonotonicNow() + _patience;
   _window.SetDeadline(due);
-  const Result result = Peek();
+  auto first = Peek();
   _window.SetDeadline(Never);
-  if (result == Result::End) {
-    Fail("the file is empty");
-  } else if (result == Result::Aborted && MonotonicNow() >= due) {
-    Fail("no frame came within " + InSeconds(_patience) +
-         ": start what writes it, or give it longer with wait=SECONDS");
+  if (!first) return first.Failure();
+  if (*first == Reading::End) return Refuse("the file is empty");
+  if (*first == Reading::Aborted && MonotonicNow() >= due) {
+    return Refuse("no frame came within " + InSeconds(_patience) +
+                  ": start what writes it, or give it longer with wait=SECONDS");
   }
-  if (result != Result::Frame) return false;
-  if (!_window.Seekable()) return true;
-  Survey();
-  return Peek() == Result::Frame;
+  if (*first == Reading::Ready && _window.Seekable()) {
+    Survey();
+    first = Peek();
+  }
+  return first && *first == Reading::Ready ? Status() : Status::Failed();
 }
 
 /// Passes over the first frames of a file for what is to be said about them, and goes back.
 void EsTrack::Survey() {
   Frame frame;
-  std::string told_later;
-  while (_window.Offset() < SurveyedBytes && Find(frame, told_later) == Result::Frame) {
+  while (_window.Offset() < SurveyedBytes) {
+    auto found = Find(frame);
+    if (!found || *found != Reading::Ready) break;  // which is told when it is read again
   }
   SetMedia(nullptr);  // it may have changed
-  Rewind();
+  (void)Rewind();     // a file can be
 }
 
 void EsTrack::Close() {
@@ -76,12 +74,12 @@ void EsTrack::Close() {
   _sequence = 1;
 }
 
-EsTrack::Result EsTrack::Peek() {
-  if (_found) return Result::Frame;
-  std::string error;
-  const Result result = Find(_frame, error);
-  _found = result == Result::Frame;
-  return result == Result::Failed ? Fail(error) : result;
+Result<Reading> EsTrack::Peek() {
+  if (_found) return Reading::Ready;
+  auto found = Find(_frame);
+  if (!found) return Refuse(found.Why());
+  _found = *found == Reading::Ready;
+  return found;
 }
 
 Held<stream::Packet> EsTrack::Take(std::int64_t base) {
@@ -94,26 +92,23 @@ Held<stream::Packet> EsTrack::Take(std::int64_t base) {
   return packet;
 }
 
-bool EsTrack::Rewind() {
-  if (!_window.Rewind()) {
-    Fail("only a file can be played again");
-    return false;
-  }
+Status EsTrack::Rewind() {
+  if (!_window.Rewind()) return Refuse("only a file can be played again");
   Reset();
   _frames = 0;
   _found = false;
-  return true;
+  return {};
 }
 
 void EsTrack::Warn(const std::string& what) {
   if (std::exchange(_warned, true)) return;
-  stream::Explain("es: ", Shown(_path), ": ", what, ": read it with pv:av,url=", _path,
-                  ",transcode=true instead");
+  Explain("es: ", Shown(_path), ": ", what, ": read it with pv:av,url=", _path,
+          ",transcode=true instead");
 }
 
-EsTrack::Result EsTrack::Fail(const std::string& error) const {
-  stream::Refuse("es: ", Shown(_path), ": ", error);
-  return Result::Failed;
+Status EsTrack::Refuse(const std::string& why) const {
+  nimbo::Refuse("es: ", Shown(_path), ": ", why);
+  return Status::Failed();
 }
 
 void EsVideoTrack::Reset() {
@@ -123,34 +118,27 @@ void EsVideoTrack::Reset() {
   _pps.clear();
 }
 
-EsTrack::Result EsVideoTrack::Find(Frame& frame, std::string& error) {
+Result<Reading> EsVideoTrack::Find(Frame& frame) {
   AccessUnit unit;
   for (;;) {
-    switch (_reader.Next(unit, error)) {
-      case AccessUnitReader::Result::Unit:
-        break;
-      case AccessUnitReader::Result::End:
-        if (Media()) return Result::End;
-        error = "no H.264 picture with an SPS and a PPS in all of its " +
-                std::to_string(Window().Offset() + Window().Size()) +
-                " bytes: an H.264 stream in Annex B form is needed";
-        return Result::Failed;
-      case AccessUnitReader::Result::Aborted:
-        return Result::Aborted;
-      case AccessUnitReader::Result::Failed:
-        return Result::Failed;
+    auto next = _reader.Next(unit);
+    if (!next || *next == Reading::Aborted) return next;
+    if (*next == Reading::End) {
+      if (Media()) return next;
+      return Status::Failed("no H.264 picture with an SPS and a PPS in all of its " +
+                            std::to_string(Window().Offset() + Window().Size()) +
+                            " bytes: an H.264 stream in Annex B form is needed");
     }
     Check(unit);
-    if (!TakeParameters(unit, error)) return Result::Failed;
+    if (Status taken = TakeParameters(unit); !taken) return taken;
     if (Media()) {
       frame = {unit.bytes, unit.key};
-      return Result::Frame;
+      return Reading::Ready;
     }
     // Pictures in front of the first parameter sets cannot be decoded.
     if (unit.offset > SearchLimit) {
-      error = std::string("no ") + (_sps.empty() ? "SPS" : "PPS") + " found up to byte " +
-              std::to_string(unit.offset);
-      return Result::Failed;
+      return Status::Failed(std::string("no ") + (_sps.empty() ? "SPS" : "PPS") +
+                            " found up to byte " + std::to_string(unit.offset));
     }
   }
 }
@@ -166,70 +154,56 @@ void EsVideoTrack::Check(const AccessUnit& unit) {
   }
 }
 
-bool EsVideoTrack::TakeParameters(const AccessUnit& unit, std::string& error) {
+Status EsVideoTrack::TakeParameters(const AccessUnit& unit) {
   const bool new_sps = Renew(_sps, unit.sps);
   const bool new_pps = Renew(_pps, unit.pps);
-  if (_sps.empty() || _pps.empty() || (Media() && !new_sps && !new_pps)) return true;
+  if (_sps.empty() || _pps.empty() || (Media() && !new_sps && !new_pps)) return {};
   const auto info = ParseSps(_sps);
   if (!info) {
     const auto behind = unit.sps.empty() ? 0 : unit.sps.data() - unit.bytes.data();
     const std::uint64_t at = unit.offset + static_cast<std::uint64_t>(behind);
-    error = "the SPS at byte " + std::to_string(at) + " is damaged";
-    return false;
+    return Status::Failed("the SPS at byte " + std::to_string(at) + " is damaged");
   }
   if (Media()) Warn("its parameter sets change, of which players may not be told");
   // Times count frames, so the rate stays what it was for the first one.
   if (!Media()) SetRate(_asked.frames ? _asked : info->rate.frames ? info->rate : UsualRate);
   SetMedia(stream::NewH264Media(info->width, info->height, _sps, _pps));
-  return true;
+  return {};
 }
 
-EsTrack::Result EsAudioTrack::Find(Frame& frame, std::string& error) {
+Result<Reading> EsAudioTrack::Find(Frame& frame) {
   Window().Use(_used);
   _used = 0;
-  Result result = Need(AdtsHeaderSize, error);
-  if (result != Result::Frame) return result;
+  if (auto begun = Need(AdtsHeaderSize); !begun || *begun != Reading::Ready) return begun;
+  const auto place = [this] { return std::to_string(Window().Offset()); };
   const auto header = ParseAdts(Window().Bytes());
   if (!header) {
-    error = "no ADTS header at byte " + std::to_string(Window().Offset()) +
-            ": AAC in ADTS frames is needed";
-    return Result::Failed;
+    return Status::Failed("no ADTS header at byte " + place() + ": AAC in ADTS frames is needed");
   }
   if (header->rawBlocks != 1) {
-    error = "the ADTS frame at byte " + std::to_string(Window().Offset()) + " holds " +
-            std::to_string(header->rawBlocks) + " raw data blocks: encode it with one a frame";
-    return Result::Failed;
+    return Status::Failed("the ADTS frame at byte " + place() + " holds " +
+                          std::to_string(header->rawBlocks) +
+                          " raw data blocks: encode it with one a frame");
   }
   const auto size = static_cast<std::size_t>(header->frame);
-  result = Need(size, error);
-  if (result != Result::Frame) return result;
+  if (auto whole = Need(size); !whole || *whole != Reading::Ready) return whole;
   TakeParameters(*header);
   _used = size;
   frame = {Window().Bytes().first(size), true};
-  return Result::Frame;
+  return Reading::Ready;
 }
 
-/// Reads until `size` bytes of a frame are there. Result::End only where no frame has begun.
-EsTrack::Result EsAudioTrack::Need(std::size_t size, std::string& error) {
+/// Reads until `size` bytes of a frame are there. Reading::End only where no frame has begun.
+Result<Reading> EsAudioTrack::Need(std::size_t size) {
   while (Window().Size() < size) {
-    switch (Window().More()) {
-      case ByteWindow::Result::More:
-        break;
-      case ByteWindow::Result::End:
-        if (Window().Size() == 0) return Result::End;
-        error = "the ADTS frame at byte " + std::to_string(Window().Offset()) +
-                " is cut off after " + std::to_string(Window().Size()) + " bytes";
-        return Result::Failed;
-      case ByteWindow::Result::Aborted:
-        return Result::Aborted;
-      case ByteWindow::Result::TooLarge:
-      case ByteWindow::Result::Failed:
-        error =
-            Window().Error() + " at byte " + std::to_string(Window().Offset() + Window().Size());
-        return Result::Failed;
-    }
+    auto more = Window().More();
+    if (!more || *more == Reading::Aborted) return more;
+    if (*more == Reading::Ready) continue;
+    if (Window().Size() == 0) return more;
+    return Status::Failed("the ADTS frame at byte " + std::to_string(Window().Offset()) +
+                          " is cut off after " + std::to_string(Window().Size()) + " bytes");
   }
-  return Result::Frame;
+  return Reading::Ready;
 }
 
 void EsAudioTrack::Reset() { _used = 0; }

@@ -20,8 +20,6 @@ namespace nimbo::capture {
 /// time counts from the first frame of the file.
 class NIMBO_API EsTrack {
  public:
-  enum class Result { Frame, End, Aborted, Failed };
-
   EsTrack(std::string path, const AbortEvent& abort, std::size_t readSize)
       : _path(std::move(path)), _window(abort, readSize) {}
   virtual ~EsTrack();
@@ -30,28 +28,26 @@ class NIMBO_API EsTrack {
 
   /// [control] How long (ns) Begin waits for the first frame.
   void SetPatience(std::int64_t patience) { _patience = patience; }
-  /// [control] Opens the file; a named pipe without waiting for its writer. False with one console
-  /// line.
-  bool Open();
+  /// [control] Opens the file; a named pipe without waiting for its writer. A failure has been told
+  /// in one console line, here and below.
+  Status Open();
   /// [control] Reads up to the first frame, which tells the media, and looks at the first frames of
-  /// a file, so that Warn comes early. False with one console line,
-  /// also when it does not come in time.
-  bool Begin();
+  /// a file, so that Warn comes early. Fails also when no frame comes in time.
+  Status Begin();
   /// [control]
   void Close();
   /// What the frame that Peek found belongs to. It changes when the stream's parameters do.
   stream::IMedia* Media() const { return _media.get(); }
 
-  /// [capturing] Finds the next frame, which stays the next one until it is taken. A failure has
-  /// been told in one console line.
-  Result Peek();
+  /// [capturing] Finds the next frame, which stays the next one until it is taken.
+  Result<Reading> Peek();
   /// Time in nanoseconds of the frame that Peek found, or, at the end, of the stream's end.
   std::int64_t Time() const { return TimeOf(_frames, _rate); }
   /// [capturing] The frame as a packet whose time stamp is Time() and `base`.
   Held<stream::Packet> Take(std::int64_t base);
-  /// [capturing] Starts again at the first frame. The numbers of the packets go on. False with one
-  /// console line for a pipe.
-  bool Rewind();
+  /// [capturing] Starts again at the first frame. The numbers of the packets go on. Fails for a
+  /// pipe.
+  Status Rewind();
 
  protected:
   struct Frame {
@@ -59,9 +55,8 @@ class NIMBO_API EsTrack {
     bool key = false;
   };
 
-  /// Finds the next frame, states its media with SetMedia, and drops the one before. A failure is
-  /// described in `error`.
-  virtual Result Find(Frame& frame, std::string& error) = 0;
+  /// Finds the next frame, states its media with SetMedia, and drops the one before.
+  virtual Result<Reading> Find(Frame& frame) = 0;
   /// The window was taken to the front of the file: of the same one, unless there is no media.
   virtual void Reset() = 0;
 
@@ -73,7 +68,8 @@ class NIMBO_API EsTrack {
   void Warn(const std::string& what);
 
  private:
-  Result Fail(const std::string& error) const;
+  /// Tells `why` in one console line.
+  Status Refuse(const std::string& why) const;
   void Survey();
 
   std::string _path;
@@ -100,9 +96,9 @@ class NIMBO_API EsVideoTrack final : public EsTrack {
  private:
   static constexpr std::size_t ReadSize = std::size_t{64} * 1024;
 
-  Result Find(Frame& frame, std::string& error) override;
+  Result<Reading> Find(Frame& frame) override;
   void Reset() override;
-  bool TakeParameters(const AccessUnit& unit, std::string& error);
+  Status TakeParameters(const AccessUnit& unit);
   void Check(const AccessUnit& unit);
 
   FrameRate _asked;
@@ -120,10 +116,10 @@ class NIMBO_API EsAudioTrack final : public EsTrack {
  private:
   static constexpr std::size_t ReadSize = std::size_t{8} * 1024;  ///< half a second at 128 kb/s
 
-  Result Find(Frame& frame, std::string& error) override;
+  Result<Reading> Find(Frame& frame) override;
   void Reset() override;
   void TakeParameters(const AdtsHeader& header);
-  Result Need(std::size_t size, std::string& error);
+  Result<Reading> Need(std::size_t size);
 
   std::size_t _used = 0;  ///< bytes of the frame that was given last
   AdtsHeader _header;     ///< of the frame before; length 0 when there was none

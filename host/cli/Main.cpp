@@ -1,9 +1,10 @@
 #include <CLI/CLI.hpp>
 #include <set>
 
+#include "host/base/Console.h"
 #include "host/base/Nearest.h"
+#include "host/base/Outlet.h"
 #include "host/cli/commands/Subcommand.h"
-#include "host/cli/terminal/Console.h"
 #include "host/stream/Tree.h"
 
 namespace {
@@ -59,16 +60,19 @@ int main(int argc, char** argv) {   // NOLINT(bugprone-exception-escape)
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return program.exit(error);
-    nimbo::cli::Complain("nimbo-host: " + WhatIsWrong(program, error));
+    nimbo::Complain("nimbo-host: " + WhatIsWrong(program, error));
     return nimbo::cli::WrongUsage;
   }
   if (const nimbo::Status loaded = nimbo::cli::LoadPlugins(plugins); !loaded) {
-    if (!loaded.Why().empty()) nimbo::cli::Complain(loaded.Why());
+    if (!loaded.Why().empty()) nimbo::Complain(loaded.Why());
     return nimbo::cli::Failed;
   }
 
   ControlLoop loop(signals);
   const int code = action(loop);
   nimbo::stream::ReleaseAll();
+  for (auto* outlet : {&nimbo::base::StandardOutput(), &nimbo::base::StandardError()}) {
+    outlet->Flush(nimbo::base::LastPatience);
+  }
   return code;
 }

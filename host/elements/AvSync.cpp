@@ -3,6 +3,7 @@
 
 #include "host/elements/Properties.h"
 #include "host/elements/QueueElement.h"
+#include "host/stream/Media.h"
 #include "host/stream/State.h"
 
 namespace nimbo::stream {
@@ -16,10 +17,11 @@ constexpr std::chrono::milliseconds SilenceLimit{500};
 /// Merges streams by time stamp: "ele-sync". Each input has the output of the same number. Packets
 /// wait until every linked input has one, so that their order is known; an input from which nothing
 /// comes for 500 ms is not waited for until something comes again. At the start the first picture
-/// goes before everything else. Property "max": packets that the queue of an input holds.
+/// goes before everything else. Properties "max": packets that the queue of an input holds;
+/// "max-lag": seconds that packets of live streams may have waited, in front of this element too.
 class AvSync final : public QueueElement {
  public:
-  AvSync() : QueueElement("avsync", DefaultMax) {}
+  AvSync() : QueueElement("avsync", DefaultMax, DefaultMaxLag) {}
   ~AvSync() override { StatusTakeDown(); }
 
   /// [control] Links the output of the next pair, one a call.
@@ -84,9 +86,13 @@ class AvSync final : public QueueElement {
 [[maybe_unused]] base::IClass* const Registered = RegisterElement<AvSync>(
     "AvSync-ele-sync", "merges streams by time stamp",
     {Setting("max", &AvSync::SetMax, &AvSync::GetMax, "packets queued at most for an input"),
+     Setting("max-lag", &AvSync::SetMaxLag, &AvSync::GetMaxLag, MaxLagText),
      Figure("packets", &AvSync::GetPackets, "packets delivered"),
      Figure("dropped", &AvSync::GetDropped, "packets dropped because a queue was full"),
-     Figure("queued", &AvSync::GetQueued, "packets in the queues")});
+     Figure("late", &AvSync::GetLate, "packets dropped because they were late"),
+     Figure("lag", &AvSync::GetLag, "milliseconds for which what is being delivered has waited"),
+     Figure("ended", &AvSync::GetEnded, "packets dropped because playing ended"),
+     Figure("queued", &AvSync::GetQueued, "packets in the queues or being delivered")});
 
 }  // namespace
 

@@ -1,11 +1,11 @@
 #include <atomic>
 #include <utility>
 
+#include "host/base/Console.h"
 #include "host/elements/FlowElement.h"
 #include "host/elements/Properties.h"
 #include "host/elements/QueueElement.h"
 #include "host/elements/RingReader.h"
-#include "host/stream/Console.h"
 #include "host/stream/State.h"
 
 namespace nimbo::stream {
@@ -29,8 +29,9 @@ class BridgeSource final : public ThreadElement {
   bool Initialize(const char* type, const char* name, const char* cfgs,
                   base::object* owner) override {
     if (!IElement::Initialize(type, name, nullptr, owner)) return false;
-    if (!Owner()) return Refuse("A BridgeSource needs a pipeline that it belongs to");
-    _port = &HostState(*Owner()).AddPort(*this, cfgs);
+    Pipeline* owner_pipeline = Framework::Pipeline(*this);
+    if (!owner_pipeline) return Refuse("A BridgeSource needs a pipeline that it belongs to");
+    _port = &HostState(*owner_pipeline).AddPort(*this, cfgs);
     HostState(*this).Add(this, cfgs, true).Follow(*_port);
     return true;
   }

@@ -30,7 +30,8 @@ class FifoFilter final : public QueueElement {
     {Setting("max", &FifoFilter::SetMax, &FifoFilter::GetMax, "packets queued at most"),
      Figure("packets", &FifoFilter::GetPackets, "packets delivered"),
      Figure("dropped", &FifoFilter::GetDropped, "packets dropped because the queue was full"),
-     Figure("queued", &FifoFilter::GetQueued, "packets in the queue")});
+     Figure("ended", &FifoFilter::GetEnded, "packets dropped because playing ended"),
+     Figure("queued", &FifoFilter::GetQueued, "packets in the queue or being delivered")});
 
 }  // namespace
 

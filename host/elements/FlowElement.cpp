@@ -1,6 +1,7 @@
 #include "host/elements/FlowElement.h"
 
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
+#include "host/stream/Shielded.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -53,6 +54,12 @@ bool FlowElement::SourceCanWait(const Port& input) {
   const Port* output = input.Peer();
   const auto* element = output ? dynamic_cast<const FlowElement*>(output->Owner()) : nullptr;
   return element && element->CanWait(*output);
+}
+
+bool FlowElement::SourceBehind(const Port& input) {
+  const Port* output = input.Peer();
+  const auto* element = output ? dynamic_cast<const FlowElement*>(output->Owner()) : nullptr;
+  return element && element->Behind(*output);
 }
 
 ThreadElement::ThreadElement(const char* threadName)

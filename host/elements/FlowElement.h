@@ -21,6 +21,9 @@ class NIMBO_API FlowElement : public IElement {
   /// [any] True when the thread that delivers through `output` may be held up: nothing is lost
   /// meanwhile, or only where the loss was planned for. Asked while a packet is under way.
   virtual bool CanWait(const Port& output) const = 0;
+  /// [delivering] True when what is under way through `output` was taken in earlier than it could
+  /// be delivered, so that it comes faster than its stream goes, and can wait.
+  virtual bool Behind(const Port&) const { return false; }
 
  protected:
   /// [control] Tells the element behind `output` that its media is known.
@@ -28,6 +31,8 @@ class NIMBO_API FlowElement : public IElement {
   /// [control] True when MediaKnown will still be called for `input`: it is linked, through the
   /// host's own elements alone, to a source of the host that has not been opened yet.
   static bool MediaWillBeKnown(const Port& input);
+  /// [delivering] Behind of what feeds `input`.
+  static bool SourceBehind(const Port& input);
   /// [any] CanWait of what feeds `input`.
   static bool SourceCanWait(const Port& input);
 };

@@ -3,7 +3,7 @@
 #include <cassert>
 #include <utility>
 
-#include "base/reflect/Names.h"
+#include "host/stream/Media.h"
 
 namespace nimbo::stream {
 
@@ -13,11 +13,6 @@ namespace {
 bool CanStart(const Packet& packet) { return packet.IsKey() || !IsVideo(packet); }
 
 }  // namespace
-
-bool IsVideo(const Packet& packet) {
-  static const std::uint32_t h264 = base::Hash("h264");
-  return packet.Media() && base::Hash(packet.Media()->Codec()) == h264;
-}
 
 void PacketQueue::Reset(std::size_t capacity) {
   Clear();
@@ -30,13 +25,13 @@ void PacketQueue::Clear() {
   _awaits_start = false;
 }
 
-void PacketQueue::Push(Held<Packet> packet, std::uint64_t order) {
+void PacketQueue::Push(Held<Packet> packet, std::uint64_t order, Clock::time_point since) {
   assert(!Full());
-  _slots[(_first + _count) % _slots.size()] = {std::move(packet), order};
+  _slots[(_first + _count) % _slots.size()] = {std::move(packet), order, since};
   ++_count;
 }
 
-unsigned int PacketQueue::Offer(Held<Packet> packet, std::uint64_t order) {
+unsigned int PacketQueue::Offer(Held<Packet> packet, std::uint64_t order, Clock::time_point since) {
   unsigned int dropped = 0;
   if (Full()) {
     do {
@@ -47,8 +42,15 @@ unsigned int PacketQueue::Offer(Held<Packet> packet, std::uint64_t order) {
   }
   if (_awaits_start && !CanStart(*packet)) return dropped + 1;
   _awaits_start = false;
-  Push(std::move(packet), order);
+  Push(std::move(packet), order, since);
   return dropped;
+}
+
+unsigned int PacketQueue::DropToNewestKey() {
+  std::size_t key = _count - 1;
+  while (key > 0 && !At(key).packet->IsKey()) --key;
+  for (std::size_t i = 0; i < key; ++i) Pop();
+  return static_cast<unsigned int>(key);
 }
 
 Held<Packet> PacketQueue::Pop() {

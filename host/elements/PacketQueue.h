@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -13,6 +14,8 @@ namespace nimbo::stream {
 /// threads locks it.
 class PacketQueue {
  public:
+  using Clock = std::chrono::steady_clock;
+
   PacketQueue() = default;
   PacketQueue(const PacketQueue&) = delete;
   PacketQueue& operator=(const PacketQueue&) = delete;
@@ -29,15 +32,19 @@ class PacketQueue {
   /// The oldest packet; there must be one.
   Packet& Front() const { return *_slots[_first].packet; }
   std::uint64_t FrontOrder() const { return _slots[_first].order; }
+  Clock::time_point FrontSince() const { return _slots[_first].since; }
 
-  /// Appends a packet; there must be room. `order` comes back from FrontOrder.
-  void Push(Held<Packet> packet, std::uint64_t order = 0);
+  /// Appends a packet that waits since `since`; there must be room. `order` comes back from
+  /// FrontOrder, `since` from FrontSince.
+  void Push(Held<Packet> packet, std::uint64_t order = 0, Clock::time_point since = {});
   /// Appends a packet of a stream that cannot wait. In a full queue the oldest packet makes room,
   /// and with it those behind it up to the next one that a decoder can start with; when there is
   /// none, the queue is emptied and takes no more packets up to such a one. So the stream stays
   /// decodable, is as recent as it can be, and shows one gap in its sequence numbers. Returns how
   /// many packets were dropped, `packet` included.
-  unsigned int Offer(Held<Packet> packet, std::uint64_t order = 0);
+  unsigned int Offer(Held<Packet> packet, std::uint64_t order = 0, Clock::time_point since = {});
+  /// Drops what stands before the newest key frame; there must be a packet. Returns how many.
+  unsigned int DropToNewestKey();
   /// Takes the oldest packet out; there must be one.
   Held<Packet> Pop();
 
@@ -45,14 +52,13 @@ class PacketQueue {
   struct Slot {
     Held<Packet> packet;
     std::uint64_t order = 0;
+    Clock::time_point since;
   };
+  const Slot& At(std::size_t place) const { return _slots[(_first + place) % _slots.size()]; }
   std::vector<Slot> _slots;
   std::size_t _first = 0;
   std::size_t _count = 0;
   bool _awaits_start = false;  ///< of something that a decoder can start with
 };
-
-/// [any] True for a packet of H.264 video.
-bool IsVideo(const Packet& packet);
 
 }  // namespace nimbo::stream

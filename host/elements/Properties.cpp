@@ -2,8 +2,9 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <sstream>
 
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
 
 namespace nimbo::stream {
 
@@ -19,6 +20,26 @@ bool SetPacketCount(const base::object& element, const char* key, const char* te
   }
   value = static_cast<int>(number);
   return true;
+}
+
+bool SetSeconds(const base::object& element, const char* key, const char* text,
+                std::atomic<std::chrono::nanoseconds>& value) {
+  constexpr double Longest = 3600;
+  char* end = nullptr;
+  const double seconds = std::strtod(text, &end);
+  if (end == text || *end != '\0' || !(seconds >= 0 && seconds <= Longest)) {
+    return Refuse("\"", element.Name(), "\": ", key, "=", text, ": seconds from 0 to ", Longest,
+                  " are needed");
+  }
+  value =
+      std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
+  return true;
+}
+
+std::string SecondsText(std::chrono::nanoseconds value) {
+  std::ostringstream text;
+  text << std::chrono::duration<double>(value).count();
+  return text.str();
 }
 
 }  // namespace nimbo::stream

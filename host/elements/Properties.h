@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <string>
 
 #include "base/reflect/TClass.h"
@@ -38,6 +39,19 @@ base::IClass* RegisterElement(const char* name, const char* description,
                               std::initializer_list<base::IProperty*> properties) {
   return base::Describe(base::TClass<>::Register<T>(name, properties), "nimbo", description);
 }
+
+/// How late the packets of live streams may become, as elements have it without being told.
+constexpr std::chrono::nanoseconds DefaultMaxLag = std::chrono::seconds(2);
+constexpr char MaxLagText[] =
+    "seconds that packets may be late, 0 for any; whoever is later goes on "
+    "at the newest key frame";
+
+/// [control] Sets the property `key` of `element` to the time that `text` tells in seconds. False
+/// with one console line when it tells none, or one above an hour.
+bool SetSeconds(const base::object& element, const char* key, const char* text,
+                std::atomic<std::chrono::nanoseconds>& value);
+/// "2", "0.5"
+std::string SecondsText(std::chrono::nanoseconds value);
 
 /// [control] Sets the property `key` of `element` to the number of packets that `text` tells. False
 /// with one console line when it tells none, or one beyond what a ring or queue can hold.

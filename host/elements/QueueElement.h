@@ -34,12 +34,19 @@ class QueueElement : public ThreadElement {
   void Detach(const RingReader& ring) EXCLUDES(_mutex);
 
   bool SetMax(const char* text) { return SetCount("max", text); }
+  bool SetMaxLag(const char* text);
+  std::string GetMaxLag() const;
   /// [any] Figures: packets that a queue holds at most, that were delivered, dropped because a
-  /// queue was full, and are queued now.
+  /// queue was full, because they were late, and because playing ended, and that are queued now or
+  /// being delivered.
   int GetMax() const { return _max; }
+  unsigned int GetLate() const { return _late; }
+  unsigned int GetEnded() const { return _ended; }
   unsigned int GetPackets() const { return _packets; }
   unsigned int GetDropped() const { return _dropped; }
   unsigned int GetQueued() const { return _queued; }
+  /// [any] For how many milliseconds the packet has waited that is being delivered now.
+  unsigned int GetLag() const;
 
  protected:
   using Clock = std::chrono::steady_clock;
@@ -51,7 +58,10 @@ class QueueElement : public ThreadElement {
     bool silent = false;         ///< nothing came for so long that the others no longer wait for it
   };
 
-  QueueElement(const char* threadName, int max) : ThreadElement(threadName), _max(max) {}
+  /// Packets of streams that cannot wait may be late by `maxLag`; 0: by any time.
+  QueueElement(const char* threadName, int max,
+               std::chrono::nanoseconds maxLag = std::chrono::nanoseconds(0))
+      : ThreadElement(threadName), _max(max), _max_lag(maxLag) {}
 
   /// [delivering] The pair whose packet goes next; null when none may go yet. Then it is asked
   /// again when a packet comes, and at `due` if it set that.
@@ -76,7 +86,14 @@ class QueueElement : public ThreadElement {
   Pair* Find(const void* input) REQUIRES(_mutex);
   /// [delivering] Queues what the rings hold and there is room for.
   void ReadRings() REQUIRES(_mutex);
-  void Queue(Pair& pair, Held<Packet> packet) REQUIRES(_mutex);
+  void Queue(Pair& pair, Held<Packet> packet, Clock::time_point since) REQUIRES(_mutex);
+  /// [delivering] Where the packet that goes next has waited for too long, goes on at the newest
+  /// key frame; sound goes with its pictures. True when there is room now.
+  bool DropLate() REQUIRES(_mutex);
+  bool IsLate(const Pair& pair, Clock::time_point now) REQUIRES(_mutex);
+  void GoOnAtNewestKey(Pair& pair) REQUIRES(_mutex);
+  void DropSoundBefore(std::int64_t time) REQUIRES(_mutex);
+  void CountLate(std::size_t queued, unsigned int passed = 0);
 
   /// Shared, because a ring may tell of a packet when the element is gone.
   const std::shared_ptr<sync::Signal> _filled = std::make_shared<sync::Signal>();
@@ -84,9 +101,17 @@ class QueueElement : public ThreadElement {
   std::vector<std::unique_ptr<Pair>> _pairs GUARDED_BY(_mutex);
   std::uint64_t _order GUARDED_BY(_mutex) = 0;  ///< of the next packet, over all queues
   bool _taking GUARDED_BY(_mutex) = false;      ///< packets are taken
+  bool _pictures GUARDED_BY(_mutex) = false;    ///< some came
+  /// Time stamp (ns) of the key frame that was gone on with last.
+  std::int64_t _go_on_from GUARDED_BY(_mutex) = 0;
   std::atomic<int> _max;
+  std::atomic<std::chrono::nanoseconds> _max_lag;
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned int> _dropped{0};
+  std::atomic<unsigned int> _late{0};
+  /// Since when the packet waits that is being delivered; the clock's beginning: there is none.
+  std::atomic<Clock::time_point> _delivering_since{};
+  std::atomic<unsigned int> _ended{0};
   std::atomic<unsigned int> _queued{0};
 };
 

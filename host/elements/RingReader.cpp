@@ -24,29 +24,37 @@ bool RingReader::Listen(std::function<void()> written) {
   return true;
 }
 
-Held<Packet> RingReader::Take() {
-  Held<Packet> packet = _ring->Take(*_reader);
-  if (packet) {
-    CountMissed();
+RingBuffer::Entry RingReader::Take() {
+  RingBuffer::Entry entry = _ring->Take(*_reader);
+  if (entry.packet) {
+    _missed += Passed();
     ++_taken;
   }
-  return packet;
+  return entry;
+}
+
+RingBuffer::Entry RingReader::TakeNewestKey(unsigned int& passed) {
+  RingBuffer::Entry entry = _ring->TakeNewestKey(*_reader);
+  if (entry.packet) {
+    passed = Passed();
+    ++_taken;
+  }
+  return entry;
 }
 
 Held<Packet> RingReader::Wait() {
   Packet* packet = nullptr;
   if (!_reader->Pop(packet, std::chrono::nanoseconds::zero())) return nullptr;
-  CountMissed();
+  _missed += Passed();
   return Share(*packet);
 }
 
 bool RingReader::AtEnd() const { return sync::Load(_reader->ring) == nullptr; }
 
-void RingReader::CountMissed() {
-  // A ring moves a reader that it has overtaken. Positions wrap, their distance does not.
+unsigned int RingReader::Passed() {
+  // Positions wrap, their distance does not.
   const std::uint32_t behind = _reader->position;
-  _missed += behind - 1 - _next;
-  _next = behind;
+  return behind - 1 - std::exchange(_next, behind);
 }
 
 }  // namespace nimbo::stream

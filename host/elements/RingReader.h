@@ -26,7 +26,10 @@ class RingReader {
   /// [any]
   bool IsOpen() const { return _reader != nullptr; }
   /// [reading] The next packet; null when there is none yet. After Listen only.
-  Held<Packet> Take();
+  RingBuffer::Entry Take();
+  /// [reading] The newest key frame that was not taken yet, null when there is none. Those before
+  /// it are passed over, `passed` in number. After Listen only.
+  RingBuffer::Entry TakeNewestKey(unsigned int& passed);
   /// [reading] The next packet; null after Abort.
   Held<Packet> Wait();
   /// [reading] The ring is gone, and with it what could be waited for.
@@ -34,12 +37,14 @@ class RingReader {
   /// [any] Ends a wait under way, else the next one.
   void Abort() { _reader->WaitAbort(); }
 
-  /// [any] Figures: packets that were taken, and that were overwritten before they were read.
+  /// [any] Figures: packets that were taken, and that were lost before: overwritten, or passed over
+  /// by a ring that its reader waits in.
   unsigned int Taken() const { return _taken; }
   unsigned int Missed() const { return _missed; }
 
  private:
-  void CountMissed();
+  /// Packets that were passed over since the packet before.
+  unsigned int Passed();
 
   std::shared_ptr<RingBuffer> _ring;  ///< behind the reader, where it can be shared
   std::unique_ptr<PacketRing::Reader> _reader;

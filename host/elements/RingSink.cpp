@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
+#include "host/base/Console.h"
 #include "host/elements/FlowElement.h"
 #include "host/elements/Properties.h"
-#include "host/stream/Console.h"
 #include "host/stream/RingBuffer.h"
 #include "host/stream/State.h"
 #include "sync/Mutex.h"
@@ -15,11 +15,14 @@ namespace nimbo::stream {
 namespace {
 
 constexpr int DefaultSize = 64;
+/// What was taken in before the start waits for its readers no longer than this.
+constexpr std::chrono::seconds StartPatience{2};
 
 /// Ends a pipeline in packet rings, one for each input: "RingSink". The media of a ring is known
 /// when the source of its packets has been opened; a closed one has none. Where no source will tell
 /// it (an unlinked input, an element that is not the host's) there is none either, until the first
-/// packet states it. Property "size": packets that a ring holds.
+/// packet states it. Properties "size": packets that a ring holds; "max-lag": seconds that a reader
+/// may be late.
 class RingSink final : public FlowElement {
  public:
   RingSink() { AddStream(""); }
@@ -46,6 +49,10 @@ class RingSink final : public FlowElement {
   bool CanWait(const Port&) const override { return true; }
 
   bool Open() override {
+    {
+      const sync::Lock lock(_mutex);
+      for (const auto& stream : _streams) stream->ring->SetMaxLag(_max_lag, SharedGoOn());
+    }
     StateMedias();
     return FlowElement::Open();
   }
@@ -61,9 +68,21 @@ class RingSink final : public FlowElement {
     return FlowElement::Close();
   }
 
+  bool Start() override {
+    Hurry(false);
+    _patience_ends = RingBuffer::Clock::time_point();
+    return FlowElement::Start();
+  }
+
+  bool Stop() override {
+    Hurry(true);
+    return FlowElement::Stop();
+  }
+
   bool ReceivePacket(Packet& packet, void* from) override {
     Stream* stream = Find(from);
     if (!stream) return false;
+    if (SourceBehind(*stream->input)) WaitForReaders(*stream->ring);
     // A source of another kind does not tell its media beforehand.
     if (!stream->mediaKnown && packet.Media()) StateMedia(*stream, packet.Media());
     stream->ring->Write(packet);
@@ -80,6 +99,14 @@ class RingSink final : public FlowElement {
     return true;
   }
   int GetSize() const { return _size; }
+  bool SetMaxLag(const char* text) {
+    if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: its max-lag cannot change");
+    return SetSeconds(*this, "max-lag", text, _max_lag);
+  }
+  std::string GetMaxLag() const { return SecondsText(_max_lag); }
+  /// [any] Packets that readers which wait have not got.
+  unsigned int GetDropped() const { return static_cast<unsigned int>(Lost().overwritten); }
+  unsigned int GetLate() const { return static_cast<unsigned int>(Lost().late); }
   unsigned int GetPackets() const { return _packets; }
   unsigned long long GetBytes() const { return _bytes; }
   /// [any] Packets of all rings that the slowest reader has not taken yet.
@@ -119,6 +146,34 @@ class RingSink final : public FlowElement {
     return nullptr;
   }
 
+  std::shared_ptr<GoOn> SharedGoOn() const {
+    const Pipeline* pipeline = Framework::Pipeline(*this);
+    Application* application = pipeline ? HostState(*pipeline).application : nullptr;
+    return application ? HostState(*application).goOn : nullptr;
+  }
+
+  void Hurry(bool hurry) {
+    const sync::Lock lock(_mutex);
+    for (const auto& stream : _streams) stream->ring->Hurry(hurry);
+  }
+
+  void WaitForReaders(RingBuffer& ring) {
+    const auto none = RingBuffer::Clock::time_point();
+    if (_patience_ends == none) _patience_ends = RingBuffer::Clock::now() + StartPatience;
+    ring.WaitForRoom(_patience_ends);
+  }
+
+  RingBuffer::Lost Lost() const {
+    const sync::Lock lock(_mutex);
+    RingBuffer::Lost all;
+    for (const auto& stream : _streams) {
+      const RingBuffer::Lost lost = stream->ring->LostPackets();
+      all.overwritten += lost.overwritten;
+      all.late += lost.late;
+    }
+    return all;
+  }
+
   void StateMedias() {
     const sync::Lock lock(_mutex);
     for (const auto& stream : _streams) {
@@ -142,6 +197,8 @@ class RingSink final : public FlowElement {
   mutable sync::Mutex _mutex;  ///< taken before the mutex of a ring
   std::vector<std::unique_ptr<Stream>> _streams GUARDED_BY(_mutex);
   std::atomic<int> _size{DefaultSize};
+  std::atomic<std::chrono::nanoseconds> _max_lag{DefaultMaxLag};
+  RingBuffer::Clock::time_point _patience_ends;  ///< [delivering] and while nothing is delivered
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};
 };
@@ -149,9 +206,13 @@ class RingSink final : public FlowElement {
 [[maybe_unused]] base::IClass* const Registered = RegisterElement<RingSink>(
     "RingSink-ring-sink", "ends a pipeline in packet rings, one for each stream",
     {Setting("size", &RingSink::SetSize, &RingSink::GetSize, "packets that a ring holds"),
+     Setting("max-lag", &RingSink::SetMaxLag, &RingSink::GetMaxLag, MaxLagText),
      Figure("packets", &RingSink::GetPackets, "packets written"),
      Figure("bytes", &RingSink::GetBytes, "bytes written"),
-     Figure("queued", &RingSink::GetQueued, "packets that the slowest reader has not taken")});
+     Figure("dropped", &RingSink::GetDropped,
+            "packets overwritten before a waiting reader got them"),
+     Figure("late", &RingSink::GetLate, "packets that late readers were moved past"),
+     Figure("queued", &RingSink::GetQueued, "packets that the slowest reader has not done with")});
 
 }  // namespace
 

@@ -4,10 +4,10 @@
 
 #include "base/reflect/Names.h"
 #include "host/base/ConfigText.h"
+#include "host/base/Console.h"
 #include "host/capture/CaptureRegistry.h"
 #include "host/elements/Properties.h"
 #include "host/elements/SourceElement.h"
-#include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -51,15 +51,9 @@ class ShmSource final : public SourceElement {
   bool SetConnect(const char* text) {
     if (!StatusIsNull()) return Refuse("\"", Name(), "\" is open: \"connect\" cannot change");
     base::ConnectText connect;
-    if (!base::ParseConnect(text, connect)) {
-      FailureTold() = true;
-      return false;
-    }
-    auto source = capture::CaptureRegistry::Globle().Make(connect.name, connect.options);
-    if (!source) {
-      FailureTold() = true;
-      return false;
-    }
+    if (!base::ParseConnect(text, connect)) return false;
+    auto source = capture::CaptureRegistry::Global().Make(connect.name, connect.options);
+    if (!source) return false;
     std::vector<std::string> codecs = source->Outputs();
     if (codecs.empty()) codecs.push_back(CodecOfName(connect.name));
     if (!MakeOutputs(codecs)) return false;

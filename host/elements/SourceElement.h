@@ -13,6 +13,7 @@ namespace nimbo::stream {
 class NIMBO_API SourceElement : public ThreadElement {
  public:
   bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }
+  bool Behind(const Port&) const override { return _source && _source->Behind(); }
   bool Start() override;
 
   /// [any] Figures: what the outputs have delivered.

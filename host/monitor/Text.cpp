@@ -21,7 +21,8 @@ Json TimeJson(Time time) { return text::Milliseconds(Seconds(time)); }
 Json ToJson(const ClientFigures& client) {
   return {{"connected", client.connected}, {"video", client.videoPackets},
           {"audio", client.audioPackets},  {"bytes", client.bytes},
-          {"quality", client.quality},     {"reconnections", client.reconnections}};
+          {"quality", client.quality},     {"reconnections", client.reconnections},
+          {"lag", client.link.lag},        {"acknowledged", client.link.acknowledged}};
 }
 
 Json ToJson(const Sample& sample) {
@@ -49,7 +50,10 @@ struct Metric {
   const char* type;
   const char* help;
   std::string (*value)(const ClientFigures&);
+  const char* label = "";  ///< beside those of the client
 };
+constexpr char Dropped[] = "nimbo_publish_dropped_packets_total";
+constexpr char DroppedHelp[] = "Packets that the client has not got or could not send, by cause.";
 
 constexpr Metric Metrics[] = {
     {"nimbo_publish_connected", "gauge", "1 while the client is connected to its server.",
@@ -62,8 +66,28 @@ constexpr Metric Metrics[] = {
      [](const ClientFigures& c) { return std::to_string(c.audioPackets); }},
     {"nimbo_publish_bytes_total", "counter", "Bytes of the packets delivered to the client.",
      [](const ClientFigures& c) { return std::to_string(c.bytes); }},
-    {"nimbo_publish_refused_packets_total", "counter", "Packets that the client could not send.",
-     [](const ClientFigures& c) { return std::to_string(c.refused); }},
+    {Dropped, "counter", DroppedHelp,
+     [](const ClientFigures& c) { return std::to_string(c.dropped.gap); }, ",cause=\"gap\""},
+    {Dropped, "counter", DroppedHelp,
+     [](const ClientFigures& c) { return std::to_string(c.dropped.lag); }, ",cause=\"lag\""},
+    {Dropped, "counter", DroppedHelp,
+     [](const ClientFigures& c) { return std::to_string(c.dropped.refused); },
+     ",cause=\"refused\""},
+    {Dropped, "counter", DroppedHelp,
+     [](const ClientFigures& c) { return std::to_string(c.dropped.ended); }, ",cause=\"ended\""},
+    {"nimbo_publish_lag_seconds", "gauge",
+     "How late what is sent now is, or what waits to be sent.",
+     [](const ClientFigures& c) { return fmt::format("{:.3f}", c.link.lag / 1000); }},
+    {"nimbo_publish_round_trip_seconds", "gauge", "Round trip to the server, as TCP has it.",
+     [](const ClientFigures& c) { return fmt::format("{:.6f}", c.link.roundTrip / 1000); }},
+    {"nimbo_publish_acknowledged_bytes_total", "counter", "Bytes that the server has acknowledged.",
+     [](const ClientFigures& c) { return std::to_string(c.link.acknowledged); }},
+    {"nimbo_publish_unsent_bytes", "gauge", "Bytes written that the server has not acknowledged.",
+     [](const ClientFigures& c) { return std::to_string(c.link.unsent); }},
+    {"nimbo_publish_retransmits_total", "counter", "Segments that TCP has sent again.",
+     [](const ClientFigures& c) { return std::to_string(c.link.retransmits); }},
+    {"nimbo_publish_failed_attempts_total", "counter", "Attempts to connect that have failed.",
+     [](const ClientFigures& c) { return std::to_string(c.attempts); }},
     {"nimbo_publish_gaps_total", "counter", "Packets that did not follow the one before.",
      [](const ClientFigures& c) { return std::to_string(c.gaps); }},
     {"nimbo_publish_reconnections_total", "counter", "Lost connections that were made again.",
@@ -101,10 +125,12 @@ std::string StatusJson(const History& history, std::uint64_t since, const std::s
 
 std::string MetricsText(const History& history) {
   std::string text;
+  const char* before = nullptr;
   for (const Metric& metric : Metrics) {
-    text += Head(metric.name, metric.type, metric.help);
+    if (metric.name != before) text += Head(metric.name, metric.type, metric.help);
+    before = metric.name;
     for (std::size_t i = 0; i < history.Latest().size(); ++i) {
-      text += std::string(metric.name) + "{" + ClientLabels(history, i) + "} " +
+      text += std::string(metric.name) + "{" + ClientLabels(history, i) + metric.label + "} " +
               metric.value(history.Latest()[i]) + "\n";
     }
   }

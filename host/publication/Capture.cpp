@@ -77,12 +77,15 @@ Status CheckInput(const std::string& input) {
 }
 
 std::string CameraText(const std::string& encoder) {
-  return "type=pipeline,serialize={shm-source:connect={pv:" + encoder +
-         ",plenckeys=vfrc-fifo}+fifofilter:max=60+RingSink}+type=pipeline,serialize={shm-source:"
-         "connect={pv:aac-1,plenckeys=fifo}+fifofilter:max=128+RingSink}";
+  return CapturePipeline(encoder + ",plenckeys=vfrc-fifo", "+fifofilter:max=60+RingSink") + "+" +
+         CapturePipeline("aac-1,plenckeys=fifo", "+fifofilter:max=128+RingSink");
 }
 
 }  // namespace
+
+std::string CapturePipeline(const std::string& source, const std::string& behind) {
+  return "type=pipeline,serialize={shm-source:connect={pv:" + source + "}" + behind + "}";
+}
 
 Result<std::string> InputConnection(const std::vector<std::string>& inputs) {
   std::string elementary;
@@ -109,15 +112,15 @@ Result<std::string> CaptureConfiguration(const CaptureOptions& options) {
   }
   auto connection = InputConnection(options.inputs);
   if (!connection) return connection.Failure();
-  return "type=pipeline,serialize={shm-source:connect={pv:" + *connection + "}+RingSink}";
+  return CapturePipeline(*connection);
 }
 
 CaptureView::CaptureView()
-    : _listener(stream::MessageListeners::Globle().Add([this](const stream::Message& message) {
+    : _listener(stream::MessageListeners::Global().Add([this](const stream::Message& message) {
         if (message.name == "end_of_stream") ++_ended;
       })) {}
 
-CaptureView::~CaptureView() { stream::MessageListeners::Globle().Remove(_listener); }
+CaptureView::~CaptureView() { stream::MessageListeners::Global().Remove(_listener); }
 
 bool CaptureView::Find() {
   for (auto& pin : base::Pin::All(stream::Factory::Globle()))
@@ -131,12 +134,13 @@ CaptureCount CaptureView::Count() const {
     const auto* media = ring->Media(std::chrono::nanoseconds(1));
     if (!media) continue;
     const bool video = base::Hash(media->Codec()) == base::Hash("h264");
-    (video ? count.videoPackets : count.audioPackets) += ring->WritePosition();
-  }
-  for (auto* element : Elements()) {
-    std::string bytes;
-    if (!HostState(*element).Rings().empty() && element->GetStr("bytes", bytes))
-      count.bytes += std::strtoull(bytes.c_str(), nullptr, 10);
+    auto* buffer = dynamic_cast<stream::RingBuffer*>(ring);
+    const auto dropped = buffer ? buffer->LostPackets() : stream::RingBuffer::Lost();
+    const std::uint64_t lost = dropped.overwritten + dropped.late;
+    const std::uint64_t open = lost + (buffer ? buffer->Unread() : 0);
+    const std::uint64_t written = ring->WritePosition();
+    (video ? count.videoPackets : count.audioPackets) += written - std::min(open, written);
+    count.lost += lost;
   }
   return count;
 }

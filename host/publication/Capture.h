@@ -25,16 +25,20 @@ extern const char* const DefaultEncoder;
 /// named in such a text.
 Result<std::string> CaptureConfiguration(const CaptureOptions& options);
 
+/// The configuration text of a pipeline that captures from `source`, a capture source with its
+/// options; `behind` are the elements that follow, each with a "+" in front.
+std::string CapturePipeline(const std::string& source, const std::string& behind = "+RingSink");
+
 /// The capture source that reads `inputs`, as the text behind "pv:": one file, device or address
 /// for libavformat ("-" is the standard input), or elementary streams, one of video and one of
 /// audio. Fails for an input that cannot be read or named in such a text.
 Result<std::string> InputConnection(const std::vector<std::string>& inputs);
 
-/// What has arrived in the rings of a capture application.
+/// What a pusher has taken out of the rings of its capture application.
 struct CaptureCount {
   std::uint64_t videoPackets = 0;
   std::uint64_t audioPackets = 0;
-  std::uint64_t bytes = 0;
+  std::uint64_t lost = 0;  ///< packets that it was too late for
 };
 
 /// Looks into the capture application of a pusher, which is the newest application that there is.

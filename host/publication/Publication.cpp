@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "host/publication/Capture.h"
+#include "host/publication/Url.h"
 #include "host/stream/Builder.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
@@ -26,23 +27,28 @@ constexpr char DefaultPicture[] = "W=1280,H=720,fr=30";
 constexpr const char* FailureMessages[] = {"rtmp_disconnected", "rtmp_send_data_fail",
                                            "rtmp_reconnect_fail"};
 
-std::string Brace(const std::string& text) { return "{" + text + "}"; }
+/// Attempts that a client has made when it tells that it could not reconnect.
+constexpr unsigned int AttemptsOfClient = 3;
 
 /// A client that publishes what stands before it in the same text.
 std::string ClientText(const PublishOptions& options, const std::string& url) {
   const char* copy = options.copy ? "true" : "false";
-  return std::string("+rtmp-client:link=all,vcopy=") + copy + ",acopy=" + copy +
-         ",url=" + Brace(url);
+  return std::string("+rtmp-client:link=all,vcopy=") + copy + ",acopy=" + copy + ",url={" + url +
+         "}";
 }
 
 std::string TestConfiguration(const std::string& picture) {
-  return "type=pipeline,serialize={shm-source:connect={pv:h264-0," +
-         (picture.empty() ? DefaultPicture : picture) +
-         "}+RingSink}+type=pipeline,serialize={shm-source:connect={pv:aac-0}+RingSink}";
+  return CapturePipeline("h264-0," + (picture.empty() ? DefaultPicture : picture)) + "+" +
+         CapturePipeline("aac-0");
+}
+
+std::uint64_t Number(IElement& element, const char* property) {
+  std::string text;
+  return element.GetStr(property, text) ? std::strtoull(text.c_str(), nullptr, 10) : 0;
 }
 
 bool IsClient(const IElement& element) {
-  return element.Class() && element.Class()->Property("url") && element.Class()->Property("vcopy");
+  return Framework::Property(element, "url") && Framework::Property(element, "vcopy");
 }
 
 std::string Text(IElement& element, const char* property) {
@@ -73,48 +79,64 @@ Result<std::string> SourceConfiguration(const PublishOptions& options) {
     const bool meant = input + ":" == TestInput;
     return Status::Failed(connection.Why() + (meant ? "; the simulated camera is \"test:\"" : ""));
   }
-  std::string connect = "pv:" + *connection;
-  if (!options.loop.empty()) connect += ",loop=" + options.loop;
-  if (options.fast) connect += ",pace=fast";
-  return "shm-source:connect=" + Brace(connect) + (options.fast ? "" : "+RingSink");
+  std::string source = *connection;
+  if (!options.loop.empty()) source += ",loop=" + options.loop;
+  return options.fast ? CapturePipeline(source + ",pace=fast", "") : CapturePipeline(source);
 }
 
 Publication::Publication()
-    : _listener(MessageListeners::Globle().Add(
+    : _listener(MessageListeners::Global().Add(
           [this](const stream::Message& message) { Receive(message); })) {}
 
 Publication::~Publication() {
-  MessageListeners::Globle().Remove(_listener);
+  MessageListeners::Global().Remove(_listener);
   // What ends first are the clients, so that they say goodbye while the source still stands.
   for (const Client& client : _clients) client.pipeline->StatusChange(IStatus::null);
   for (const Source& source : _sources) source.pipeline->StatusChange(IStatus::null);
   for (Application* application : _applications) application->Release();
 }
 
-bool Publication::Build(const PublishOptions& options, const std::string& source) {
+Status Publication::Build(const PublishOptions& options, const std::string& source) {
+  Status failed = Status::Failed("cannot publish \"" + options.input + "\"");
   // An output without a ring has one taker, so each address then gets a source of its own.
   std::string text = source;
   for (const std::string& url : options.urls) {
     text += ClientText(options, url);
     if (options.fast) {
-      if (!BuildApplication(text)) return false;
+      if (!BuildApplication(text, options.maxLag)) return failed;
       text = source;
     }
   }
-  if (!options.fast && !BuildApplication(text)) return false;
+  if (!options.fast && !BuildApplication(text, options.maxLag)) return failed;
   Sort(!options.fast);
-  return std::all_of(_sources.begin(), _sources.end(), [](const Source& from) {
+  _attempts = options.attempts;
+  for (std::size_t i = 0; i < _clients.size(); ++i) {
+    _clients[i].addresses = options.backups;
+    _clients[i].addresses.insert(_clients[i].addresses.begin(), options.urls.at(i));
+    _clients[i].pauses->SetLongest(options.longestPause);
+    HostState(*_clients[i].element).pauses.SetLongest(options.longestPause);
+  }
+  const bool ready = std::all_of(_sources.begin(), _sources.end(), [](const Source& from) {
     return from.pipeline->StatusChange(IStatus::ready);
   });
+  for (const Connection& connection : OwnConnections()) _foreign.push_back(connection.inode);
+  return ready ? Status() : failed;
 }
 
-bool Publication::BuildApplication(const std::string& configuration) {
+bool Publication::BuildApplication(const std::string& configuration, const std::string& maxLag) {
   const std::string name =
       "publish" +
       (_applications.empty() ? std::string() : "-" + std::to_string(_applications.size() + 1));
   Application* application = stream::CreateApplication(name, configuration);
-  if (application) _applications.push_back(application);
-  return application != nullptr;
+  if (!application) return false;
+  _applications.push_back(application);
+  for (Pipeline* pipeline : HostState(*application).pipelines) {
+    for (IElement* element : HostState(*pipeline).elements) {
+      const bool bounded = !maxLag.empty() && Framework::Property(*element, "max-lag");
+      if (bounded && !element->SetStr("max-lag", maxLag.c_str())) return false;
+    }
+  }
+  return true;
 }
 
 void Publication::Sort(bool shared) {
@@ -137,16 +159,76 @@ bool Publication::Serves(const Source& source) const {
   return source.client == AllClients || _clients.at(source.client).opened;
 }
 
-bool Publication::Open(std::size_t index) {
+Status Publication::Open(std::size_t index) {
   Client& client = _clients.at(index);
+  const auto start = Clock::now();
   client.opened = client.pipeline->StatusChange(IStatus::play);
-  return client.opened;
+  client.setUp = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+  Measure();
+  if (client.opened) return {};
+  const std::string shown = ShownUrl(client.addresses[client.address]);
+  client.retry = Clock::now() + client.pauses->Next();
+  Fail(index, 1);
+  return Status::Failed("cannot publish to " + shown);
 }
 
-bool Publication::Start() {
-  return std::all_of(_sources.begin(), _sources.end(), [this](const Source& source) {
+void Publication::Measure() {
+  auto free = OwnConnections();
+  std::erase_if(free, [this](const Connection& connection) {
+    return std::ranges::find(_foreign, connection.inode) != _foreign.end();
+  });
+  // Those that have a connection keep it before others look for theirs.
+  for (const bool stands : {true, false}) {
+    for (Client& client : _clients) {
+      if (!client.opened || client.link.Stands() != stands) continue;
+      client.link.Follow(free, PortOf(client.addresses[client.address]), Clock::now());
+    }
+  }
+}
+
+std::uint64_t Publication::Made() const {
+  std::uint64_t bytes = 0;
+  for (const Source& source : _sources) {
+    for (IElement* element : HostState(*source.pipeline).elements) {
+      if (HostState(*element).inputs.empty()) bytes += Number(*element, "bytes");
+    }
+  }
+  return bytes;
+}
+
+Publication::Clock::time_point Publication::OpenMissing() {
+  auto next = Clock::time_point::max();
+  for (std::size_t i = 0; i < _clients.size(); ++i) {
+    if (!_clients[i].opened && Clock::now() >= _clients[i].retry) (void)Open(i);
+    if (!_clients[i].opened) next = std::min(next, _clients[i].retry);
+  }
+  return next;
+}
+
+std::vector<std::string> Publication::Addresses() const {
+  std::vector<std::string> addresses;
+  for (const Client& client : _clients) addresses.push_back(client.addresses[client.address]);
+  return addresses;
+}
+
+void Publication::Fail(std::size_t index, unsigned int attempts) {
+  Client& client = _clients.at(index);
+  client.attempts += attempts;
+  client.failed += attempts;
+  if (client.addresses.size() == 1 || client.failed < _attempts) return;
+  client.failed = 0;
+  client.address = (client.address + 1) % client.addresses.size();
+  // While it plays the client takes the address for its next attempt, and says that it is late.
+  client.element->SetStr("url", client.addresses[client.address].c_str());
+  _messages.emplace_back(index, "address_changed");
+}
+
+Status Publication::Start() {
+  _saw_failure = false;  // nothing of the stream is missing yet
+  const bool started = std::all_of(_sources.begin(), _sources.end(), [this](const Source& source) {
     return !Serves(source) || source.pipeline->StatusChange(IStatus::play);
   });
+  return started ? Status() : Status::Failed();
 }
 
 ClientFigures Publication::Figures(std::size_t index) const {
@@ -157,12 +239,28 @@ ClientFigures Publication::Figures(std::size_t index) const {
     const bool video = base::Hash(input->Caps()) == base::Hash("h264");
     (video ? figures.videoPackets : figures.audioPackets) += port.packets;
     figures.bytes += port.bytes;
-    figures.refused += port.refused;
+    figures.dropped.refused += port.refused;
     figures.gaps += port.gaps;
   }
+  for (IElement* element : HostState(*client.pipeline).elements) {
+    figures.dropped.gap += Number(*element, "dropped");
+    figures.dropped.lag += Number(*element, "late");
+    figures.dropped.ended += Number(*element, "ended") + (_over ? Number(*element, "queued") : 0);
+  }
   figures.reconnections = client.reconnections;
+  figures.attempts = client.attempts;
+  figures.setUp = client.setUp;
+  figures.link.acknowledged = client.link.Acknowledged();
+  figures.link.unsent = client.link.Outstanding();
+  figures.link.retransmits = client.link.Retransmits();
+  figures.link.roundTrip =
+      std::chrono::duration<double, std::milli>(client.link.RoundTrip()).count();
+  figures.link.lag = std::chrono::duration<double, std::milli>(client.link.Age()).count();
+  for (IElement* element : HostState(*client.pipeline).elements) {
+    figures.link.lag += static_cast<double>(Number(*element, "lag"));
+  }
   figures.connected = Text(*client.element, "rtmp_sts") == "true";
-  figures.quality = std::atoi(Text(*client.element, "rtmp_quality").c_str());
+  figures.quality = static_cast<int>(Number(*client.element, "rtmp_quality"));
   return figures;
 }
 
@@ -199,8 +297,12 @@ void Publication::Receive(const stream::Message& message) {
   }
   for (std::size_t i = 0; i < _clients.size(); ++i) {
     if (stream::PathOf(*_clients[i].element) != message.path) continue;
-    if (message.name == "rtmp_reconnect_success") ++_clients[i].reconnections;
     _messages.emplace_back(i, message.name);
+    if (message.name == "rtmp_reconnect_fail") Fail(i, AttemptsOfClient);
+    if (message.name == "rtmp_reconnect_success") {
+      ++_clients[i].reconnections;
+      _clients[i].failed = 0;
+    }
   }
   _saw_failure =
       _saw_failure || std::any_of(std::begin(FailureMessages), std::end(FailureMessages),

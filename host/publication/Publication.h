@@ -1,11 +1,15 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "common/Status.h"
 #include "host/publication/ClientFigures.h"
+#include "host/publication/Link.h"
+#include "host/stream/Backoff.h"
 #include "host/stream/Message.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/element.h"
@@ -18,9 +22,13 @@ struct PublishOptions {
   std::string input;
   std::string audio;  ///< elementary stream beside an elementary video input; may be empty
   std::vector<std::string> urls;
-  std::string loop;   ///< how often a file is played: a number or "true"; empty: once
-  bool fast = false;  ///< as fast as the server takes it, with nothing dropped
-  bool copy = true;   ///< frames are copied, not sent from where they lie
+  std::string loop;    ///< how often a file is played: a number or "true"; empty: once
+  bool fast = false;   ///< as fast as the server takes it, with nothing dropped
+  bool copy = true;    ///< frames are copied, not sent from where they lie
+  std::string maxLag;  ///< seconds that a live stream may be late; empty: as usual
+  std::vector<std::string> backups;  ///< where the only client goes on when its server stays away
+  unsigned int attempts = 3;         ///< that fail before it goes on at the next address
+  std::chrono::nanoseconds longestPause = stream::Backoff::UsualLongest;  ///< between attempts
 };
 
 /// The configuration text of a source: the input's streams, as rings or, for `fast`, as outputs
@@ -32,23 +40,36 @@ Result<std::string> SourceConfiguration(const PublishOptions& options);
 /// the others alone. [control]
 class Publication {
  public:
+  using Clock = std::chrono::steady_clock;
+
   Publication();
   Publication(const Publication&) = delete;
   Publication& operator=(const Publication&) = delete;
   ~Publication();
 
-  /// Builds everything and opens the source. False with one console line.
-  bool Build(const PublishOptions& options, const std::string& source);
-  /// Opens client `index` and puts it into play. False when its server cannot be published to.
-  bool Open(std::size_t index);
+  /// Builds everything and opens the source. What is in the way is told on the console.
+  Status Build(const PublishOptions& options, const std::string& source);
+  /// Opens client `index` and puts it into play. Fails when its server cannot be published to.
+  Status Open(std::size_t index);
   bool Opened(std::size_t index) const { return _clients.at(index).opened; }
-  /// Lets the packets flow. False with one console line.
-  bool Start();
+  /// Opens the clients that are not open yet, each after a pause that grows while it fails. Returns
+  /// when there is one to be opened next.
+  Clock::time_point OpenMissing();
+  /// The address of each client now.
+  std::vector<std::string> Addresses() const;
+  /// Lets the packets flow. A failure has been told on the console.
+  Status Start();
 
   std::size_t Clients() const noexcept { return _clients.size(); }
+  /// Looks at the connections. Wanted each second or more often, in front of Figures.
+  void Measure();
   ClientFigures Figures(std::size_t index) const;
+  /// Bytes that the sources have given.
+  std::uint64_t Made() const;
   /// True when a source has come to its end. A message tells that.
   bool Ending() const noexcept { return _ended > 0; }
+  /// What is still queued counts as lost from now on.
+  void End() { _over = true; }
   /// True when every source has come to its end and everything it gave has been published.
   bool Finished() const;
   /// True when a message of a failure came up.
@@ -60,8 +81,16 @@ class Publication {
   struct Client {
     stream::Pipeline* pipeline;
     stream::IElement* element;
+    std::vector<std::string> addresses{};
+    std::size_t address = 0;  ///< the one that it publishes to
     bool opened = false;
     std::uint64_t reconnections = 0;
+    std::uint64_t attempts = 0;  ///< to connect, that have failed
+    unsigned int failed = 0;     ///< attempts at this address, one after the other
+    Clock::time_point retry{};   ///< when it is to be opened again
+    Link link{};
+    double setUp = 0;  ///< ms
+    std::unique_ptr<stream::Backoff> pauses = std::make_unique<stream::Backoff>();
   };
 
   /// A pipeline that packets come from.
@@ -71,11 +100,14 @@ class Publication {
   };
   static constexpr std::size_t AllClients = static_cast<std::size_t>(-1);
 
-  bool BuildApplication(const std::string& configuration);
+  bool BuildApplication(const std::string& configuration, const std::string& maxLag);
   /// Tells sources from clients.
   void Sort(bool shared);
   bool Serves(const Source& source) const;
   void Receive(const stream::Message& message);
+  /// So many attempts of the client, one after the other, have failed: it may be time for the next
+  /// address.
+  void Fail(std::size_t index, unsigned int attempts);
 
   std::vector<stream::Application*> _applications;
   std::vector<Source> _sources;
@@ -83,6 +115,9 @@ class Publication {
   std::vector<std::pair<std::size_t, std::string>> _messages;
   std::size_t _ended = 0;  ///< sources that have come to their end
   bool _saw_failure = false;
+  bool _over = false;
+  unsigned int _attempts = 3;
+  std::vector<std::uint64_t> _foreign;  ///< connections that are no client's
   int _listener;
 };
 

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
+#include "host/base/Console.h"
+#include "host/base/ControlThread.h"
 #include "host/base/Pin.h"
 #include "host/stream/Builder.h"
-#include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "host/stream/StatusSteps.h"
 #include "host/stream/Tree.h"
@@ -56,6 +57,7 @@ bool Application::OutputList(std::vector<PacketRing*>& list, bool readyOnly) {
 }
 
 bool Application::SetSerialize(std::string text) {
+  base::AssertControlThread();
   if (!StatusIsNull()) {
     return Refuse("\"", PathOf(*this), "\" is open: set its status to null before \"serialize\"");
   }

@@ -1,14 +1,17 @@
 #include "host/stream/Builder.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/ConfigText.h"
+#include "host/base/Console.h"
 #include "host/base/Nearest.h"
-#include "host/stream/Console.h"
 #include "host/stream/FreeName.h"
+#include "host/stream/Shielded.h"
 #include "host/stream/State.h"
+#include "host/stream/StatusSteps.h"
 #include "host/stream/Tree.h"
 
 namespace nimbo::stream {
@@ -35,25 +38,24 @@ bool RefuseType(const ConfigEntry& entry, const std::string& reason) {
   return RefusePiece(entry.type, entry.typePosition, reason);
 }
 
-/// Passes `ok` on. When it is false and nobody has told why, the entry is quoted with `reason`.
-bool ToldUnless(bool ok, const ConfigEntry& entry, const std::string& reason) {
-  if (!ok && !FailureTold()) RefuseEntry(entry, reason);
-  return ok;
+/// What `step` gives, as true or false. When that is false and nobody has told why, the entry is
+/// quoted with `reason`.
+template <class Step>
+auto Try(const ConfigEntry& entry, const std::string& reason, const Step& step) {
+  const Attempt attempt;
+  auto made = step();
+  if (!made && !attempt.Told()) RefuseEntry(entry, reason);
+  return made;
 }
 
-bool Parse(const std::string& text, std::vector<ConfigEntry>& entries) {
-  if (base::ParseConfiguration(text, entries)) return true;
-  FailureTold() = true;
-  return false;
+bool IsA(const base::IClass& cl, const std::type_info& kind) {
+  const std::type_info* type = Framework::Info(cl).type;
+  return type && base::DerivesFrom(*type, kind);
 }
 
-bool IsElement(const base::IClass& cl) {
-  return cl.Type() && base::DerivesFrom(*cl.Type(), typeid(IElement));
-}
+bool IsElement(const base::IClass& cl) { return IsA(cl, typeid(IElement)); }
 
-bool IsPipeline(const base::IClass& cl) {
-  return cl.Type() && base::DerivesFrom(*cl.Type(), typeid(Pipeline));
-}
+bool IsPipeline(const base::IClass& cl) { return IsA(cl, typeid(Pipeline)); }
 
 /// The class that an entry names; null when there is none. See BuildApplication.
 base::IClass* FindClass(const std::string& type) {
@@ -77,13 +79,13 @@ std::string WhyNoClass(const std::string& type, const char* wanted,
 /// The settings of an entry that are for the object that it creates. False when one names no
 /// property.
 bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet& own) {
-  for (const auto& [key, value] : entry.settings.Entries()) {
+  for (const auto& [key, value] : Framework::Entries(entry.settings)) {
     const auto id = base::Hash(key.c_str());
     if (id == base::Hash(NameKey) || id == base::Hash(LinkKey)) continue;
-    if (!cl.Property(key.c_str()) && id != base::Hash("status")) {
+    if (!Framework::Property(cl, key.c_str()) && id != base::Hash("status")) {
       const base::ConfigSetting* setting = entry.Find(key.c_str());
       std::vector<std::string> names{NameKey, LinkKey, "status"};
-      for (const auto* property : cl.Properties()) names.push_back(property->Name());
+      for (const auto* property : Framework::Properties(cl)) names.push_back(property->Name());
       std::string hint = base::DidYouMean(setting->key, names);
       if (hint.empty()) {
         hint = base::Suggest(setting->key, names);
@@ -99,29 +101,27 @@ bool OwnSettings(const ConfigEntry& entry, const base::IClass& cl, base::AttrSet
 
 bool Configure(const ConfigEntry& entry, Object& object) {
   base::AttrSet own;
-  if (!OwnSettings(entry, *object.Class(), own)) return false;
-  FailureTold() = false;
-  const bool ok = Shielded("configure", &object, [&] { return object.Configure(own); });
-  return ToldUnless(ok, entry, "it cannot be configured");
+  if (!OwnSettings(entry, *Framework::Class(object), own)) return false;
+  return Try(entry, "it cannot be configured",
+             [&] { return Shielded("configure", &object, [&] { return object.Configure(own); }); });
 }
 
 IElement* NewElement(const ConfigEntry& entry, Pipeline& pipeline) {
-  FailureTold() = false;
-  IElement* element =
-      IElement::New(entry.type.c_str(), entry.settings.Get(NameKey), &pipeline, nullptr);
-  if (!ToldUnless(element, entry, "it cannot be created")) return nullptr;
-  return Configure(entry, *element) ? element : nullptr;
+  IElement* element = Try(entry, "it cannot be created", [&] {
+    return IElement::New(entry.type.c_str(), entry.settings.Get(NameKey), &pipeline, nullptr);
+  });
+  return element && Configure(entry, *element) ? element : nullptr;
 }
 
 /// Adds the entry's element behind `last`, unless that is null, and makes it the last one.
 bool Append(const ConfigEntry& entry, Pipeline& pipeline, IElement*& last) {
   IElement* element = NewElement(entry, pipeline);
   if (!element) return false;
-  FailureTold() = false;
-  const bool linked = !last || Shielded("Link", last, [&] { return last->Link(*element); });
-  if (!ToldUnless(linked, entry, "it cannot be linked behind what stands before it")) return false;
-  last = element;
-  return true;
+  const bool linked = Try(entry, "it cannot be linked behind what stands before it", [&] {
+    return !last || Shielded("Link", last, [&] { return last->Link(*element); });
+  });
+  if (linked) last = element;
+  return linked;
 }
 
 class ApplicationBuilder {
@@ -168,34 +168,26 @@ class ApplicationBuilder {
   bool AddPipeline(const ConfigEntry& entry, base::IClass& cl, const std::vector<Port*>& outputs) {
     Pipeline* pipeline = NewPipeline(cl, entry.settings.Get(NameKey));
     if (!pipeline || !Configure(entry, *pipeline)) return false;
-    for (Port* output : outputs) {
-      FailureTold() = false;
-      if (!ToldUnless(pipeline->LinkFrom(output), entry,
-                      "it refuses the output of " + Name(*output))) {
-        return false;
-      }
-    }
-    return true;
+    return std::all_of(outputs.begin(), outputs.end(), [&](Port* output) {
+      return Try(entry, "it refuses the output of " + Name(*output),
+                 [&] { return pipeline->LinkFrom(output); });
+    });
   }
 
   bool AddLinkedElement(const ConfigEntry& entry, const std::vector<Port*>& outputs) {
     Pipeline* pipeline = NewPipeline(*base::IClass::Find("Pipeline", true), nullptr);
     if (!pipeline) return false;
-    FailureTold() = false;
-    IElement* synchroniser = IElement::New(SynchroniserClass, nullptr, pipeline, nullptr);
-    if (!ToldUnless(synchroniser, entry, "there is no synchroniser for it")) return false;
-    IElement* element = NewElement(entry, *pipeline);
-    if (!element) return false;
-    for (Port* output : outputs) {
-      FailureTold() = false;
-      // A plug-in's element is asked for its inputs here.
-      const bool linked = Shielded(
-          "Link", element, [&] { return Bridge(*pipeline, *output, *synchroniser, *element); });
-      if (!ToldUnless(linked, entry, "it cannot be linked to the output of " + Name(*output))) {
-        return false;
-      }
-    }
-    return true;
+    IElement* synchroniser = Try(entry, "there is no synchroniser for it", [&] {
+      return IElement::New(SynchroniserClass, nullptr, pipeline, nullptr);
+    });
+    IElement* element = synchroniser ? NewElement(entry, *pipeline) : nullptr;
+    // A plug-in's element is asked for its inputs when it is linked.
+    return element && std::all_of(outputs.begin(), outputs.end(), [&](Port* output) {
+             return Try(entry, "it cannot be linked to the output of " + Name(*output), [&] {
+               return Shielded("Link", element,
+                               [&] { return Bridge(*pipeline, *output, *synchroniser, *element); });
+             });
+           });
   }
 
   static bool Bridge(Pipeline& pipeline, Port& output, IElement& synchroniser, IElement& element) {
@@ -239,7 +231,7 @@ class ApplicationBuilder {
 
 bool BuildPipeline(Pipeline& pipeline, const std::string& text) {
   std::vector<ConfigEntry> entries;
-  if (!Parse(text, entries)) return false;
+  if (!base::ParseConfiguration(text, entries)) return false;
   IElement* last = nullptr;
   for (const ConfigEntry& entry : entries) {
     if (!base::IClass::Globle().Find(entry.type.c_str(), false, &typeid(IElement))) {
@@ -254,9 +246,30 @@ bool BuildPipeline(Pipeline& pipeline, const std::string& text) {
   return true;
 }
 
+base::IProperty* NewStatusProperty() {
+  const auto name = [](const base::object& instance) {
+    return StatusName(dynamic_cast<const Object&>(instance).StatusGet());
+  };
+  auto* status = new base::TProperty;
+  status->base::IProperty::init("status", typeid(std::string), base::PropertyTypeSize<std::string>,
+                                "null, ready or play");
+  status->get = [name](base::object& instance, void* value) {
+    *static_cast<std::string*>(value) = name(instance);
+    return true;
+  };
+  status->print = [name](base::ostream& out, base::object& instance) {
+    out << name(instance) << "\n";
+  };
+  status->getStr = [name](base::object& instance, std::string& text) {
+    text = name(instance);
+    return true;
+  };
+  return status;
+}
+
 bool BuildApplication(Application& application, const std::string& text) {
   std::vector<ConfigEntry> entries;
-  if (!Parse(text, entries)) return false;
+  if (!base::ParseConfiguration(text, entries)) return false;
   ApplicationBuilder builder(application);
   for (const ConfigEntry& entry : entries) {
     if (!builder.Add(entry)) return false;

@@ -4,6 +4,7 @@
 
 #include "base/reflect/TClass.h"
 #include "host/base/ClassRegistry.h"
+#include "host/base/Framework.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/pipeline.h"
 
@@ -31,20 +32,19 @@ NIMBO_API Application* CreateApplication(const std::string& name, const std::str
 void DestroyElements(Pipeline& pipeline);
 void DestroyPipelines(Application& application);
 
+/// [loading] The property "status" of a container class.
+base::IProperty* NewStatusProperty();
+
 /// [loading] Registers a container class with the properties that both kinds have.
 template <class T>
 base::IClass* RegisterContainer(const char* name, const char* description) {
   auto* serialize = new base::TProperty;
-  serialize->init("serialize", &T::SetSerialize, "what it is made of, as a configuration text");
-  serialize->initGet(&T::GetSerialize);
-  serialize->initGetStr(&T::GetSerialize);
-  auto* status = new base::TProperty;
-  status->base::IProperty::init("status", typeid(std::string), base::PropertyTypeSize<std::string>,
-                                "null, ready or play");
-  status->initGet(&T::GetStatus);
-  status->initGetStr(&T::GetStatus);
-  return base::Describe(base::TClass<>::Register<T>(name, {serialize, status}), "nimbo",
-                        description);
+  serialize->init("serialize", Framework::SetSerialize<T>(),
+                  "what it is made of, as a configuration text");
+  serialize->initGet(Framework::GetSerialize<T>());
+  serialize->initGetStr(Framework::GetSerialize<T>());
+  base::IClass* cl = base::TClass<>::Register<T>(name, {serialize, NewStatusProperty()});
+  return base::Describe(cl, "nimbo", description);
 }
 
 }  // namespace nimbo::stream

@@ -6,11 +6,12 @@
 #include <system_error>
 #include <utility>
 
-#include "host/stream/Console.h"
+#include "host/base/ControlThread.h"
+#include "host/stream/Shielded.h"
 
 namespace nimbo::stream {
 
-ControlQueue& ControlQueue::Globle() {
+ControlQueue& ControlQueue::Global() {
   static auto& queue = *new ControlQueue;  // threads may leave work while the process ends
   return queue;
 }
@@ -26,6 +27,7 @@ void ControlQueue::Post(std::function<void()> work) {
 }
 
 int ControlQueue::Run() {
+  base::AssertControlThread();
   const sync::Lock lock(_mutex);
   int done = 0;
   // One at a time, so that work that calls Run itself does not change the order.

@@ -13,7 +13,7 @@ namespace nimbo::stream {
 /// thread calls Run.
 class NIMBO_API ControlQueue {
  public:
-  static ControlQueue& Globle();
+  static ControlQueue& Global();
 
   /// [any] Leaves work. It must not refer to objects that may be gone when it runs.
   void Post(std::function<void()> work) EXCLUDES(_mutex);

@@ -5,7 +5,8 @@
 
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
+#include "host/base/ControlThread.h"
 #include "host/stream/ControlQueue.h"
 #include "host/stream/FreeName.h"
 #include "host/stream/State.h"
@@ -99,6 +100,7 @@ void IElement::Release() {
 }
 
 IElement* IElement::New(const char* type, const char* name, Pipeline* pipeline, const char* cfg) {
+  base::AssertControlThread();
   base::IClass* cl = type ? base::IClass::Globle().Find(type, false, &typeid(IElement)) : nullptr;
   if (!cl) {
     Explain("There is no element class \"", type, "\"",
@@ -122,6 +124,7 @@ bool IElement::Initialize(const char* type, const char* name, const char* cfgs,
 }
 
 IPort* IElement::PortAdd(const char* caps, const char* direction) {
+  base::AssertControlThread();
   const bool output = direction && std::strcmp(direction, "out") == 0;
   if (!output && (!direction || std::strcmp(direction, "in") != 0)) {
     Explain("A port's direction is \"in\" or \"out\", not \"", direction, "\"");
@@ -131,6 +134,7 @@ IPort* IElement::PortAdd(const char* caps, const char* direction) {
 }
 
 bool IElement::Link(IElement& sink) {
+  base::AssertControlThread();
   Port* output = _state->FreeOutput();
   if (!output) {
     Explain("\"", PathOf(*this), "\" has no free output");
@@ -189,10 +193,10 @@ bool IElement::SendMessageUp(const char* name, const char* text, base::AttrSet* 
       }
     }
   }
-  ControlQueue::Globle().Post([pipeline, application, message = std::move(message)] {
+  ControlQueue::Global().Post([pipeline, application, message = std::move(message)] {
     if (pipeline) pipeline->Tell(message);
     if (application) application->Tell(message);
-    MessageListeners::Globle().Tell(message);
+    MessageListeners::Global().Tell(message);
   });
   return true;
 }

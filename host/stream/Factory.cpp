@@ -8,7 +8,7 @@ namespace {
 
 class HostFactory final : public Factory {
  public:
-  static HostFactory& Globle() {
+  static HostFactory& Global() {
     static auto& factory = *new HostFactory;  // objects may leave it while the process ends
     return factory;
   }
@@ -25,10 +25,10 @@ class HostFactory final : public Factory {
 
 }  // namespace
 
-Factory& Factory::Globle() { return HostFactory::Globle(); }
+Factory& Factory::Globle() { return HostFactory::Global(); }
 
 const std::vector<std::pair<std::string, std::string>>& FactoryLayouts() {
-  return HostFactory::Globle().layouts;
+  return HostFactory::Global().layouts;
 }
 
 }  // namespace nimbo::stream

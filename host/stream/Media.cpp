@@ -60,14 +60,17 @@ bool Media::GetWithType(const char* name, void* value, const std::type_info& req
     if (entry.id != id) continue;
     if (accept && !accept(entry.type)) return false;
     if (!entry.type) return false;
+    if (entry.integer && requested == typeid(long long)) {
+      Write<long long>(value, entry.number);
+      return true;
+    }
     if (*entry.type == typeid(unsigned char*)) {
       if (requested != typeid(unsigned char*)) return false;
       // The interface's type lacks the const; readers change nothing.
       *static_cast<unsigned char**>(value) = const_cast<unsigned char*>(entry.bytes.data());
       return true;
     }
-    const bool widens = requested == typeid(long long) && base::IsIntegerParameter(entry.type);
-    if (!widens && requested != *entry.type) return false;
+    if (requested != *entry.type) return false;
     for (const NumberType& known : NumberTypes) {
       if (known.type != requested) continue;
       known.write(value, entry.number);
@@ -101,6 +104,7 @@ void Media::SetUnsigned(const char* name, unsigned int value) {
 void Media::SetBytes(const char* name, const unsigned char* bytes, std::size_t size) {
   Entry& entry = Slot(name);
   entry.type = &typeid(unsigned char*);
+  entry.integer = false;
   entry.number = 0;
   entry.bytes.assign(bytes, bytes + size);
 }
@@ -108,6 +112,7 @@ void Media::SetBytes(const char* name, const unsigned char* bytes, std::size_t s
 void Media::SetTyped(const char* name, const std::type_info* type, long long value) {
   Entry& entry = Slot(name);
   entry.type = type;
+  entry.integer = base::IsIntegerParameter(type);
   entry.number = value;
   entry.bytes.clear();
 }
@@ -117,7 +122,7 @@ Media::Entry& Media::Slot(const char* name) {
   for (Entry& entry : _entries) {
     if (entry.id == id) return entry;
   }
-  _entries.push_back({id, nullptr, 0, {}});
+  _entries.push_back({id, nullptr, false, 0, {}});
   return _entries.back();
 }
 
@@ -140,6 +145,11 @@ Held<Media> NewAacMedia(int adtsLength, int profile, int channels, int rate) {
   media->SetInt("channel", channels);
   media->SetInt("rate", rate);
   return media;
+}
+
+bool IsVideo(const Packet& packet) {
+  static const std::uint32_t h264 = base::Hash("h264");
+  return packet.Media() && base::Hash(packet.Media()->Codec()) == h264;
 }
 
 }  // namespace nimbo::stream

@@ -8,6 +8,7 @@
 
 #include "common/Held.h"
 #include "nimbo/stream/media.h"
+#include "nimbo/stream/packet.h"
 
 namespace nimbo::stream {
 
@@ -34,6 +35,7 @@ class NIMBO_API Media final : public IMedia {
   struct Entry {
     std::uint32_t id;
     const std::type_info* type;
+    bool integer;  ///< of any width, so that it can be read as long long
     long long number;
     std::vector<unsigned char> bytes;
   };
@@ -48,5 +50,8 @@ NIMBO_API Held<Media> NewH264Media(int width, int height, std::span<const unsign
                                    std::span<const unsigned char> pps);
 /// The media of an AAC stream: adtslen, profile, channel, rate.
 NIMBO_API Held<Media> NewAacMedia(int adtsLength, int profile, int channels, int rate);
+
+/// [any] True for a packet of H.264 video.
+NIMBO_API bool IsVideo(const Packet& packet);
 
 }  // namespace nimbo::stream

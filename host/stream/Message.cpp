@@ -2,11 +2,12 @@
 
 #include <algorithm>
 
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
+#include "host/stream/Shielded.h"
 
 namespace nimbo::stream {
 
-MessageListeners& MessageListeners::Globle() {
+MessageListeners& MessageListeners::Global() {
   static auto& listeners = *new MessageListeners;
   return listeners;
 }

@@ -25,7 +25,7 @@ class NIMBO_API MessageListeners {
 
   /// Those who are told about the messages of every element, after the listeners of its pipeline
   /// and its application.
-  static MessageListeners& Globle();
+  static MessageListeners& Global();
 
   /// Returns a number for Remove.
   int Add(Listener listener);

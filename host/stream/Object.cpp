@@ -3,10 +3,12 @@
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
 #include "host/base/ConfigText.h"
+#include "host/base/Console.h"
 #include "host/base/ObjectHooks.h"
-#include "host/stream/Console.h"
 #include "host/stream/Settings.h"
+#include "host/stream/Shielded.h"
 #include "host/stream/State.h"
+#include "host/stream/StatusSteps.h"
 #include "host/stream/Tree.h"
 #include "nimbo/stream/factory.h"
 #include "nimbo/stream/port.h"
@@ -24,10 +26,10 @@ bool InitializeObject(base::object& instance, const char* type, const char* name
                       base::object* owner) {
   auto* object = dynamic_cast<Object*>(&instance);
   if (!object) return true;
-  FailureTold() = false;
+  const Attempt attempt;
   const bool ok =
       Shielded("Initialize", object, [&] { return object->Initialize(type, name, cfgs, owner); });
-  if (!ok && !FailureTold()) Refuse("\"", name, "\" of class ", type, " cannot be initialised");
+  if (!ok && !attempt.Told()) Refuse("\"", name, "\" of class ", type, " cannot be initialised");
   return ok;
 }
 
@@ -72,10 +74,11 @@ const IntegerType IntegerTypes[] = {
 
 bool ReadProperty(base::IProperty& property, base::object& instance, void* value,
                   const std::type_info& requested) {
-  if (*property.Type() == requested) return property.get(instance, value);
+  const std::type_info& type = *Framework::Info(property).type;
+  if (type == requested) return property.get(instance, value);
   if (requested != typeid(long long)) return false;
   for (const IntegerType& known : IntegerTypes) {
-    if (known.type == *property.Type()) {
+    if (known.type == type) {
       return known.read(property, instance, *static_cast<long long*>(value));
     }
   }
@@ -83,7 +86,7 @@ bool ReadProperty(base::IProperty& property, base::object& instance, void* value
 }
 
 base::IProperty* PropertyOf(const base::object& instance, const char* name) {
-  return instance.Class() && name ? instance.Class()->Property(name) : nullptr;
+  return name ? Framework::Property(instance, name) : nullptr;
 }
 
 }  // namespace
@@ -117,9 +120,9 @@ bool Object::GetWithType(const char* name, void* value, const std::type_info& re
     return GetStr(name, *static_cast<std::string*>(value));
   }
   base::IProperty* property = PropertyOf(*this, name);
-  if (!property || !property->get || !property->Type() || !accepted(*property->Type())) {
-    return false;
-  }
+  if (!property || !property->get) return false;
+  const std::type_info* type = Framework::Info(*property).type;
+  if (!type || !accepted(*type)) return false;
   return Shielded("A property", this,
                   [&] { return ReadProperty(*property, *this, value, requested); });
 }
@@ -129,10 +132,14 @@ bool Object::SetStr(const char* key, const char* value) {
   base::IProperty* property = PropertyOf(*this, key);
   if (!property || !property->setStr) return false;
   std::string address;
-  if (property->Type() && *property->Type() == typeid(IPort*) && value) {
-    IPort* port = nullptr;
-    if (!FindPort(value, port)) return false;
-    address = PortAddress(port);
+  const std::type_info* type = Framework::Info(*property).type;
+  if (type && *type == typeid(IPort*) && value) {
+    auto port = FindPort(value);
+    if (!port) {
+      Explain("Port \"", value, "\": ", port.Why());
+      return false;
+    }
+    address = PortAddress(*port);
     value = address.c_str();
   }
   return Shielded("A property", this, [&] { return property->setStr(*this, value); });
@@ -141,7 +148,7 @@ bool Object::SetStr(const char* key, const char* value) {
 bool Object::GetStr(const char* key, std::string& value) {
   const auto id = base::Hash(key);
   if (id == StatusKey) {
-    value = GetStatus();
+    value = StatusName(StatusGet());
     return true;
   }
   if (id == NameKey) {
@@ -158,31 +165,26 @@ bool Object::GetStr(const char* key, std::string& value) {
   });
 }
 
-std::string Object::GetStatus() const { return StatusName(StatusGet()); }
-
 bool Object::toAttrSet(base::AttrSet& attrs) {
-  if (!Class()) return true;
-  for (const base::IProperty* property : Class()->Properties()) {
+  for (const base::IProperty* property : Framework::Properties(*this)) {
     std::string value;
-    if (!property->Persistent() || !property->setStr) continue;
+    if (!Framework::Info(*property).persistent || !property->setStr) continue;
     if (GetStr(property->Name().c_str(), value)) attrs.Set(property->Name().c_str(), value.c_str());
   }
   return true;
 }
 
 bool Object::fromAttrSet(base::AttrSet& attrs) {
-  if (attrs.Valid()) return configure(attrs);
-  FailureTold() = true;  // by the set itself
-  return false;
+  return Framework::Valid(attrs) ? configure(attrs) : Attempt::MarkTold();  // by the set itself
 }
 
 bool Object::configure(base::AttrSet& attrs) {
-  for (const auto& [key, value] : attrs.Entries()) {
+  for (const auto& [key, value] : Framework::Entries(attrs)) {
     const auto id = base::Hash(key.c_str());
     if (id == TypeKey || id == NameKey) continue;
-    FailureTold() = false;
+    const Attempt attempt;
     if (SetStr(key.c_str(), value.c_str())) continue;
-    if (FailureTold()) return false;
+    if (attempt.Told()) return false;
     return Refuse("\"", PathOf(*this), "\" refuses ", base::ShowPiece(key), "=",
                   base::ShowPiece(value), WhyNotSet(*this, key, value));
   }

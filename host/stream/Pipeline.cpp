@@ -5,8 +5,10 @@
 
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
+#include "host/base/Console.h"
+#include "host/base/ControlThread.h"
 #include "host/stream/Builder.h"
-#include "host/stream/Console.h"
+#include "host/stream/Shielded.h"
 #include "host/stream/State.h"
 #include "host/stream/StatusSteps.h"
 #include "host/stream/Tree.h"
@@ -26,7 +28,7 @@ StatusSteps::Children SinksFirst(const auto& state) {
 /// Puts `element` into `order` behind all those of `pipeline` that it delivers to.
 void Visit(const Pipeline& pipeline, IElement* element, std::unordered_set<IElement*>& seen,
            std::vector<IElement*>& order) {
-  if (element->Owner() != &pipeline || !seen.insert(element).second) return;
+  if (Framework::Pipeline(*element) != &pipeline || !seen.insert(element).second) return;
   for (const auto& output : HostState(*element).outputs) {
     const Port* peer = output->Peer();
     if (peer && peer->Receiver()) Visit(pipeline, peer->Receiver(), seen, order);
@@ -108,6 +110,7 @@ bool Pipeline::Initialize(const char* type, const char* name, const char* cfgs,
 bool Pipeline::beforeLinkFrom(IPort*) { return true; }
 
 bool Pipeline::LinkFrom(IPort* port) {
+  base::AssertControlThread();
   if (!Shielded("beforeLinkFrom", this, [&] { return beforeLinkFrom(port); })) return false;
   if (port && !port->Linked()) {
     const auto free = std::find_if(_state->ports.begin(), _state->ports.end(), [port](auto& own) {
@@ -131,6 +134,7 @@ bool Pipeline::SetStr(const char* key, const char* value) {
 }
 
 bool Pipeline::SetSerialize(std::string text) {
+  base::AssertControlThread();
   if (!StatusIsNull()) {
     return Refuse("\"", PathOf(*this), "\" is open: set its status to null before \"serialize\"");
   }

@@ -4,7 +4,8 @@
 #include <unordered_set>
 #include <utility>
 
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
+#include "host/stream/Shielded.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -14,13 +15,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long delivery to an element pauses after it did not take a packet.
-constexpr std::chrono::nanoseconds DeliveryPause = std::chrono::seconds(1);
-
 /// All ports there are, by their address.
 class LivePorts {
  public:
-  static LivePorts& Globle() {
+  static LivePorts& Global() {
     static auto& ports = *new LivePorts;  // ports may go while the process ends
     return ports;
   }
@@ -57,7 +55,7 @@ const char* Obstacle(const Port& output, const Port& input) {
 
 IPort::~IPort() = default;
 
-bool IsLivePort(const IPort* port) { return LivePorts::Globle().Has(port); }
+bool IsLivePort(const IPort* port) { return LivePorts::Global().Has(port); }
 
 bool CapsFit(const char* one, const char* other) {
   return IsAny(one) || IsAny(other) || base::Hash(one) == base::Hash(other);
@@ -65,11 +63,11 @@ bool CapsFit(const char* one, const char* other) {
 
 Port::Port(IElement* owner, std::string caps, bool output)
     : _owner(owner), _caps(std::move(caps)), _output(output), _receiver(owner) {
-  LivePorts::Globle().Add(this);
+  LivePorts::Global().Add(this);
 }
 
 Port::~Port() {
-  LivePorts::Globle().Remove(this);
+  LivePorts::Global().Remove(this);
   Unlink();
   SetMedia(nullptr);
 }
@@ -128,9 +126,12 @@ bool Port::Deliver(Packet& packet) {
   const bool taken =
       Shielded("ReceivePacket", receiver, [&] { return receiver->ReceivePacket(packet, peer); });
   peer->Count(packet, taken);
-  if (!taken) {
-    const std::chrono::nanoseconds until = Clock::now().time_since_epoch() + DeliveryPause;
-    HostState(*receiver).pauseUntil = until.count();
+  auto& state = HostState(*receiver);
+  if (taken) {
+    state.pauses.Reset();
+  } else {
+    const std::chrono::nanoseconds until = Clock::now().time_since_epoch() + state.pauses.Next();
+    state.pauseUntil = until.count();
   }
   return taken;
 }

@@ -61,7 +61,8 @@ class NIMBO_API Port : public IPort {
   void SetRing(PacketRing* ring) noexcept { _ring = ring; }
 
   /// [sending] Hands a packet to the element at the other end. After a false result the packet is
-  /// dropped and delivery to that element pauses for one second, which Interrupt ends: packets
+  /// dropped and delivery to that element pauses, for a second at first and longer while it goes on
+  /// (Backoff), which Interrupt ends: packets
   /// offered meanwhile wait with the caller, and are not taken when they were interrupted. An
   /// exception that escapes becomes one console line and a false result. False when the packet was
   /// not taken. The element gets its input as `from`, a Port*. The other end and its element stay

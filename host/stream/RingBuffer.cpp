@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 
+#include "host/stream/Media.h"
 #include "sync/Atomic.h"
 
 namespace nimbo::stream {
@@ -25,7 +26,7 @@ std::optional<Clock::time_point> DeadlineAfter(std::chrono::nanoseconds timeout)
 RingBuffer::RingBuffer(int capacity, std::uint32_t start)
     : _capacity(std::max(capacity, 1)),
       _write(start),
-      _slots(static_cast<std::size_t>(_capacity.load()), nullptr) {}
+      _slots(static_cast<std::size_t>(_capacity.load())) {}
 
 RingBuffer::~RingBuffer() {
   {
@@ -36,14 +37,16 @@ RingBuffer::~RingBuffer() {
     while (_inside != 0) _left.Wait(_mutex);
   }
   for (const auto& member : _members) Unpin(*member);
-  Clear();
+  for (const Written& entry : _slots) const Held<Packet> released(entry.packet);
 }
 
 void RingBuffer::Write(Packet& packet) {
   Held<Packet> dropped;
   {
     const sync::Lock lock(_mutex);
-    dropped.reset(std::exchange(_slots[_next], Share(packet).release()));
+    const Written added = {Share(packet).release(), Clock::now()};
+    dropped.reset(std::exchange(_slots[_next], added).packet);
+    if (_go_on && !_go_on->pictures && IsVideo(packet)) _go_on->pictures = true;
     _next = (_next + 1) % _slots.size();
     if (!dropped) ++_count;
     _write.fetch_add(1, std::memory_order_release);
@@ -57,7 +60,7 @@ void RingBuffer::Write(Packet& packet) {
 
 void RingBuffer::Resize(int capacity) {
   capacity = std::max(capacity, 1);
-  std::vector<Packet*> dropped(static_cast<std::size_t>(capacity), nullptr);
+  std::vector<Written> dropped(static_cast<std::size_t>(capacity));
   {
     const sync::Lock lock(_mutex);
     _slots.swap(dropped);
@@ -65,7 +68,33 @@ void RingBuffer::Resize(int capacity) {
     _next = 0;
     _count = 0;
   }
-  for (Packet* packet : dropped) const Held<Packet> released(packet);
+  for (const Written& entry : dropped) const Held<Packet> released(entry.packet);
+}
+
+void RingBuffer::WaitForRoom(Clock::time_point deadline) {
+  const sync::Lock lock(_mutex);
+  _writer_waits = true;
+  while (!_hurry && IsFull() && _room.WaitUntil(_mutex, deadline)) continue;
+  _writer_waits = false;
+}
+
+bool RingBuffer::IsFull() {
+  for (const auto& member : _members) {
+    if (WritePosition() - sync::Load(member->reader->position) >= _slots.size()) return true;
+  }
+  return false;
+}
+
+void RingBuffer::Hurry(bool hurry) {
+  const sync::Lock lock(_mutex);
+  _hurry = hurry;
+  _room.NotifyAll();
+}
+
+void RingBuffer::SetMaxLag(std::chrono::nanoseconds lag, std::shared_ptr<GoOn> goOn) {
+  const sync::Lock lock(_mutex);
+  _max_lag = lag;
+  _go_on = std::move(goOn);
 }
 
 void RingBuffer::SetMedia(IMedia* media) {
@@ -103,7 +132,8 @@ Packet** RingBuffer::Get(std::uint32_t position) {
   for (const auto& pin : _pins) {
     if (pin->readers > 0 && pin->position == position) return &pin->packet;
   }
-  return Slot(position);
+  Written* entry = Slot(position);
+  return entry ? &entry->packet : nullptr;
 }
 
 int RingBuffer::Wait(Reader& reader, bool& woken) { return WaitUntil(reader, woken, std::nullopt); }
@@ -121,13 +151,14 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
     const sync::Unlock meanwhile(_mutex);
     done.reset();
   }
+  if (_writer_waits) _room.NotifyAll();
   bool ready = false;
   for (bool in_time = true; !_ending;) {
     if (std::exchange(member->aborted, false)) {
       woken = true;
       break;
     }
-    ready = Ready(reader);
+    ready = MoveReader(reader);
     if (ready) PinFor(*member);
     if (ready || !in_time) break;
     in_time = WaitOnce(deadline);
@@ -164,18 +195,40 @@ void RingBuffer::ReaderAdded(Reader&) {}
 std::uint32_t RingBuffer::Unread() {
   const sync::Lock lock(_mutex);
   std::uint32_t most = 0;
-  for (const auto& member : _members)
-    most = std::max(most, WritePosition() - sync::Load(member->reader->position));
+  for (const auto& member : _members) most = std::max(most, UnreadBy(*member));
   return most;
 }
 
-Held<Packet> RingBuffer::Take(Reader& reader) {
-  if (reader.position == WritePosition()) return nullptr;  // no need to lock
+std::uint32_t RingBuffer::UnreadBy(const Member& member) {
+  const std::uint32_t next = sync::Load(member.reader->position);
+  const bool holds = member.pin && member.pin->position != next;
+  return WritePosition() - next + (holds ? 1 : 0);
+}
+
+RingBuffer::Lost RingBuffer::LostPackets() {
   const sync::Lock lock(_mutex);
-  if (!Ready(reader)) return nullptr;
-  Packet& packet = **Slot(reader.position);
-  ++reader.position;
-  return Share(packet);
+  return _lost;
+}
+
+RingBuffer::Entry RingBuffer::Take(Reader& reader) {
+  if (reader.position == WritePosition()) return {};  // no need to lock
+  const sync::Lock lock(_mutex);
+  if (!Ready(reader)) return {};
+  const Written& entry = *Slot(reader.position);
+  sync::Store(reader.position, reader.position + 1);
+  if (_writer_waits) _room.NotifyAll();
+  return {Share(*entry.packet), entry.time};
+}
+
+RingBuffer::Entry RingBuffer::TakeNewestKey(Reader& reader) {
+  const sync::Lock lock(_mutex);
+  if (!Ready(reader)) return {};
+  const std::uint32_t key = NewestKey(reader.position - 1);
+  if (key == reader.position - 1) return {};
+  const Written& entry = *Slot(key);
+  sync::Store(reader.position, key + 1);
+  if (_writer_waits) _room.NotifyAll();
+  return {Share(*entry.packet), entry.time};
 }
 
 void RingBuffer::Listen(const Reader& reader, std::function<void()> written) {
@@ -212,7 +265,7 @@ RingBuffer::Member* RingBuffer::Find(const Reader& reader) {
   return nullptr;
 }
 
-Packet** RingBuffer::Slot(std::uint32_t position) {
+RingBuffer::Written* RingBuffer::Slot(std::uint32_t position) {
   // Positions wrap, so they are only ever compared by their distance from the write position.
   const std::uint32_t behind = WritePosition() - position;
   if (behind == 0 || behind > _count) return nullptr;
@@ -224,6 +277,38 @@ bool RingBuffer::Ready(Reader& reader) {
   const std::uint32_t behind = write - reader.position;
   if (behind > _count) sync::Store(reader.position, write - static_cast<std::uint32_t>(_count));
   return reader.position != write;
+}
+
+/// The same for a reader that waits: what it loses is counted, and it is not left behind.
+bool RingBuffer::MoveReader(Reader& reader) {
+  const std::uint32_t before = reader.position;
+  if (!Ready(reader)) return false;
+  const std::uint32_t oldest = reader.position;
+  const std::uint32_t next = PassLate(oldest);
+  _lost.overwritten += oldest - before;
+  _lost.late += next - oldest;
+  if (next != oldest) sync::Store(reader.position, next);
+  return true;
+}
+
+std::uint32_t RingBuffer::PassLate(std::uint32_t position) {
+  if (_max_lag.count() == 0 || position + 1 == WritePosition()) return position;
+  const Written& next = *Slot(position);
+  if (Clock::now() - next.time <= _max_lag) return position;
+  if (!_go_on || !_go_on->pictures || IsVideo(*next.packet)) {
+    const std::uint32_t key = NewestKey(position);
+    if (_go_on && key != position) _go_on->from = Slot(key)->packet->TimeStamp();
+    return key;
+  }
+  const std::int64_t from = _go_on->from;
+  while (position + 1 != WritePosition() && Slot(position)->packet->TimeStamp() < from) ++position;
+  return position;
+}
+
+std::uint32_t RingBuffer::NewestKey(std::uint32_t position) {
+  std::uint32_t key = WritePosition() - 1;
+  while (key != position && !Slot(key)->packet->IsKey()) --key;
+  return key;
 }
 
 void RingBuffer::PinFor(Member& member) {
@@ -239,7 +324,7 @@ void RingBuffer::PinFor(Member& member) {
   assert(place);
   if (place->readers++ == 0) {
     place->position = position;
-    place->packet = Share(**Slot(position)).release();
+    place->packet = Share(*Slot(position)->packet).release();
   }
   member.pin = place;
 }

@@ -2,7 +2,8 @@
 
 #include "base/reflect/Class.h"
 #include "host/base/ClassRegistry.h"
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
+#include "host/base/ControlThread.h"
 #include "nimbo/stream/factory.h"
 
 namespace nimbo::stream {
@@ -11,6 +12,7 @@ Service::Service() = default;
 Service::~Service() = default;
 
 Service* Service::New(const char* type, const char* name, const char* cfgs) {
+  base::AssertControlThread();
   base::IClass* cl = type ? base::IClass::Globle().Find(type, false, &typeid(Service)) : nullptr;
   if (!cl) {
     Explain("There is no service class \"", type, "\"",

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "host/base/Framework.h"
+#include "host/stream/Backoff.h"
 #include "host/stream/Message.h"
 #include "host/stream/Port.h"
+#include "host/stream/RingBuffer.h"
 #include "host/stream/TreeList.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/element.h"
@@ -25,6 +27,8 @@ struct IElement::State {
   TreeList<std::unique_ptr<Port>> outputs;
   /// Until when delivery to this element pauses, in nanoseconds of the steady clock. [any]
   std::atomic<std::int64_t> pauseUntil{0};
+  /// How long those pauses are.
+  Backoff pauses;
   /// [control] The element brings in what goes on whether it is taken or not, so that its packets
   /// must pass a ring before another pipeline gets them.
   bool live = false;
@@ -86,6 +90,8 @@ struct Application::State {
   TreeList<Pipeline*> pipelines;
   std::string serialize GUARDED_BY(TreeMutex());
   std::shared_ptr<MessageListeners> listeners = std::make_shared<MessageListeners>();
+  /// Shared by the rings of its pipelines.
+  std::shared_ptr<GoOn> goOn = std::make_shared<GoOn>();
 
   void Attach(Pipeline& pipeline) EXCLUDES(TreeMutex());
   void Detach(Pipeline& pipeline) EXCLUDES(TreeMutex());

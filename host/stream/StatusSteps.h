@@ -6,11 +6,17 @@
 
 namespace nimbo::stream {
 
+/// [any] "null", "ready", "pause" or "play".
+NIMBO_API const char* StatusName(IStatus::Status status);
+
 /// The single steps of the status machine, for containers, which move their children in step: on
 /// the way down every child has made its step before the first after hook runs, because threads
 /// that deliver to a child are joined there. [control]
 struct StatusSteps {
   using Children = std::vector<IStatus*>;
+
+  /// The status that a step down from `status` leads to.
+  static IStatus::Status Below(IStatus::Status status);
 
   /// Raises the children in the order given. When one fails, those that were raised are lowered
   /// again in reverse order, and the result is false.

@@ -3,9 +3,10 @@
 #include <cstdlib>
 
 #include "base/reflect/Class.h"
+#include "host/base/ControlThread.h"
 #include "host/base/Nearest.h"
-#include "host/stream/Console.h"
 #include "host/stream/State.h"
+#include "host/stream/StatusSteps.h"
 #include "nimbo/stream/factory.h"
 
 namespace nimbo::stream {
@@ -52,26 +53,23 @@ std::vector<Entry> PinTree() {
   return entries;
 }
 
-/// The port at the end of `path` ("cam/RingSink.out0"); null with the reason in `problem`.
-Port* FindPortAt(const std::string& path, std::string& problem) {
+/// The port at the end of `path` ("cam/RingSink.out0"). Never null.
+Result<Port*> FindPortAt(const std::string& path) {
   const auto dot = path.rfind('.');
   if (dot == std::string::npos) {
-    problem = "a port's name is missing behind it, such as \".out\"";
-    return nullptr;
+    return Status::Failed("a port's name is missing behind it, such as \".out\"");
   }
   auto* element = dynamic_cast<IElement*>(FindObject(path.substr(0, dot)));
   if (!element) {
     std::vector<std::string> paths;
     for (const LiveObject& live : ListObjects()) paths.push_back(live.path);
-    problem = "there is no such element" + base::Suggest(path.substr(0, dot), paths);
-    return nullptr;
+    return Status::Failed("there is no such element" + base::Suggest(path.substr(0, dot), paths));
   }
   const std::string name = path.substr(dot + 1);
   const bool output = name.compare(0, 3, "out") == 0;
   const std::string number = name.substr(output ? 3 : name.compare(0, 2, "in") == 0 ? 2 : 0);
   if (number == name || number.find_first_not_of("0123456789") != std::string::npos) {
-    problem = "ports are called out, out0, out1, in, in0, in1 and so on";
-    return nullptr;
+    return Status::Failed("ports are called out, out0, out1, in, in0, in1 and so on");
   }
   auto& state = HostState(*element);
   const auto& ports = output ? state.outputs : state.inputs;
@@ -81,11 +79,9 @@ Port* FindPortAt(const std::string& path, std::string& problem) {
   } else if (const auto index = std::strtoul(number.c_str(), nullptr, 10); index < ports.size()) {
     port = ports[index].get();
   }
-  if (!port) {
-    problem = "that element has no such free port; it has " + std::to_string(ports.size()) +
-              (output ? " outputs" : " inputs");
-  }
-  return port;
+  if (port) return port;
+  return Status::Failed("that element has no such free port; it has " +
+                        std::to_string(ports.size()) + (output ? " outputs" : " inputs"));
 }
 
 }  // namespace
@@ -95,7 +91,7 @@ std::string PathOf(const Object& object) {
   const base::object* owner = nullptr;
   const auto* pipeline = dynamic_cast<const Pipeline*>(&object);
   if (const auto* element = dynamic_cast<const IElement*>(&object)) {
-    owner = pipeline = element->Owner();
+    owner = pipeline = Framework::Pipeline(*element);
   }
   if (pipeline && HostState(*pipeline).application) owner = HostState(*pipeline).application;
   if (!owner || owner->Name().empty()) return object.Name();
@@ -106,9 +102,9 @@ std::vector<LiveObject> ListObjects() {
   std::vector<LiveObject> list;
   for (const Entry& entry : PinTree()) {
     const auto* object = dynamic_cast<const Object*>(&*entry.pin);
-    const base::IClass* cl = entry.pin->Class();
+    const base::IClass* cl = Framework::Class(*entry.pin);
     list.push_back({entry.path, entry.pin->Name(), cl ? cl->Name() : std::string(),
-                    object ? object->GetStatus() : std::string()});
+                    object ? StatusName(object->StatusGet()) : std::string()});
   }
   return list;
 }
@@ -135,22 +131,21 @@ std::string PortAddress(const IPort* port) {
   return text;
 }
 
-bool FindPort(const std::string& text, IPort*& port) {
-  std::string problem;
+Result<IPort*> FindPort(const std::string& text) {
+  base::AssertControlThread();
   if (text.find_first_of("/.") != std::string::npos) {
-    port = FindPortAt(text, problem);
-    if (port) return true;
-  } else {
-    char* end = nullptr;
-    port = reinterpret_cast<IPort*>(std::strtoul(text.c_str(), &end, AddressBase));
-    if (!text.empty() && !*end && (!port || IsLivePort(port))) return true;
-    problem = "it is neither a port path such as cam/RingSink.out nor the address of a port";
+    auto found = FindPortAt(text);
+    return found ? Result<IPort*>(*found) : found.Failure();
   }
-  Explain("Port \"", text, "\": ", problem);
-  return false;
+  char* end = nullptr;
+  auto* port = reinterpret_cast<IPort*>(std::strtoul(text.c_str(), &end, AddressBase));
+  if (!text.empty() && !*end && (!port || IsLivePort(port))) return port;
+  return Status::Failed(
+      "it is neither a port path such as cam/RingSink.out nor the address of a port");
 }
 
 void ReleaseAll() {
+  base::AssertControlThread();
   for (;;) {
     base::object* oldest = nullptr;
     {

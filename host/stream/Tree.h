@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "host/base/Pin.h"
 #include "host/stream/Message.h"
 #include "host/stream/TreeList.h"
@@ -39,16 +40,13 @@ NIMBO_API Object* FindObject(const std::string& path);
 NIMBO_API std::optional<base::Pin> PinObject(const std::string& path);
 
 /// [control] The port that `text` names: ELEMENT-PATH.outN or .inN (counted from 0), .out or .in
-/// (the first free one), or the hexadecimal address of a live port, 0 for a null one. False, with
-/// one yellow line that says what is wrong, when there is no such port.
-NIMBO_API bool FindPort(const std::string& text, IPort*& port);
+/// (the first free one), or the hexadecimal address of a live port, 0 for a null one.
+NIMBO_API Result<IPort*> FindPort(const std::string& text);
 /// [any] The text form of a port's address, which FindPort reads.
 NIMBO_API std::string PortAddress(const IPort* port);
 
 /// [any] The path of an object.
 NIMBO_API std::string PathOf(const Object& object);
-/// [any] "null", "ready", "pause" or "play".
-NIMBO_API const char* StatusName(IStatus::Status status);
 
 /// [control] Ends everything in the global list: the last step of a host. The oldest comes first,
 /// since an object that has made others for itself, as a service its application, ends them itself.

@@ -12,12 +12,9 @@ bool AppendAac(StreamOutput& output, ByteSpan frame, int rate, int channels, std
   return true;
 }
 
-bool AacEncoder::Open(int rate, int channels, std::int64_t bitRate, std::string& error) {
+Status AacEncoder::Open(int rate, int channels, std::int64_t bitRate) {
   const AVCodec* encoder = avcodec_find_encoder(AV_CODEC_ID_AAC);
-  if (!encoder) {
-    error = "libavcodec has no encoder for AAC";
-    return false;
-  }
+  if (!encoder) return Status::Failed("libavcodec has no encoder for AAC");
   _codec.reset(avcodec_alloc_context3(encoder));
   _packet.reset(av_packet_alloc());
   AVCodecContext& codec = *_codec;
@@ -30,9 +27,7 @@ bool AacEncoder::Open(int rate, int channels, std::int64_t bitRate, std::string&
   Dictionary options;
   // The encoder's default search costs several times as much.
   options.Set("aac_coder", "fast");
-  const int result = avcodec_open2(&codec, encoder, options.Address());
-  if (result < 0) error = ErrorText(result);
-  return result >= 0;
+  return StatusOf(avcodec_open2(&codec, encoder, options.Address()));
 }
 
 Held<stream::IMedia> AacEncoder::NewMedia() const {
@@ -49,22 +44,19 @@ AVFrame* AacEncoder::NewFrame() const {
   return frame.release();
 }
 
-bool AacEncoder::Encode(AVFrame* frame, std::int64_t time, StreamOutput& output,
-                        std::string& error) {
+Status AacEncoder::Encode(AVFrame* frame, std::int64_t time, StreamOutput& output) {
   if (frame) frame->pts = time;
   int result = avcodec_send_frame(_codec.get(), frame);
   while (result >= 0) {
     result = avcodec_receive_packet(_codec.get(), _packet.get());
-    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return true;
+    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return {};
     if (result < 0) break;
     if (!AppendAac(output, BytesOf(*_packet), Rate(), Channels(), _packet->pts)) {
-      error = "a frame is too long for its header";
-      return false;
+      return Status::Failed("a frame is too long for its header");
     }
     av_packet_unref(_packet.get());
   }
-  error = ErrorText(result);
-  return false;
+  return StatusOf(result);
 }
 
 }  // namespace nimbo::capture::av

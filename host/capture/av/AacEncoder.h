@@ -1,7 +1,6 @@
 #pragma once
 
-#include <string>
-
+#include "common/Status.h"
 #include "host/capture/Adts.h"
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/StreamOutput.h"
@@ -12,16 +11,16 @@ namespace nimbo::capture::av {
 class AacEncoder {
  public:
   /// `rate` must be one that has an index, `channels` 1 or 2; `bitRate` is that of all channels in
-  /// bits per second. False, with `error` set, when libav refuses them.
-  bool Open(int rate, int channels, std::int64_t bitRate, std::string& error);
+  /// bits per second. Fails when libav refuses them.
+  Status Open(int rate, int channels, std::int64_t bitRate);
   /// A new description of the stream.
   Held<stream::IMedia> NewMedia() const;
 
   /// Room for AacFrameSamples samples: planes of float.
   AVFrame* NewFrame() const;
   /// Encodes the frame, whose first sample was taken at `time`, and appends what comes out to
-  /// `output`; null for the rest at the end. False, with `error` set, on failure.
-  bool Encode(AVFrame* frame, std::int64_t time, StreamOutput& output, std::string& error);
+  /// `output`; null for the rest at the end.
+  Status Encode(AVFrame* frame, std::int64_t time, StreamOutput& output);
 
   int Rate() const noexcept { return _codec->sample_rate; }
   int Channels() const noexcept { return _codec->ch_layout.nb_channels; }

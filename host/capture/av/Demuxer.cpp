@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "host/base/Console.h"
 #include "host/capture/Monotonic.h"
 #include "host/capture/av/LibavLog.h"
-#include "host/stream/Console.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -70,10 +70,9 @@ bool Demuxer::OpenInput() {
   // A device that waits does not ask whether it is to go on.
   if (_device) input->flags |= AVFMT_FLAG_NONBLOCK;
   if (_options.Pipe() >= 0 || _named_pipe) {
-    std::string error;
-    if (!_pipe.Open(_options.Pipe(), _options.url, error)) {
+    if (const Status opened = _pipe.Open(_options.Pipe(), _options.url); !opened) {
       avformat_free_context(input);
-      return stream::Refuse("av: \"", _options.Shown(), "\" cannot be opened: ", error);
+      return Refuse("av: \"", _options.Shown(), "\" cannot be opened: ", opened.Why());
     }
     input->pb = _pipe.Context();
   }
@@ -85,8 +84,8 @@ bool Demuxer::OpenInput() {
   if (result < 0) return Fail("cannot be opened", result, log.Detail());
   _input.reset(input);
   if (_played == 0 && !rest.Keys().empty()) {
-    stream::Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys(),
-                    InputOptions::WhyUseless(rest.Keys()));
+    Explain("av: \"", _options.Shown(), "\": libavformat has no use for ", rest.Keys(),
+            InputOptions::WhyUseless(rest.Keys()));
   }
   // A format that is called as a codec is nothing but that codec's stream.
   const bool raw = avcodec_descriptor_get_by_name(_input->iformat->name) != nullptr;
@@ -102,7 +101,7 @@ bool Demuxer::OpenInput() {
   }
   if (Parameters(Kind::Video) || Parameters(Kind::Audio)) return true;
   const char* wanted = !_options.audio ? "video" : !_options.video ? "audio" : "video or audio";
-  return stream::Refuse("av: \"", _options.Shown(), "\" holds no ", wanted, log.Detail());
+  return Refuse("av: \"", _options.Shown(), "\" holds no ", wanted, log.Detail());
 }
 
 bool Demuxer::SelectTrack(Kind kind, AVMediaType type, bool wanted) {
@@ -243,7 +242,7 @@ void Demuxer::Resume() {
 
 bool Demuxer::Fail(const char* what, int code, const std::string& detail) const {
   const bool silent = code == AVERROR_EXIT && Late() && !_abort.IsSet();
-  return stream::Refuse(
+  return Refuse(
       "av: \"", _options.Shown(), "\" ", what, ": ",
       silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code), detail,
       code == AVERROR_PROTOCOL_NOT_FOUND ? _options.WhyUnknown() : "");

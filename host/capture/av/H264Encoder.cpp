@@ -20,12 +20,9 @@ constexpr struct {
 
 }  // namespace
 
-bool H264Encoder::Open(const Settings& settings, std::string& error) {
+Status H264Encoder::Open(const Settings& settings) {
   const AVCodec* encoder = avcodec_find_encoder_by_name(EncoderName);
-  if (!encoder) {
-    error = std::string("libavcodec has no encoder ") + EncoderName;
-    return false;
-  }
+  if (!encoder) return Status::Failed(std::string("libavcodec has no encoder ") + EncoderName);
   _codec.reset(avcodec_alloc_context3(encoder));
   _packet.reset(av_packet_alloc());
   AVCodecContext& codec = *_codec;
@@ -50,23 +47,19 @@ bool H264Encoder::Open(const Settings& settings, std::string& error) {
   options.Set("preset", settings.preset);
   options.Set("profile", settings.profile);
   for (const auto& option : Shape) options.Set(option.key, option.value);
-  const int result = avcodec_open2(&codec, encoder, options.Address());
-  if (result < 0) {
-    error = ErrorText(result);
-    return false;
-  }
+  Status opened = StatusOf(avcodec_open2(&codec, encoder, options.Address()));
+  if (!opened) return opened;
   _sets = {};
   if (codec.extradata_size > 0) {
     _sets.AddAll({codec.extradata, static_cast<std::size_t>(codec.extradata_size)});
   }
   if (_sets.Sps().size() != 1 || _sets.Pps().size() != 1) {
-    error = std::string(EncoderName) + " gave no parameter sets";
-    return false;
+    return Status::Failed(std::string(EncoderName) + " gave no parameter sets");
   }
   _header.clear();
   AppendUnit(_header, _sets.Sps().front());
   AppendUnit(_header, _sets.Pps().front());
-  return true;
+  return {};
 }
 
 Held<stream::IMedia> H264Encoder::NewMedia() const {
@@ -83,21 +76,19 @@ AVFrame* H264Encoder::NewFrame() const {
   return frame.release();
 }
 
-bool H264Encoder::Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutput& output,
-                         std::string& error) {
+Status H264Encoder::Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutput& output) {
   frame.pts = time;
   frame.pict_type = key ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   int result = avcodec_send_frame(_codec.get(), &frame);
   while (result >= 0) {
     result = avcodec_receive_packet(_codec.get(), _packet.get());
-    if (result == AVERROR(EAGAIN)) return true;
+    if (result == AVERROR(EAGAIN)) return {};
     if (result < 0) break;
     const bool isKey = (_packet->flags & AV_PKT_FLAG_KEY) != 0;
     output.Append(isKey ? ByteSpan(_header) : ByteSpan(), BytesOf(*_packet), isKey, _packet->pts);
     av_packet_unref(_packet.get());
   }
-  error = ErrorText(result);
-  return false;
+  return StatusOf(result);
 }
 
 }  // namespace nimbo::capture::av

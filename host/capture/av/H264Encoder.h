@@ -1,7 +1,6 @@
 #pragma once
 
-#include <string>
-
+#include "common/Status.h"
 #include "host/capture/av/H264Units.h"
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/StreamOutput.h"
@@ -23,18 +22,16 @@ class H264Encoder {
     const char* profile = "";
   };
 
-  /// False, with `error` set, when there is no such encoder.
-  bool Open(const Settings& settings, std::string& error);
+  /// Fails when there is no such encoder.
+  Status Open(const Settings& settings);
   /// A new description of the stream.
   Held<stream::IMedia> NewMedia() const;
 
   /// A picture buffer in the encoder's format to draw into.
   AVFrame* NewFrame() const;
   /// Encodes a picture taken at `time`, which must be later than that of the picture before, and
-  /// appends the packet to `output`. `key` asks for a key frame. False, with `error` set, on
-  /// failure.
-  bool Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutput& output,
-              std::string& error);
+  /// appends the packet to `output`. `key` asks for a key frame.
+  Status Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutput& output);
 
  private:
   CodecPtr _codec;

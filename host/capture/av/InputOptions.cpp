@@ -5,9 +5,10 @@
 #include <cstring>
 #include <sstream>
 
+#include "host/base/Console.h"
+#include "host/base/Framework.h"
 #include "host/base/Nearest.h"
 #include "host/capture/av/Libav.h"
-#include "host/stream/Console.h"
 #include "nimbo/base/names.h"
 
 extern "C" {
@@ -165,7 +166,7 @@ std::string InputOptions::WhyUseless(const std::string& key) {
 }
 
 bool ReadInputOptions(const base::AttrSet& from, InputOptions& options) {
-  for (const auto& entry : from.Entries()) {
+  for (const auto& entry : Framework::Entries(from)) {
     const auto& [key, text] = entry;
     if (Is(key, "url")) {
       options.url = text;
@@ -177,13 +178,13 @@ bool ReadInputOptions(const base::AttrSet& from, InputOptions& options) {
       if (!Is(key, ConsumerOption)) options.rest.push_back(entry);
     } else if (!known->set(options, text)) {
       const bool isFormat = known->set == SetFormat;
-      return stream::Refuse("av: ", key, "=", text, ": ", known->wanted,
-                            isFormat ? base::DidYouMean(text, FormatNames()) : "");
+      return Refuse("av: ", key, "=", text, ": ", known->wanted,
+                    isFormat ? base::DidYouMean(text, FormatNames()) : "");
     }
   }
-  if (options.url.empty()) return stream::Refuse("av: no url: say pv:av,url=FILE, DEVICE or URL");
+  if (options.url.empty()) return Refuse("av: no url: say pv:av,url=FILE, DEVICE or URL");
   if (options.plays != 1 && (options.Pipe() >= 0 || options.Live())) {
-    stream::Explain("av: \"", options.Shown(), "\" cannot be repeated; loop has no effect");
+    Explain("av: \"", options.Shown(), "\" cannot be repeated; loop has no effect");
     options.plays = 1;
   }
   return true;

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/ConfigText.h"
 #include "host/capture/Patience.h"
 #include "nimbo/base/attr_set.h"
 
@@ -21,7 +22,7 @@ struct InputOptions {
   bool audio = true;
   bool transcode = false;                      ///< also what could be passed through
   std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
-  std::vector<base::AttrSet::Entry> rest;      ///< for libavformat
+  std::vector<base::Attribute> rest;           ///< for libavformat
 
   /// The descriptor that `url` stands for; -1 when it is none.
   int Pipe() const;

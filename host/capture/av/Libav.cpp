@@ -18,4 +18,6 @@ std::string ErrorText(int code) {
   return text;
 }
 
+Status StatusOf(int result) { return result < 0 ? Status::Failed(ErrorText(result)) : Status(); }
+
 }  // namespace nimbo::capture::av

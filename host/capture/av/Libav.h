@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "common/Status.h"
 #include "host/capture/H264.h"
 
 extern "C" {
@@ -73,6 +74,8 @@ inline ByteSpan BytesOf(const AVPacket& packet) {
 
 /// libav's words for one of its error codes.
 std::string ErrorText(int code);
+/// What a call of libav gave: a failure, with its text, where that is negative.
+Status StatusOf(int result);
 
 constexpr AVRational NanosecondBase = {1, 1000000000};
 

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "log/Line.h"
+#include "host/base/Console.h"
 #include "sync/Mutex.h"
 
 extern "C" {
@@ -58,7 +58,7 @@ void Complain(const std::string& text) {
     if (text == last) return;
     last = text;
   }
-  log::Line(log::Colour::Yellow) << "libav: " << text;
+  Explain("libav: ", text);
 }
 
 void InstallLogFilter() { av_log_set_callback(Filter); }

@@ -1,8 +1,10 @@
 #include "host/capture/av/LibavSource.h"
 
+#include "host/base/Console.h"
+#include "host/capture/av/AudioTranscoder.h"
 #include "host/capture/av/Obstacle.h"
-#include "host/capture/av/Transcoder.h"
-#include "host/stream/Console.h"
+#include "host/capture/av/PassThrough.h"
+#include "host/capture/av/VideoTranscoder.h"
 
 namespace nimbo::capture::av {
 
@@ -103,7 +105,6 @@ std::vector<const AVPacket*> LibavSource::Beginning(Kind kind) const {
 
 bool LibavSource::ChoosePaths() {
   std::string obstacles[KindCount];
-  std::string error;
   for (const Kind kind : {Kind::Video, Kind::Audio}) {
     const AVCodecParameters* parameters = _demuxer.Parameters(kind);
     if (!parameters) continue;
@@ -118,7 +119,7 @@ bool LibavSource::ChoosePaths() {
       obstacle = AudioObstacle(*parameters, beginning);
     }
     if (_options.transcode && obstacle.empty()) obstacle = "as asked for";
-    bool opened = true;
+    Status opened;
     if (kind == Kind::Video && obstacle.empty()) {
       path = std::make_unique<H264Pass>(parameters->width, parameters->height, sets);
     } else if (obstacle.empty()) {
@@ -126,16 +127,16 @@ bool LibavSource::ChoosePaths() {
                                        parameters->extradata_size == 0);
     } else if (kind == Kind::Video) {
       auto transcoder = std::make_unique<VideoTranscoder>();
-      opened = transcoder->Open(*parameters, _demuxer.FrameRate(), error);
+      opened = transcoder->Open(*parameters, _demuxer.FrameRate());
       path = std::move(transcoder);
     } else {
       auto transcoder = std::make_unique<AudioTranscoder>();
-      opened = transcoder->Open(*parameters, error);
+      opened = transcoder->Open(*parameters);
       path = std::move(transcoder);
     }
     if (!opened) {
-      return stream::Refuse("av: \"", _options.Shown(), "\": its ", KindNames[Index(kind)],
-                            " cannot be transcoded: ", error);
+      return Refuse("av: \"", _options.Shown(), "\": its ", KindNames[Index(kind)],
+                    " cannot be transcoded: ", opened.Why());
     }
     stream::IMedia* media = path->Output().Media();
     _media.push_back(Share(*media));
@@ -147,7 +148,7 @@ bool LibavSource::ChoosePaths() {
     reasons += std::string(reasons.empty() ? "" : ", ") + KindNames[Index(kind)] +
                " is transcoded (" + obstacles[Index(kind)] + ")";
   }
-  if (!reasons.empty()) stream::Explain("av: \"", _options.Shown(), "\": ", reasons);
+  if (!reasons.empty()) Explain("av: \"", _options.Shown(), "\": ", reasons);
   return true;
 }
 
@@ -206,23 +207,21 @@ void LibavSource::Pump() {
 }
 
 void LibavSource::Handle(Demuxer::Event& event) {
-  std::string error;
   switch (event.result) {
     case Demuxer::Result::Packet:
       // A repetition may hold a stream that was not there before.
-      if (StreamPath* path = _paths[Index(event.kind)].get()) {
-        if (!path->Push(*event.packet, error)) Stop(error);
-      }
+      if (StreamPath* path = _paths[Index(event.kind)].get())
+        EndIfFailed(path->Push(*event.packet));
       break;
     case Demuxer::Result::Repeat:
       for (const auto& path : _paths) {
-        if (path && !path->Break(error)) Stop(error);
+        if (path) EndIfFailed(path->Break());
       }
       break;
     case Demuxer::Result::End:
     case Demuxer::Result::Failed:
       for (const auto& path : _paths) {
-        if (path && !_ended && !path->Finish(error)) Stop(error);
+        if (path && !_ended) EndIfFailed(path->Finish());
       }
       _ended = true;
       break;
@@ -231,9 +230,10 @@ void LibavSource::Handle(Demuxer::Event& event) {
   }
 }
 
-void LibavSource::Stop(const std::string& error) {
+void LibavSource::EndIfFailed(const Status& step) {
+  if (step) return;
   _ended = true;
-  stream::Refuse("av: \"", _options.Shown(), "\": ", error);
+  Refuse("av: \"", _options.Shown(), "\": ", step.Why());
 }
 
 }  // namespace nimbo::capture::av

@@ -43,6 +43,7 @@ class LibavSource final : public CaptureSource {
   void Abort() override { _abort.Set(); }
   void Close() override;
   bool Unpaced() const override { return !_options.Live(); }
+  bool Behind() const override { return _options.Live() && !_probed.empty(); }
 
  private:
   explicit LibavSource(InputOptions options);
@@ -54,7 +55,7 @@ class LibavSource final : public CaptureSource {
   StreamPath* Next();
   void Pump();
   void Handle(Demuxer::Event& event);
-  void Stop(const std::string& error);
+  void EndIfFailed(const Status& step);
 
   InputOptions _options;
   AbortEvent _abort;

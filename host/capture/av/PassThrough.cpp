@@ -1,9 +1,10 @@
+#include "host/capture/av/PassThrough.h"
+
 #include <algorithm>
 
 #include "host/capture/Adts.h"
 #include "host/capture/Sps.h"
 #include "host/capture/av/AacEncoder.h"
-#include "host/capture/av/StreamPath.h"
 #include "host/stream/Media.h"
 
 namespace nimbo::capture::av {
@@ -26,7 +27,7 @@ void H264Pass::UseSets(const Bytes& sps, const Bytes& pps) {
   _output.SetMedia(stream::NewH264Media(_width, _height, _sps, _pps));
 }
 
-bool H264Pass::Push(AVPacket& packet, std::string& error) {
+Status H264Pass::Push(AVPacket& packet) {
   const ByteSpan bytes = BytesOf(packet);
   const std::vector<NalUnit> units = SplitAnnexB(bytes);
   const char* why = nullptr;
@@ -34,16 +35,15 @@ bool H264Pass::Push(AVPacket& packet, std::string& error) {
   for (const NalUnit& unit : units) sets.Add(unit);
   if (sets.Sps().size() > 1 || sets.Pps().size() > 1) why = "it has several parameter sets";
   if (why || !DescribablePicture(units, why)) {
-    error = std::string("the video cannot be passed on any longer: ") + why +
-            "; with transcode=true it can be used";
-    return false;
+    return Status::Failed(std::string("the video cannot be passed on any longer: ") + why +
+                          "; with transcode=true it can be used");
   }
   const Bytes& sps = sets.Sps().empty() ? _sps : sets.Sps().front();
   const Bytes& pps = sets.Pps().empty() ? _pps : sets.Pps().front();
   if (sps != _sps || pps != _pps) UseSets(Bytes(sps), Bytes(pps));
   const auto slice =
       std::find_if(units.begin(), units.end(), [](const NalUnit& unit) { return unit.IsSlice(); });
-  if (slice == units.end()) return true;
+  if (slice == units.end()) return {};
   // What stands behind the slice (filler, an end of sequence) is no part of the picture, and the
   // wire format has no place for it.
   const bool last = slice + 1 == units.end();
@@ -52,7 +52,7 @@ bool H264Pass::Push(AVPacket& packet, std::string& error) {
   const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
   const bool bare = key && sets.Sps().empty();
   _output.Append(bare ? ByteSpan(_header) : ByteSpan(), used, key, packet.dts);
-  return true;
+  return {};
 }
 
 AacPass::AacPass(int rate, int channels, bool framed)
@@ -60,25 +60,24 @@ AacPass::AacPass(int rate, int channels, bool framed)
   _output.SetMedia(stream::NewAacMedia(AdtsHeaderSize, AacLowComplexity, channels, rate));
 }
 
-bool AacPass::Push(AVPacket& packet, std::string& error) {
+Status AacPass::Push(AVPacket& packet) {
   ByteSpan frame = BytesOf(packet);
   if (_framed) {
     const auto header = ParseAdts(frame);
-    if (!header) return true;  // damaged
+    if (!header) return {};  // damaged
     const auto length = static_cast<std::size_t>(header->length);
     if (header->rate != _rate || header->channels != _channels || header->rawBlocks != 1) {
-      error = "the audio cannot be passed on any longer: its format changed; with transcode=true " +
-              std::string("it can be used");
-      return false;
+      return Status::Failed(
+          "the audio cannot be passed on any longer: its format changed; with transcode=true it "
+          "can be used");
     }
-    if (length >= frame.size()) return true;
+    if (length >= frame.size()) return {};
     frame = frame.subspan(length);
   }
   if (!AppendAac(_output, frame, _rate, _channels, packet.dts)) {
-    error = "the audio cannot be passed on: a frame is too long for its header";
-    return false;
+    return Status::Failed("the audio cannot be passed on: a frame is too long for its header");
   }
-  return true;
+  return {};
 }
 
 }  // namespace nimbo::capture::av

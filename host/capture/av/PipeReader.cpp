@@ -14,22 +14,18 @@ constexpr int BufferSize = 32 * 1024;
 
 }  // namespace
 
-bool PipeReader::Open(int descriptor, const std::string& path, std::string& error) {
+Status PipeReader::Open(int descriptor, const std::string& path) {
   Close();
   _pipe.Reset(descriptor >= 0 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0)
                               : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!_pipe) {
-    error = std::strerror(errno);
-    return false;
-  }
+  if (!_pipe) return Status::Failed(std::strerror(errno));
   // libav frees the buffer, or exchanges it for another one.
   auto* buffer = static_cast<unsigned char*>(av_malloc(BufferSize));
   if (buffer) {
     _context = avio_alloc_context(buffer, BufferSize, 0, this, Read, nullptr, nullptr);
     if (!_context) av_free(buffer);
   }
-  if (!_context) error = "no memory";
-  return _context != nullptr;
+  return _context ? Status() : Status::Failed("no memory");
 }
 
 void PipeReader::Close() {

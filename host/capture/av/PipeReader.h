@@ -3,6 +3,7 @@
 #include <string>
 
 #include "common/FileDescriptor.h"
+#include "common/Status.h"
 #include "host/capture/AbortEvent.h"
 #include "host/capture/av/Libav.h"
 
@@ -18,8 +19,8 @@ class PipeReader {
   ~PipeReader() { Close(); }
 
   /// [control] Reads from a copy of `descriptor`, or, where that is negative, from the named pipe
-  /// at `path`, without waiting for its writer. False with the reason in `error`.
-  bool Open(int descriptor, const std::string& path, std::string& error);
+  /// at `path`, without waiting for its writer.
+  Status Open(int descriptor, const std::string& path);
   void Close();
   /// A read waits up to this CLOCK_MONOTONIC time (ns) only.
   void SetDeadline(std::int64_t due) { _deadline = due; }

@@ -1,8 +1,10 @@
+#include "host/capture/av/SimulatedCamera.h"
+
 #include <atomic>
 #include <cstring>
 
-#include "host/capture/av/SimulatedSource.h"
-#include "host/stream/Console.h"
+#include "host/base/Console.h"
+#include "host/capture/av/DayClock.h"
 
 namespace nimbo::capture::av {
 
@@ -23,8 +25,8 @@ std::atomic<bool> s_told_order{false};
 /// A group type with a "b" asks for pictures predicted from both sides.
 void TellOrder(const std::string& name, const char* groupType) {
   if (!std::strpbrk(groupType, "bB") || s_told_order.exchange(true)) return;
-  stream::Explain(name, ": gopTypeStr=", groupType,
-                  " asks for reordered pictures; the simulated camera encodes without reordering");
+  Explain(name, ": gopTypeStr=", groupType,
+          " asks for reordered pictures; the simulated camera encodes without reordering");
 }
 
 }  // namespace
@@ -58,8 +60,8 @@ bool SimulatedCamera::Configure(const base::AttrSet& options) {
 }
 
 bool SimulatedCamera::OpenEncoder() {
-  std::string error;
-  if (!_encoder.Open(_settings, error)) return Refuse("the encoder cannot be opened: " + error);
+  const Status opened = _encoder.Open(_settings);
+  if (!opened) return Refuse("the encoder cannot be opened: " + opened.Why());
   FramePtr frame(_encoder.NewFrame());
   if (!frame) return Refuse("no memory for a picture");
   _picture.Begin(std::move(frame));
@@ -72,10 +74,8 @@ void SimulatedCamera::Begin(std::int64_t) { _key = true; }
 bool SimulatedCamera::Produce(std::int64_t index, std::int64_t time) {
   AVFrame* frame = _picture.Draw(time + DayClockOffset(), index);
   if (!frame) return Refuse("no memory for a picture");
-  std::string error;
-  if (!_encoder.Encode(*frame, time, _key, _output, error)) {
-    return Refuse("a picture cannot be encoded: " + error);
-  }
+  const Status encoded = _encoder.Encode(*frame, time, _key, _output);
+  if (!encoded) return Refuse("a picture cannot be encoded: " + encoded.Why());
   _key = false;
   return true;
 }

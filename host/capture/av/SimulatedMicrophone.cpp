@@ -1,8 +1,10 @@
+#include "host/capture/av/SimulatedMicrophone.h"
+
 #include <algorithm>
 #include <cmath>
 
 #include "host/capture/Adts.h"
-#include "host/capture/av/SimulatedSource.h"
+#include "host/capture/av/DayClock.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -58,10 +60,8 @@ bool SimulatedMicrophone::Configure(const base::AttrSet& options) {
 }
 
 bool SimulatedMicrophone::OpenEncoder() {
-  std::string error;
-  if (!_encoder.Open(_rate, _channels, _bit_rate, error)) {
-    return Refuse("the encoder cannot be opened: " + error);
-  }
+  const Status opened = _encoder.Open(_rate, _channels, _bit_rate);
+  if (!opened) return Refuse("the encoder cannot be opened: " + opened.Why());
   _frame.reset(_encoder.NewFrame());
   if (!_frame) return Refuse("no memory for sound");
   _second = OneSecond(_rate);
@@ -83,11 +83,8 @@ bool SimulatedMicrophone::Produce(std::int64_t index, std::int64_t time) {
     }
     if (++place == _second.size()) place = 0;
   }
-  std::string error;
-  if (!_encoder.Encode(_frame.get(), time, _output, error)) {
-    return Refuse("sound cannot be encoded: " + error);
-  }
-  return true;
+  const Status encoded = _encoder.Encode(_frame.get(), time, _output);
+  return encoded || Refuse("sound cannot be encoded: " + encoded.Why());
 }
 
 void SimulatedMicrophone::CloseEncoder() {

@@ -4,8 +4,9 @@
 #include <charconv>
 #include <cstring>
 
+#include "host/base/Console.h"
+#include "host/base/Framework.h"
 #include "host/base/Nearest.h"
-#include "host/stream/Console.h"
 #include "nimbo/base/names.h"
 
 extern "C" {
@@ -77,7 +78,7 @@ bool SimulatedSource::NextPeriod() {
 
 bool SimulatedSource::ReadOptions(const base::AttrSet& options, const std::vector<Option>& table,
                                   const std::vector<const char*>& others) {
-  for (const auto& [key, text] : options.Entries()) {
+  for (const auto& [key, text] : Framework::Entries(options)) {
     const auto is = [id = base::Hash(key.c_str())](const char* known) {
       return base::Hash(known) == id;
     };
@@ -87,22 +88,22 @@ bool SimulatedSource::ReadOptions(const base::AttrSet& options, const std::vecto
       const Range& range = option->range;
       int value = 0;
       if (!ParseInt(text.c_str(), value) || value < range.low || value > range.high) {
-        return stream::Refuse(_name, ": option ", key, "=", text, " must be a number from ",
-                              range.low, " to ", range.high);
+        return nimbo::Refuse(_name, ": option ", key, "=", text, " must be a number from ",
+                             range.low, " to ", range.high);
       }
       *option->value = value;
     } else if (std::none_of(others.begin(), others.end(), is) &&
                std::none_of(std::begin(ConsumerOptions), std::end(ConsumerOptions), is)) {
       std::vector<std::string> names(others.begin(), others.end());
       for (const Option& known : table) names.emplace_back(known.key);
-      stream::Explain(_name, ": option ", key, " has no effect here", base::Suggest(key, names));
+      Explain(_name, ": option ", key, " has no effect here", base::Suggest(key, names));
     }
   }
   return true;
 }
 
 bool SimulatedSource::Refuse(const std::string& text) const {
-  return stream::Refuse(_name, ": ", text);
+  return nimbo::Refuse(_name, ": ", text);
 }
 
 }  // namespace nimbo::capture::av

@@ -6,11 +6,7 @@
 
 #include "host/capture/AbortEvent.h"
 #include "host/capture/CaptureSource.h"
-#include "host/capture/av/AacEncoder.h"
-#include "host/capture/av/DayClock.h"
-#include "host/capture/av/H264Encoder.h"
 #include "host/capture/av/StreamOutput.h"
-#include "host/capture/av/TestPicture.h"
 #include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture::av {
@@ -82,49 +78,6 @@ class SimulatedSource : public CaptureSource {
   std::vector<stream::IMedia*> _streams;
   std::int64_t _start = 0;
   std::int64_t _next = 0;  ///< index of the next period
-};
-
-/// H.264 of TestPicture. Options: W, H (pixels), fr (pictures a second), br (bits a second), gop
-/// (pictures from key frame to key frame), gopTypeStr.
-class SimulatedCamera final : public SimulatedSource {
- public:
-  using SimulatedSource::SimulatedSource;
-  bool Configure(const base::AttrSet& options) override;
-  std::vector<std::string> Outputs() const override { return {"h264"}; }
-
- private:
-  bool OpenEncoder() override;
-  void Begin(std::int64_t start) override;
-  bool Produce(std::int64_t index, std::int64_t time) override;
-  void CloseEncoder() override;
-
-  H264Encoder::Settings _settings;
-  H264Encoder _encoder;
-  TestPicture _picture;
-  bool _key = false;
-};
-
-/// AAC of a quiet tone with a beep at each full second, when the picture flashes. Options: rate
-/// (Hz), channel (1 or 2), br (bits a second, all channels).
-class SimulatedMicrophone final : public SimulatedSource {
- public:
-  using SimulatedSource::SimulatedSource;
-  bool Configure(const base::AttrSet& options) override;
-  std::vector<std::string> Outputs() const override { return {"aac"}; }
-
- private:
-  bool OpenEncoder() override;
-  void Begin(std::int64_t start) override;
-  bool Produce(std::int64_t index, std::int64_t time) override;
-  void CloseEncoder() override;
-
-  int _rate = 0;      ///< Hz
-  int _channels = 0;  ///< 1 or 2
-  int _bit_rate = 0;  ///< bits a second, all channels
-  AacEncoder _encoder;
-  FramePtr _frame;
-  std::vector<float> _second;  ///< the sound of one second; it repeats
-  std::int64_t _offset = 0;    ///< the place in it at which period 0 begins
 };
 
 /// The maker of such a source for the registry. Null, with one line, when an option is wrong.

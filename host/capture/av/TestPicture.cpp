@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "host/capture/Monotonic.h"
+#include "host/capture/av/DayClock.h"
 #include "host/capture/av/Glyphs.h"
 
 namespace nimbo::capture::av {

@@ -7,9 +7,6 @@
 
 namespace nimbo::capture::av {
 
-/// How long, from each full second on, the picture flashes and the sound beeps.
-constexpr std::int64_t SecondMark = 100'000'000;
-
 /// Draws the pictures of a simulated camera: colour bars, a bar that sweeps across, the time of
 /// day and the frame's number, a square that is white at the start of each second, and a strip of
 /// noise, which gives the encoder something to do at any bit rate. What does not move is drawn

@@ -1,7 +1,8 @@
+#include "host/capture/av/VideoTranscoder.h"
+
 #include <algorithm>
 
 #include "host/capture/Monotonic.h"
-#include "host/capture/av/Transcoder.h"
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -33,14 +34,12 @@ std::int64_t BitRate(const AVCodecParameters& parameters, double picturesPerSeco
 
 }  // namespace
 
-bool VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational frameRate,
-                           std::string& error) {
+Status VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational frameRate) {
   H264Encoder::Settings settings;
   settings.width = parameters.width & ~1;
   settings.height = parameters.height & ~1;
   if (settings.width <= 0 || settings.height <= 0) {
-    error = "the size of its pictures is not known";
-    return false;
+    return Status::Failed("the size of its pictures is not known");
   }
   const double picturesPerSecond = av_q2d(frameRate);
   settings.frameRate = frameRate;
@@ -48,45 +47,41 @@ bool VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational frame
   settings.gop = std::max(1, static_cast<int>(picturesPerSecond * GopSeconds));
   settings.preset = Preset;
   settings.profile = Profile;
-  if (!_decoder.Open(parameters, error) || !_encoder.Open(settings, error)) return false;
+  if (Status opened = _decoder.Open(parameters); !opened) return opened;
+  if (Status opened = _encoder.Open(settings); !opened) return opened;
   _scaled.reset(_encoder.NewFrame());
-  if (!_scaled) {
-    error = "no memory for a picture";
-    return false;
-  }
+  if (!_scaled) return Status::Failed("no memory for a picture");
   _period = av_rescale(frameRate.den, NsPerSecond, frameRate.num);
   _output.SetMedia(_encoder.NewMedia());
-  return true;
+  return {};
 }
 
-bool VideoTranscoder::Push(AVPacket& packet, std::string& error) {
-  return _decoder.Decode(&packet, error, [&](AVFrame& frame) { return Encode(frame, error); });
+Status VideoTranscoder::Push(AVPacket& packet) {
+  return _decoder.Decode(&packet, [this](AVFrame& frame) { return Encode(frame); });
 }
 
-bool VideoTranscoder::Break(std::string& error) {
-  const bool done =
-      _decoder.Decode(nullptr, error, [&](AVFrame& frame) { return Encode(frame, error); });
+Status VideoTranscoder::Break() {
+  Status done = _decoder.Decode(nullptr, [this](AVFrame& frame) { return Encode(frame); });
   _decoder.Restart();
   return done;
 }
 
-bool VideoTranscoder::Encode(AVFrame& frame, std::string& error) {
+Status VideoTranscoder::Encode(AVFrame& frame) {
   const std::int64_t time = frame.pts != AV_NOPTS_VALUE ? frame.pts : _last + _period;
   // The encoder takes one picture for each time.
-  if (_started && time <= _last) return true;
+  if (_started && time <= _last) return {};
   _scaler.reset(sws_getCachedContext(_scaler.release(), frame.width, frame.height,
                                      static_cast<AVPixelFormat>(frame.format), _scaled->width,
                                      _scaled->height, AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr,
                                      nullptr, nullptr));
   if (!_scaler || av_frame_make_writable(_scaled.get()) < 0) {
-    error = "its pictures cannot be converted";
-    return false;
+    return Status::Failed("its pictures cannot be converted");
   }
   sws_scale(_scaler.get(), frame.data, frame.linesize, 0, frame.height, _scaled->data,
             _scaled->linesize);
   _started = true;
   _last = time;
-  return _encoder.Encode(*_scaled, time, false, _output, error);
+  return _encoder.Encode(*_scaled, time, false, _output);
 }
 
 }  // namespace nimbo::capture::av

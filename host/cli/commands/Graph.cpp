@@ -33,7 +33,8 @@ constexpr struct {
                     {"AvSync-ele-sync", "lemonchiffon"}};
 
 std::string ClassName(const base::object& object) {
-  return object.Class() ? object.Class()->Name() : std::string();
+  const base::IClass* cl = Framework::Class(object);
+  return cl ? cl->Name() : std::string();
 }
 
 const char* Colour(const IElement& element) {

@@ -7,7 +7,7 @@
 
 #include "host/base/ClassRegistry.h"
 #include "host/base/CommandTable.h"
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
 #include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
 #include "host/capture/CaptureRegistry.h"
@@ -40,8 +40,9 @@ std::string KindOf(const IClass& cl) {
                                {typeid(stream::Pipeline), "pipeline"},
                                {typeid(stream::Application), "application"},
                                {typeid(stream::Service), "service"}};
+  const std::type_info* type = Framework::Info(cl).type;
   for (const Kind& kind : kinds) {
-    if (cl.Type() && base::DerivesFrom(*cl.Type(), kind.type)) return kind.name;
+    if (type && base::DerivesFrom(*type, kind.type)) return kind.name;
   }
   return "object";
 }
@@ -62,13 +63,14 @@ std::string VersionText(unsigned int version) {
 }
 
 Facts ClassFacts(const IClass& cl) {
+  const ClassInfo info = Framework::Info(cl);
   return {TextFact("name", cl.Name()),
           TextFact("kind", KindOf(cl)),
           {"keywords", "", KeywordsOf(cl)},  // people see them in the name
-          TextFact("module", cl.Module()),
-          TextFact("vendor", cl.Vendor()),
-          {"version", VersionText(cl.Version()), cl.Version()},
-          TextFact("description", cl.Description())};
+          TextFact("module", info.module),
+          TextFact("vendor", info.vendor),
+          {"version", VersionText(info.version), info.version},
+          TextFact("description", info.description)};
 }
 
 std::string AccessOf(const base::IProperty& property) {
@@ -125,13 +127,14 @@ class Sample {
 
 Facts PropertyFacts(const base::IProperty& property, base::object* sample) {
   std::string value;
-  const bool known = sample && property.getStr && base::Guarded(property.Name(), false, [&] {
+  const bool known = sample && property.getStr && Guarded(property.Name(), false, [&] {
                        return property.getStr(*sample, value);
                      });
-  return {TextFact("name", property.Name()), TextFact("type", TypeName(property.Type())),
+  const PropertyInfo info = Framework::Info(property);
+  return {TextFact("name", property.Name()), TextFact("type", TypeName(info.type)),
           TextFact("access", AccessOf(property)),
           TextFact("default", known ? value.c_str() : nullptr),
-          TextFact("description", property.Description())};
+          TextFact("description", info.description)};
 }
 
 Json ToJson(const Facts& facts) {
@@ -169,7 +172,7 @@ std::vector<Facts> AllClasses() {
 
 std::vector<Facts> AllSources() {
   std::vector<Facts> sources;
-  for (const auto& source : capture::CaptureRegistry::Globle().Sources()) {
+  for (const auto& source : capture::CaptureRegistry::Global().Sources()) {
     sources.push_back({TextFact("name", source.name), TextFact("description", source.description)});
   }
   return sources;
@@ -192,18 +195,18 @@ struct Section {
 std::vector<Section> Inventory() {
   const KeptOutput others;
   capture::LoadAvModule();
-  const auto& loader = base::PluginLoader::Globle();
+  const auto& loader = base::PluginLoader::Global();
   return {{"plugins", "Plug-ins", Names(loader.Libraries())},
           {"classes", "Classes, found by name or by keywords of it", AllClasses()},
           {"sources", "Capture sources, for connect={pv:NAME,OPTION=VALUE,...}", AllSources()},
-          {"commands", "Commands of the shell", Names(base::CommandTable::Globle().Names())},
+          {"commands", "Commands of the shell", Names(base::CommandTable::Global().Names())},
           {"functions", "Functions, for the shell's \"call\"", Names(FunctionNames())}};
 }
 
 }  // namespace
 
 std::vector<std::string> FunctionNames() {
-  return base::PluginLoader::Globle().Exports(FunctionPrefix);
+  return base::PluginLoader::Global().Exports(FunctionPrefix);
 }
 
 std::string PortsText(const stream::IElement& element) {
@@ -237,7 +240,7 @@ ClassView::ClassView(IClass& cl, const std::string& asked) : _facts(ClassFacts(c
     }
     _facts.push_back({"also", also.empty() ? "" : text::Joined(also), also});
   }
-  for (const auto* property : cl.Properties()) {
+  for (const auto* property : Framework::Properties(cl)) {
     _properties.push_back(PropertyFacts(*property, sample.Get()));
   }
 }

@@ -5,12 +5,10 @@
 namespace nimbo::cli {
 
 Result<std::unique_ptr<monitor::Monitor>> LoadMonitor(const monitor::Options& options) {
-  std::string error;
-  void* open =
-      base::PluginLoader::ModuleFunction(monitor::ModuleName, monitor::ModuleFunction, error);
-  if (!open) return Status::Failed(error);
+  auto open = base::PluginLoader::ModuleFunction(monitor::ModuleName, monitor::ModuleFunction);
+  if (!open) return open.Failure();
   Result<std::unique_ptr<monitor::Monitor>> opened = Status::Failed();
-  reinterpret_cast<monitor::OpenFunction*>(open)(options, opened);
+  reinterpret_cast<monitor::OpenFunction*> (*open)(options, opened);
   return opened;
 }
 

@@ -33,7 +33,7 @@ Status LoadPlugins(const std::vector<std::string>& paths) {
     return path ? LoadPlugins({*path}) : path.Failure();
   }
   for (const auto& path : paths) {
-    if (!base::PluginLoader::Globle().Load(path)) return Status::Failed();  // which was told
+    if (!base::PluginLoader::Global().Load(path)) return Status::Failed();  // which was told
   }
   return {};
 }

@@ -1,16 +1,16 @@
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <thread>
 
-#include "common/WriteAll.h"
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
+#include "host/base/Outlet.h"
+#include "host/base/Thread.h"
 #include "host/cli/commands/LoadMonitor.h"
 #include "host/cli/commands/StatusText.h"
 #include "host/cli/commands/Subcommand.h"
-#include "host/cli/terminal/Console.h"
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/cli/terminal/StatusLine.h"
 #include "host/publication/Publication.h"
@@ -28,8 +28,6 @@ using Clock = ControlLoop::Clock;
 
 /// How often it is looked, behind the end of the input, whether everything has been sent.
 constexpr std::chrono::milliseconds LookPeriod{100};
-/// How long a server that could not be published to is left alone before the next attempt.
-constexpr std::chrono::seconds OpenPause{5};
 constexpr std::chrono::seconds JsonPeriod{1};
 constexpr std::chrono::seconds MonitorPeriod{1};
 constexpr char MonitorPort[] = "8089";
@@ -37,6 +35,7 @@ constexpr char MonitorPort[] = "8089";
 struct Options {
   publication::PublishOptions what;
   double duration = 0;  ///< seconds; 0 without limit
+  bool wait = false;    ///< for a server that is away at the start
   bool json = false;
   std::string monitor;  ///< the port of its page; empty: there is none
   std::string picture;  ///< address of the playlist that it plays; may be empty
@@ -62,15 +61,20 @@ class Publish {
   Publish(const Options& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
   Status Run() {
+    base::Outlet::Hurry(true);  // a picture is worth more than what is told of it
     if (_options.json) _json.emplace();
     auto source = publication::SourceConfiguration(_options.what);
     if (!source) return source.Failure();
     if (!_options.monitor.empty()) {
       if (Status opened = OpenMonitor(); !opened) return opened;
     }
-    Status begun = base::Guarded("publish", Status::Failed(), [&] { return Begin(*source); });
+    Status begun = Guarded("publish", Status::Failed(), [&] { return Begin(*source); });
     if (!begun) return begun;
-    Serve();
+    _start = Clock::now();
+    while (!Guarded("publish", false, [this] { return Serve(); })) {
+      std::this_thread::sleep_for(LookPeriod);
+    }
+    if (base::LostThreads() > 0) return Status::Failed(LostThread);
     return Succeed() ? Status() : Status::Failed("not everything was published");
   }
 
@@ -83,63 +87,74 @@ class Publish {
     auto opened = LoadMonitor(page);
     if (!opened) return Status::Failed("no monitor: " + opened.Why());
     _monitor = std::move(*opened);
-    WriteAll(STDERR_FILENO, fmt::format("monitor: {}\n", _monitor->Address()));
+    Note(fmt::format("monitor: {}\n", _monitor->Address()));
     return {};
   }
 
   /// The clients come first, so that none misses the start. One that fails holds nobody up.
   Status Begin(const std::string& source) {
-    if (!_publication.Build(_options.what, source)) {
-      return Status::Failed("cannot publish \"" + _options.what.input + "\"");
-    }
-    bool any = false;
+    if (Status built = _publication.Build(_options.what, source); !built) return built;
+    const auto end = Ends(Clock::now());
     for (std::size_t i = 0; i < _publication.Clients(); ++i) {
-      const bool opened = _publication.Open(i);
-      any = any || opened;
-      _failed_once = _failed_once || !opened;
-      if (!opened) Complain("nimbo-host: cannot publish to " + ShownUrl(_options.what.urls[i]));
+      const Status opened = _publication.Open(i);
+      if (!opened) Complain("nimbo-host: " + opened.Why());
       if (_loop.Signals().Number() != 0) return Status::Failed();
     }
-    _retry = Clock::now() + OpenPause;
-    return any && _publication.Start() ? Status() : Status::Failed();
+    auto next = _publication.OpenMissing();
+    while (_options.wait && !OpenedAny() && Clock::now() < end) {
+      if (_loop.Wait(-1, std::min(end, next)) == ControlLoop::Woken::Signal) {
+        return Status::Failed();
+      }
+      next = _publication.OpenMissing();
+    }
+    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
+      _failed_once = _failed_once || !_publication.Opened(i);
+    }
+    return OpenedAny() ? _publication.Start() : Status::Failed();
   }
 
-  void Serve() {
-    _start = Clock::now();
-    auto next = _start;
-    auto sample = _monitor ? _start : Clock::time_point::max();
-    auto end = Clock::time_point::max();
-    if (_options.duration > 0) {
-      end = _start + std::chrono::duration_cast<Clock::duration>(
-                         std::chrono::duration<double>(_options.duration));
+  bool OpenedAny() const {
+    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
+      if (_publication.Opened(i)) return true;
     }
+    return false;
+  }
+
+  /// When what began at `start` is over.
+  Clock::time_point Ends(Clock::time_point start) const {
+    if (_options.duration <= 0) return Clock::time_point::max();
+    return start + std::chrono::duration_cast<Clock::duration>(
+                       std::chrono::duration<double>(_options.duration));
+  }
+
+  /// Until the end of what is published, or a signal. True.
+  bool Serve() {
+    auto next = Clock::now();
+    auto sample = _monitor ? next : Clock::time_point::max();
+    const auto end = Ends(_start);
     while (true) {
       const auto now = Clock::now();
       TellMessages();
-      if (now >= end || _publication.Finished()) break;
+      if (now >= end || _publication.Finished() || base::LostThreads() > 0) break;
       if (now >= next) {
         Show(now);
         next = now + (_options.json ? JsonPeriod : _line.Period());
       }
       if (now >= sample) {
+        _publication.Measure();
         _monitor->Add(Figures());
         sample = now + MonitorPeriod;
       }
-      if (now >= _retry) OpenMissing();
-      auto wake = std::min({end, next, sample, _retry});
+      // Servers that could not be published to at the start may be back.
+      const auto retry = _options.what.fast ? Clock::time_point::max() : _publication.OpenMissing();
+      auto wake = std::min({end, next, sample, retry});
       if (_publication.Ending()) wake = std::min(wake, now + LookPeriod);
       if (_loop.WaitOrWork(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
+    _publication.End();
     Show(Clock::now());
     _line.End();
-  }
-
-  /// Servers that could not be published to at the start may be back.
-  void OpenMissing() {
-    for (std::size_t i = 0; i < _publication.Clients(); ++i) {
-      if (!_publication.Opened(i) && !_options.what.fast) _publication.Open(i);
-    }
-    _retry = Clock::now() + OpenPause;
+    return true;
   }
 
   void TellMessages() {
@@ -147,8 +162,7 @@ class Publish {
       _events.emplace_back(client, message);
       if (_monitor) _monitor->Tell(client, message);
       if (!_json) {
-        WriteAll(STDERR_FILENO,
-                 fmt::format("{}: {}\n", ShownUrl(_options.what.urls[client]), message));
+        Note(fmt::format("{}: {}\n", ShownUrl(_publication.Addresses()[client]), message));
       }
     }
   }
@@ -162,12 +176,19 @@ class Publish {
   }
 
   void Show(Clock::time_point now) {
+    _publication.Measure();
     const auto figures = Figures();
+    const auto addresses = _publication.Addresses();
     std::uint64_t bytes = 0;
-    for (const ClientFigures& client : figures) bytes += client.bytes;
+    for (const ClientFigures& client : figures) bytes += client.link.acknowledged;
     _meter.Add(now, bytes);
+    _made.Add(now, _publication.Made());
     const Progress progress = {std::chrono::duration<double>(now - _start).count(),
-                               _meter.BitsPerSecond(), _options.what.urls, figures, _events};
+                               _meter.BitsPerSecond(),
+                               _made.BitsPerSecond(),
+                               addresses,
+                               figures,
+                               _events};
     if (_json) {
       _json->Write(StatusJson(progress) + "\n");
     } else {
@@ -181,7 +202,9 @@ class Publish {
     bool complete = !_failed_once && !_publication.SawFailure();
     for (std::size_t i = 0; i < _publication.Clients(); ++i) {
       const ClientFigures figures = _publication.Figures(i);
-      complete = complete && _publication.Opened(i) && !figures.refused && !figures.gaps;
+      const publication::Drops& lost = figures.dropped;
+      complete = complete && _publication.Opened(i) && !figures.gaps &&
+                 lost.gap + lost.lag + lost.refused == 0;
     }
     return complete;
   }
@@ -191,12 +214,12 @@ class Publish {
   std::optional<KeptOutput> _json;  ///< for the status objects; outlives what prints
   std::unique_ptr<monitor::Monitor> _monitor;
   publication::Publication _publication;
-  publication::RateMeter _meter;
+  publication::RateMeter _meter;  ///< of what the servers have acknowledged
+  publication::RateMeter _made;   ///< of what the sources give
   StatusLine _line;
   std::vector<Event> _events;
   bool _failed_once = false;
   Clock::time_point _start;
-  Clock::time_point _retry;
 };
 
 }  // namespace
@@ -219,11 +242,39 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
   publish->add_flag(
       "--loop", [options](std::int64_t) { options->what.loop = "true"; },
       "Play a file again and again");
+  publish
+      ->add_option("--max-lag", options->what.maxLag,
+                   "Seconds that a live stream may be late before it goes on at its newest key\n"
+                   "frame (2); 0: any")
+      ->check(CLI::Range(0.0, 3600.0));
   publish->add_flag("--fast", options->what.fast,
                     "As fast as the servers take it; nothing is dropped");
   publish->add_flag(
       "--no-copy", [options](std::int64_t) { options->what.copy = false; },
       "Send frames from where they lie, without copying them");
+  publish->add_flag("--wait", options->wait,
+                    "Wait for a server that is away at the start, at most for the duration");
+  publish
+      ->add_option(
+          "--backup", options->what.backups,
+          "Another address of the same stream, where it goes on when the one before stays\n"
+          "away; several may be given, and behind the last comes the first")
+      ->type_name("URL")
+      ->allow_extra_args(false)
+      ->check(publication::UrlFault);
+  publish
+      ->add_option("--attempts", options->what.attempts,
+                   "Attempts that fail before it goes on at the next address (3)")
+      ->check(CLI::Range(1, 1000));
+  publish
+      ->add_option_function<double>(
+          "--retry-max",
+          [options](double seconds) {
+            options->what.longestPause = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                std::chrono::duration<double>(seconds));
+          },
+          "Seconds at most between attempts while a server stays away (15)")
+      ->check(CLI::Range(1.0, 3600.0));
   publish->add_flag("--json", options->json, "One status object a line, on standard output");
   auto* monitor =
       publish
@@ -245,8 +296,9 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       ->check(PictureFault)
       ->needs(monitor);
   publish->footer(
-      "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
-      "signal ends it at once. Each address has a client of its own; a lost connection is made\n"
+      "Ends at the end of the input or the duration, and cleanly on SIGINT, SIGTERM and\n"
+      "SIGHUP; a second signal ends it at once. Each address has a client of its own; a lost "
+      "connection is made\n"
       "again, and a server that fails holds up no other.\n"
       "Exit codes: 0 everything was published, 1 something was not, 2 wrong usage.\n"
       "\n"
@@ -256,6 +308,9 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "  nimbo-host publish rtsp://camera/stream rtmp://server/live/door --no-copy\n"
       "  nimbo-host publish test: rtmp://server/live/camera --monitor");
   publish->final_callback([options, chosen] {
+    if (!options->what.backups.empty() && options->what.urls.size() != 1) {
+      throw CLI::ValidationError("--backup", "belongs to one address, not to several");
+    }
     chosen([options](ControlLoop& loop) { return ExitCodeOf(Publish(*options, loop).Run()); });
   });
 }

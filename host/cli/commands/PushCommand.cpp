@@ -1,16 +1,19 @@
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
+#include <thread>
 
-#include "common/WriteAll.h"
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
+#include "host/base/Outlet.h"
+#include "host/base/Thread.h"
 #include "host/cli/commands/Subcommand.h"
 #include "host/cli/terminal/StatusLine.h"
 #include "host/publication/Capture.h"
+#include "host/publication/Link.h"
 #include "host/publication/RateMeter.h"
 #include "host/publication/Url.h"
+#include "host/stream/Backoff.h"
 #include "nimbo/stream/service.h"
 
 namespace nimbo::cli {
@@ -24,13 +27,11 @@ struct PushOptions {
   std::string url = RTMP_DEFAULT_URL;
   publication::CaptureOptions capture;
   double duration = 0;  ///< seconds; 0 without limit
+  bool wait = false;    ///< for a server that is away at the start
 };
 
 using Clock = ControlLoop::Clock;
 
-/// How long after the last packet was taken out of the rings the pusher may still be sending it: it
-/// waits up to half a second for a packet of the other stream before it sends one.
-constexpr std::chrono::milliseconds Lag{600};
 /// How long what is left in the rings is waited for when publishing was told to stop.
 constexpr std::chrono::seconds StopPatience{2};
 /// How often the rings are looked at.
@@ -42,20 +43,44 @@ class Push {
   Push(const PushOptions& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
   Status Run() {
+    base::Outlet::Hurry(true);  // a picture is worth more than what is told of it
     auto configuration = publication::CaptureConfiguration(_options.capture);
     if (!configuration) return configuration.Failure();
-    if (!base::Guarded("push", false, [&] { return Start(*configuration); })) {
+    if (!StartOrWait(*configuration)) {
       return Status::Failed("could not start publishing to " + ShownUrl(_options.url));
     }
-    Serve();
+    _start = Clock::now();
+    while (!Guarded("push", false, [this] { return Serve(); })) {
+      std::this_thread::sleep_for(LookPeriod);
+    }
     Drain();
     const bool connected = Property("rtmp_sts") == "true";
     _pusher->Release();
     Summarise();
+    if (base::LostThreads() > 0) return Status::Failed(LostThread);
     return connected ? Status() : Status::Failed("the connection to the server was lost");
   }
 
  private:
+  bool StartOrWait(const std::string& configuration) {
+    stream::Backoff pauses;
+    const auto end = Ends(Clock::now());
+    while (!Guarded("push", false, [&] { return Start(configuration); })) {
+      const auto again = Clock::now() + pauses.Next();
+      if (!_options.wait || again >= end) return false;
+      if (_pusher) std::exchange(_pusher, nullptr)->Release();
+      if (_loop.Wait(-1, again) == ControlLoop::Woken::Signal) return false;
+    }
+    return true;
+  }
+
+  /// When what began at `start` is over.
+  Clock::time_point Ends(Clock::time_point start) const {
+    if (_options.duration <= 0) return Clock::time_point::max();
+    return start + std::chrono::duration_cast<Clock::duration>(
+                       std::chrono::duration<double>(_options.duration));
+  }
+
   bool Start(const std::string& configuration) {
     _pusher = stream::Service::New("RtmpStreamPusher", "rtmp-pusher-service", nullptr);
     return _pusher && _pusher->Set("addr", _options.url.c_str()) &&
@@ -64,17 +89,15 @@ class Push {
   }
 
   /// Until a signal, the end of the duration, or the end of an input that was read to its end.
-  void Serve() {
-    _start = Clock::now();
-    auto end = Clock::time_point::max();
-    if (_options.duration > 0)
-      end = _start + std::chrono::duration_cast<Clock::duration>(
-                         std::chrono::duration<double>(_options.duration));
-    auto next = _start;
-    auto now = _start;
+  /// True.
+  bool Serve() {
+    const auto end = Ends(_start);
+    auto next = Clock::now();
+    auto now = next;
     for (; now < end && !(_view.Ended() && _view.Empty()); now = Clock::now()) {
+      if (base::LostThreads() > 0) break;
       if (now >= next) {
-        _meter.Add(now, _view.Count().bytes);
+        Measure(now);
         _line.Show(Sentence(now));
         next = now + _line.Period();
       }
@@ -83,15 +106,23 @@ class Push {
       if (_loop.WaitOrWork(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
     _stop = now;
+    return true;
+  }
+
+  /// Counts what the server has acknowledged.
+  void Measure(Clock::time_point now) {
+    auto connections = publication::OwnConnections();
+    _link.Follow(connections, publication::PortOf(_options.url), now);
+    _meter.Add(now, _link.Acknowledged());
   }
 
   /// Ends the capture and lets the pusher send what it has been given.
   void Drain() {
     _pusher->Set("status", "ready");
-    _count = _view.Count();
     const auto patience = Clock::now() + StopPatience;
     while (!_view.Empty() && Clock::now() < patience) Wait(LookPeriod);
-    Wait(Lag);
+    _count = _view.Count();
+    Measure(Clock::now());
     _line.End();
   }
   /// A signal that came does not shorten this wait; a second one ends the process.
@@ -104,10 +135,12 @@ class Push {
     const std::chrono::duration<double> time = _stop - _start;
     publication::RateMeter meter;
     meter.Add(_start, 0);
-    meter.Add(_stop, _count.bytes);
-    WriteAll(STDERR_FILENO, fmt::format("Published {:.1f} s: {} video and {} audio packets, {}\n",
-                                        time.count(), _count.videoPackets, _count.audioPackets,
-                                        BitRateText(meter.BitsPerSecond())));
+    meter.Add(_stop, _link.Acknowledged());
+    const std::string lost =
+        _count.lost == 0 ? "" : fmt::format("; {} came too late to be sent", _count.lost);
+    Note(fmt::format("Published {:.1f} s: {} video and {} audio packets, {}{}\n", time.count(),
+                     _count.videoPackets, _count.audioPackets, BitRateText(meter.BitsPerSecond()),
+                     lost));
   }
 
   std::string Property(const char* name) const {
@@ -129,6 +162,7 @@ class Push {
   stream::Service* _pusher = nullptr;
   publication::CaptureView _view;
   publication::CaptureCount _count;
+  publication::Link _link;
   publication::RateMeter _meter;
   StatusLine _line;
   Clock::time_point _start;
@@ -157,9 +191,11 @@ void AddPush(CLI::App& program, const Choose& chosen) {
   cfg->excludes(encoder);
   push->add_option("--duration", options->duration, "Stop after so many seconds")
       ->check(CLI::PositiveNumber);
+  push->add_flag("--wait", options->wait,
+                 "Wait for a server that is away at the start, at most for the duration");
   push->footer(
-      "Ends at the end of the input or the duration, and cleanly on SIGINT and SIGTERM; a second\n"
-      "signal ends it at once. A lost connection is made again without limit.\n"
+      "Ends at the end of the input or the duration, and cleanly on SIGINT, SIGTERM and\n"
+      "SIGHUP; a second signal ends it at once. A lost connection is made again without limit.\n"
       "Exit codes: 0 published, 1 could not start, or not connected when it ended, 2 wrong usage.\n"
       "\n"
       "Examples:\n"

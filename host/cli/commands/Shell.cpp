@@ -5,12 +5,12 @@
 
 #include "host/base/ClassRegistry.h"
 #include "host/base/CommandTable.h"
-#include "host/base/Guard.h"
+#include "host/base/Console.h"
+#include "host/base/Framework.h"
 #include "host/base/Nearest.h"
 #include "host/base/PluginLoader.h"
 #include "host/cli/commands/Inventory.h"
 #include "host/cli/commands/Words.h"
-#include "host/cli/terminal/Console.h"
 #include "host/cli/terminal/Table.h"
 #include "host/stream/Builder.h"
 #include "host/stream/Settings.h"
@@ -87,7 +87,7 @@ const std::vector<Shell::Command>& Shell::Commands() {
 }
 
 std::vector<std::string> Shell::Names() {
-  auto names = CommandTable::Globle().Names();
+  auto names = CommandTable::Global().Names();
   for (const auto& command : Commands()) names.emplace_back(command.name);
   return names;
 }
@@ -96,7 +96,7 @@ bool Shell::Execute(const std::string& line) {
   auto rest = text::Trimmed(line);
   if (rest.empty() || rest[0] == '#') return true;
   const auto name = TakeWord(rest);
-  const Status done = base::Guarded(name, Status::Failed(), [&] { return Run(name, rest); });
+  const Status done = Guarded(name, Status::Failed(), [&] { return Run(name, rest); });
   if (!done && !done.Why().empty()) Complain(done.Why());
   return static_cast<bool>(done);
 }
@@ -104,11 +104,11 @@ bool Shell::Execute(const std::string& line) {
 Status Shell::Run(const std::string& name, const std::string& rest) {
   for (const auto& command : Commands())
     if (name == command.name) return (this->*command.run)(rest);
-  const auto* handler = CommandTable::Globle().Find(name);
+  const auto* handler = CommandTable::Global().Find(name);
   if (!handler)
     return Status::Failed("there is no command \"" + name + "\"" + Suggest(name, Names()));
   base::AttrSet arguments(rest.c_str());
-  if (!arguments.Valid()) return Status::Failed();  // which told what is wrong
+  if (!Framework::Valid(arguments)) return Status::Failed();  // which told what is wrong
   if ((*handler)(arguments)) return {};
   return Status::Failed("the command \"" + name + "\" failed");
 }
@@ -121,7 +121,7 @@ Status Shell::Call(const std::string& rest) {
   if (words.size() > 1 + FunctionArguments)
     return Status::Failed("call: a function takes at most " + std::to_string(FunctionArguments) +
                           " arguments; quote those with blanks");
-  const auto& loader = PluginLoader::Globle();
+  const auto& loader = PluginLoader::Global();
   const bool named = words[0].rfind(FunctionPrefix, 0) == 0;
   void* symbol = named ? loader.Symbol(words[0]) : nullptr;
   if (!symbol)
@@ -220,7 +220,7 @@ Status Shell::Help(const std::string&) {
   std::vector<std::vector<std::string>> rows;
   for (const auto& command : Commands())
     rows.push_back({std::string(command.name) + " " + command.usage, command.description});
-  for (const auto& name : CommandTable::Globle().Names())
+  for (const auto& name : CommandTable::Global().Names())
     rows.push_back({name + " [KEY=VALUE,...]", "command of a plug-in"});
   const auto functions = FunctionNames();
   base::cout << Columns(rows) +

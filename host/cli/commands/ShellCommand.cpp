@@ -3,9 +3,9 @@
 #include <csignal>
 #include <optional>
 
+#include "host/base/Console.h"
 #include "host/cli/commands/Shell.h"
 #include "host/cli/commands/Subcommand.h"
-#include "host/cli/terminal/Console.h"
 #include "host/cli/terminal/LineEditor.h"
 #include "host/stream/Message.h"
 
@@ -53,13 +53,13 @@ class InputLines {
 class MessagePrinter {
  public:
   MessagePrinter()
-      : _number(stream::MessageListeners::Globle().Add([](const stream::Message& message) {
+      : _number(stream::MessageListeners::Global().Add([](const stream::Message& message) {
           Say("message " + message.path + " " + message.name +
               (message.text.empty() ? "" : " " + message.text));
         })) {}
   MessagePrinter(const MessagePrinter&) = delete;
   MessagePrinter& operator=(const MessagePrinter&) = delete;
-  ~MessagePrinter() { stream::MessageListeners::Globle().Remove(_number); }
+  ~MessagePrinter() { stream::MessageListeners::Global().Remove(_number); }
 
  private:
   int _number;
@@ -93,8 +93,9 @@ int RunTerminal(Shell& shell, ControlLoop& loop) {
     const auto result = editor.Read(line);
     if (result == LineEditor::Result::End) break;
     if (result == LineEditor::Result::Line) shell.Execute(line);
-    // An interrupt from the keyboard drops the line or ends a "sleep"; SIGTERM ends the shell.
-    if (loop.Signals().Number() == SIGTERM) break;
+    // An interrupt from the keyboard drops the line or ends a "sleep"; others end the shell.
+    const int signal = loop.Signals().Number();
+    if (signal != 0 && signal != SIGINT) break;
     loop.Signals().Forget();
   }
   return Succeeded;

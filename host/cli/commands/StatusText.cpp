@@ -15,6 +15,8 @@ namespace {
 using publication::ClientFigures;
 using text::Json;
 
+constexpr double MillisecondsPerSecond = 1000;
+
 Json ClientJson(const Progress& progress, std::size_t index) {
   const ClientFigures& client = progress.clients[index];
   Json messages = Json::array();
@@ -28,20 +30,33 @@ Json ClientJson(const Progress& progress, std::size_t index) {
           {"bytes", client.bytes},
           {"quality", client.quality},
           {"reconnections", client.reconnections},
-          {"refused", client.refused},
+          {"attempts", client.attempts},
           {"gaps", client.gaps},
+          {"lag", std::llround(client.link.lag)},
+          {"round_trip", client.link.roundTrip},
+          {"set_up", std::llround(client.setUp)},
+          {"acknowledged", client.link.acknowledged},
+          {"unsent", client.link.unsent},
+          {"retransmits", client.link.retransmits},
+          {"dropped",
+           {{"gap", client.dropped.gap},
+            {"lag", client.dropped.lag},
+            {"refused", client.dropped.refused},
+            {"ended", client.dropped.ended}}},
           {"messages", std::move(messages)}};
 }
 
 }  // namespace
 
 std::string StatusSentence(const Progress& progress) {
-  std::string text = fmt::format("{:7.1f} s  {}", progress.seconds,
-                                 publication::BitRateText(progress.bitsPerSecond));
+  std::string text = fmt::format("{:7.1f} s  {} of {}", progress.seconds,
+                                 publication::BitRateText(progress.bitsPerSecond),
+                                 publication::BitRateText(progress.sourceBitsPerSecond));
   for (const ClientFigures& client : progress.clients) {
-    text += fmt::format("  [video {} audio {} {} quality={} reconnections={}]", client.videoPackets,
-                        client.audioPackets, client.connected ? "connected" : "not connected",
-                        client.quality, client.reconnections);
+    text += fmt::format(
+        "  [video {} audio {} {} lag={:.1f}s quality={} reconnections={}]", client.videoPackets,
+        client.audioPackets, client.connected ? "connected" : "not connected",
+        client.link.lag / MillisecondsPerSecond, client.quality, client.reconnections);
   }
   return text;
 }
@@ -52,6 +67,7 @@ std::string StatusJson(const Progress& progress) {
     clients.push_back(ClientJson(progress, i));
   return text::Dump({{"time", text::Milliseconds(progress.seconds)},
                      {"bit_rate", std::llround(progress.bitsPerSecond)},
+                     {"source_bit_rate", std::llround(progress.sourceBitsPerSecond)},
                      {"clients", std::move(clients)}});
 }
 

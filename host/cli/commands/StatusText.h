@@ -14,7 +14,8 @@ using Event = std::pair<std::size_t, std::string>;
 /// A publication at one moment.
 struct Progress {
   double seconds;
-  double bitsPerSecond;
+  double bitsPerSecond;        ///< that the servers have acknowledged
+  double sourceBitsPerSecond;  ///< that the sources give
   const std::vector<std::string>& urls;
   const std::vector<publication::ClientFigures>& clients;
   const std::vector<Event>& events;  ///< since the last status
@@ -22,9 +23,12 @@ struct Progress {
 
 /// One line for people: time, frames, bit rate, and how each client is doing.
 std::string StatusSentence(const Progress& progress);
-/// One JSON object (RFC 8259) without line breaks: "time" (s), "bit_rate" (bit/s), and for each
-/// client "url", "connected", "video", "audio" (packets), "bytes", "quality", "reconnections",
-/// "refused", "gaps" and "messages".
+/// One JSON object (RFC 8259) without line breaks: "time" (s), "bit_rate" (bit/s that the servers
+/// have acknowledged), "source_bit_rate" (that the sources give), and for each client "url",
+/// "connected", "video", "audio" (packets), "bytes", "quality", "reconnections", "attempts" (to
+/// connect, that have failed), "gaps", "dropped" (packets by cause: "gap", "lag", "refused",
+/// "ended"), "lag", "round_trip", "set_up" (ms), "acknowledged", "unsent" (bytes), "retransmits"
+/// (segments) and "messages".
 std::string StatusJson(const Progress& progress);
 
 }  // namespace nimbo::cli

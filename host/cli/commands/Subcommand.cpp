@@ -1,6 +1,6 @@
 #include "host/cli/commands/Subcommand.h"
 
-#include "host/cli/terminal/Console.h"
+#include "host/base/Console.h"
 
 namespace nimbo::cli {
 

@@ -13,6 +13,9 @@ namespace nimbo::cli {
 /// How the program ends.
 enum ExitCode : int { Succeeded = 0, Failed = 1, WrongUsage = 2 };
 
+/// Why a publication ends that has lost a thread.
+constexpr char LostThread[] = "a part of it has failed: what is published is not complete";
+
 /// The exit code of what came of a subcommand. Why it failed is told in one line of the program.
 int ExitCodeOf(const Status& status);
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "host/base/Outlet.h"
 #include "host/stream/ControlQueue.h"
 
 namespace nimbo::cli {
@@ -12,6 +13,8 @@ namespace {
 
 /// The longest single wait; a limit that poll's milliseconds can hold.
 constexpr std::chrono::hours LongestWait{1};
+/// How often a reader of the standard streams that was slow is offered what is kept for it.
+constexpr std::chrono::milliseconds OutletPeriod{100};
 
 /// Milliseconds until `until`, rounded up so that the wait does not end too early.
 int Remaining(ControlLoop::Clock::time_point until) {
@@ -19,6 +22,16 @@ int Remaining(ControlLoop::Clock::time_point until) {
   if (until <= now) return 0;
   if (until - now > LongestWait) until = now + LongestWait;
   return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(until - now).count());
+}
+
+/// Offers what is kept to the readers of the standard streams. True when something is left.
+bool StillKept() {
+  bool kept = false;
+  for (base::Outlet* outlet : {&base::StandardOutput(), &base::StandardError()}) {
+    if (outlet->Waiting()) outlet->Flush({});
+    kept = outlet->Waiting() || kept;
+  }
+  return kept;
 }
 
 }  // namespace
@@ -34,7 +47,7 @@ ControlLoop::Woken ControlLoop::Wait(int input, Clock::time_point until, Screen*
 
 ControlLoop::Woken ControlLoop::WaitOrWork(int input, Clock::time_point until, Screen* screen,
                                            bool signals) {
-  auto& queue = stream::ControlQueue::Globle();
+  auto& queue = stream::ControlQueue::Global();
   enum { Work, Signal, Printed, Input, Count };
   while (true) {
     // poll passes over negative descriptors.
@@ -42,7 +55,8 @@ ControlLoop::Woken ControlLoop::WaitOrWork(int input, Clock::time_point until, S
                              {signals ? _signals.Descriptor() : -1, POLLIN, 0},
                              {screen ? screen->Descriptor() : -1, POLLIN, 0},
                              {input, POLLIN, 0}};
-    if (poll(watched, Count, Remaining(until)) < 0) continue;
+    const auto wake = StillKept() ? std::min(until, Clock::now() + OutletPeriod) : until;
+    if (poll(watched, Count, Remaining(wake)) < 0) continue;
     if (watched[Printed].revents) screen->Pass();
     if (watched[Work].revents) {
       if (screen) screen->Hide();

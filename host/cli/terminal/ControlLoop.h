@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "host/base/ControlThread.h"
 #include "host/cli/terminal/Screen.h"
 #include "host/cli/terminal/SignalWatch.h"
 
@@ -14,7 +15,8 @@ class ControlLoop {
   enum class Woken { Work, Input, Deadline, Signal };
   using Clock = std::chrono::steady_clock;
 
-  explicit ControlLoop(SignalWatch& signals) : _signals(signals) {}
+  /// The calling thread is the control thread from now on.
+  explicit ControlLoop(SignalWatch& signals) : _signals(signals) { base::ControlThread::Claim(); }
 
   /// Waits until `input` (negative for none) is readable or at its end, the time has come, or a
   /// signal was told, unless those are not waited for. With a screen, what is printed meanwhile

@@ -4,21 +4,21 @@
 
 #include <cstdio>
 
-#include "common/WriteAll.h"
-
 namespace nimbo::cli {
 
-KeptOutput::KeptOutput() {
+KeptOutput::KeptOutput()
+    : _out(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
+      _outlet(_out.Get(), base::Outlet::Gaps::Silent) {
   std::fflush(stdout);
-  _out.Reset(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   dup2(STDERR_FILENO, STDOUT_FILENO);
 }
 
 KeptOutput::~KeptOutput() {
+  _outlet.Flush(base::LastPatience);
   std::fflush(stdout);
   dup2(_out.Get(), STDOUT_FILENO);
 }
 
-bool KeptOutput::Write(const std::string& text) { return WriteAll(_out.Get(), text); }
+bool KeptOutput::Write(const std::string& text) { return _outlet.Write(text); }
 
 }  // namespace nimbo::cli

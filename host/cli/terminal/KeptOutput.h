@@ -3,6 +3,7 @@
 #include <string>
 
 #include "common/FileDescriptor.h"
+#include "host/base/Outlet.h"
 
 namespace nimbo::cli {
 
@@ -15,11 +16,12 @@ class KeptOutput {
   KeptOutput& operator=(const KeptOutput&) = delete;
   ~KeptOutput();
 
-  /// Writes a text to the standard output that is kept, at once. False when that fails.
+  /// Writes a text to the standard output that is kept. False when its reader has gone.
   bool Write(const std::string& text);
 
  private:
   FileDescriptor _out;
+  base::Outlet _outlet;
 };
 
 }  // namespace nimbo::cli

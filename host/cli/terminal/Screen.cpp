@@ -6,8 +6,6 @@
 #include <array>
 #include <cstdio>
 
-#include "common/WriteAll.h"
-
 namespace nimbo::cli {
 
 namespace {
@@ -28,7 +26,8 @@ Screen::Screen(std::function<std::string()> erase, std::function<void()> draw)
       _draw(std::move(draw)),
       _out(Duplicate(STDOUT_FILENO)),
       _err(Duplicate(STDERR_FILENO)),
-      _terminal(Duplicate(isatty(STDOUT_FILENO) ? STDOUT_FILENO : STDERR_FILENO)) {
+      _terminal(Duplicate(isatty(STDOUT_FILENO) ? STDOUT_FILENO : STDERR_FILENO)),
+      _paper(_terminal.Get()) {
   int ends[2] = {-1, -1};
   if (pipe2(ends, O_CLOEXEC) != 0) return;
   _read.Reset(ends[0]);
@@ -64,13 +63,13 @@ void Screen::Hide(bool keep) {
   dup2(_err.Get(), STDERR_FILENO);
   _shown = false;
   const auto printed = Printed();
-  WriteAll(_terminal.Get(), (keep ? "" : _erase()) + printed);
+  Write((keep ? "" : _erase()) + printed);
 }
 
 void Screen::Pass() {
   const auto printed = Printed();
   if (printed.empty()) return;
-  WriteAll(_terminal.Get(), _erase() + printed);
+  Write(_erase() + printed);
   _draw();
 }
 

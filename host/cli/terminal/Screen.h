@@ -4,6 +4,7 @@
 #include <string>
 
 #include "common/FileDescriptor.h"
+#include "host/base/Outlet.h"
 
 namespace nimbo::cli {
 
@@ -21,6 +22,8 @@ class Screen {
 
   /// The terminal itself, which the pipe does not stand in for.
   int Terminal() const noexcept { return _terminal.Get(); }
+  /// Writes to the terminal itself.
+  void Write(const std::string& text) { _paper.Write(text); }
   /// Columns of the terminal.
   std::size_t Columns() const;
 
@@ -42,6 +45,7 @@ class Screen {
   FileDescriptor _out;  ///< where standard output and error lead while the line is hidden
   FileDescriptor _err;
   FileDescriptor _terminal;
+  base::Outlet _paper;  ///< on the terminal
   FileDescriptor _read;
   FileDescriptor _write;
   bool _shown = false;

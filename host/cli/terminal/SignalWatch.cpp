@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "host/base/Outlet.h"
+
 namespace nimbo::cli {
 
 namespace {
@@ -19,16 +21,29 @@ FileDescriptor BlockedSignals() {
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
+  struct sigaction hangUp = {};
+  sigaction(SIGHUP, nullptr, &hangUp);
+  if (hangUp.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   return FileDescriptor(signalfd(-1, &set, SFD_CLOEXEC));
 }
 
+/// Without these, nothing could end the program in order.
+FileDescriptor Needed(FileDescriptor made) {
+  constexpr int Failed = 1;
+  if (made) return made;
+  base::StandardError().Write("nimbo-host: no descriptor is left to wait for signals with\n");
+  base::StandardError().Flush(base::LastPatience);
+  _exit(Failed);
+}
+
 }  // namespace
 
-SignalWatch::SignalWatch()
-    : _signals(BlockedSignals()),
-      _told(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      _end(eventfd(0, EFD_CLOEXEC)),
+SignalWatch::SignalWatch(std::chrono::milliseconds patience)
+    : _patience(patience),
+      _signals(Needed(BlockedSignals())),
+      _told(Needed(FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)))),
+      _end(Needed(FileDescriptor(eventfd(0, EFD_CLOEXEC)))),
       _thread([this] { Watch(); }) {}
 
 SignalWatch::~SignalWatch() {
@@ -39,13 +54,21 @@ SignalWatch::~SignalWatch() {
 void SignalWatch::Watch() {
   pollfd watched[] = {{_signals.Get(), POLLIN, 0}, {_end.Get(), POLLIN, 0}};
   while (true) {
-    if (poll(watched, 2, -1) < 0) continue;
+    const int told = _number;
+    const int ready = poll(watched, 2, told ? static_cast<int>(_patience.count()) : -1);
+    if (ready < 0) continue;
     if (watched[1].revents) return;
+    if (ready == 0) {
+      if (_number != told) continue;  // it was dealt with
+      base::StandardError().Write("nimbo-host: it has not ended in time after a signal\n");
+      _exit(ExitOfSignal + told);
+    }
     signalfd_siginfo info;
     if (read(_signals.Get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info)) continue;
     int none = 0;
     if (!_number.compare_exchange_strong(none, static_cast<int>(info.ssi_signo)))
       _exit(ExitOfSignal + static_cast<int>(info.ssi_signo));
+    base::Outlet::Hurry(true);
     eventfd_write(_told.Get(), 1);
   }
 }
@@ -53,6 +76,7 @@ void SignalWatch::Watch() {
 void SignalWatch::Forget() {
   eventfd_t count;
   eventfd_read(_told.Get(), &count);
+  base::Outlet::Hurry(false);
   _number = 0;
 }
 

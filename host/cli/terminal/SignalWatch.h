@@ -1,20 +1,25 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "common/FileDescriptor.h"
 
 namespace nimbo::cli {
 
-/// Takes SIGINT and SIGTERM out of all threads and tells them to the control thread through a
-/// descriptor. A second signal that arrives before the first was forgotten ends the process at
-/// once, so that a program that hangs while it stops can still be ended from the keyboard.
+/// Takes SIGINT, SIGTERM and, unless it is ignored (nohup), SIGHUP out of all threads and tells
+/// them to the control thread through a descriptor. From then on nobody waits for a terminal. A
+/// second signal that arrives before the first was forgotten ends the process at once, so that a
+/// program that hangs while it stops can still be ended from the keyboard; so does time.
 ///
 /// Must be made before any other thread is, because threads inherit the signals that they block.
 class SignalWatch {
  public:
-  SignalWatch();
+  /// How long a goodbye to many servers that do not listen may take.
+  static constexpr std::chrono::seconds LongestGoodbye{60};
+
+  explicit SignalWatch(std::chrono::milliseconds patience = LongestGoodbye);
   SignalWatch(const SignalWatch&) = delete;
   SignalWatch& operator=(const SignalWatch&) = delete;
   /// The signals stay blocked.
@@ -30,6 +35,7 @@ class SignalWatch {
  private:
   void Watch();
 
+  const std::chrono::milliseconds _patience;
   std::atomic<int> _number{0};
   FileDescriptor _signals;
   FileDescriptor _told;

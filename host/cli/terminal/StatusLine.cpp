@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "common/WriteAll.h"
+#include "host/base/Console.h"
 
 namespace nimbo::cli {
 
@@ -16,13 +16,13 @@ constexpr std::chrono::milliseconds LogPeriod{2000};
 StatusLine::StatusLine()
     : _terminal(isatty(STDERR_FILENO) != 0),
       _screen([] { return std::string("\r\033[K"); },
-              [this] { WriteAll(_screen.Terminal(), "\r" + _shown + "\033[K"); }) {}
+              [this] { _screen.Write("\r" + _shown + "\033[K"); }) {}
 
 StatusLine::~StatusLine() { End(); }
 
 void StatusLine::Show(const std::string& text) {
   if (!_terminal) {
-    WriteAll(STDERR_FILENO, text + "\n");
+    Note(text + "\n");
     return;
   }
   // A line that is wrapped could not be rewritten.
@@ -34,7 +34,7 @@ void StatusLine::Show(const std::string& text) {
 void StatusLine::End() {
   if (!_terminal || _shown.empty()) return;
   _screen.Hide(true);
-  WriteAll(_screen.Terminal(), "\n");
+  _screen.Write("\n");
   _shown.clear();
 }
 

@@ -1,9 +1,9 @@
 #include "host/elements/av/AvSource.h"
 
+#include "host/base/Console.h"
 #include "host/capture/av/InputOptions.h"
 #include "host/capture/av/LibavSource.h"
 #include "host/elements/Properties.h"
-#include "host/stream/Console.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -97,8 +97,9 @@ bool AvSource::MakeOptions(base::AttrSet& options) const {
   }
   const base::AttrSet forLibav(options.Get(LibavOptions));
   options.Set(LibavOptions, nullptr);
-  for (const auto& [key, value] : forLibav.Entries()) options.Set(key.c_str(), value.c_str());
-  return forLibav.Valid();
+  for (const auto& [key, value] : Framework::Entries(forLibav))
+    options.Set(key.c_str(), value.c_str());
+  return Framework::Valid(forLibav);
 }
 
 Port* AvSource::OutputOf(const IMedia& media) const {

@@ -1,7 +1,8 @@
 #include "host/capture/CaptureRegistry.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/capture/av/LibavSource.h"
-#include "host/capture/av/SimulatedSource.h"
+#include "host/capture/av/SimulatedCamera.h"
+#include "host/capture/av/SimulatedMicrophone.h"
 #include "host/elements/av/AvSource.h"
 #include "host/elements/av/RtmpServer.h"
 #include "nimbo/base/api.h"
@@ -17,7 +18,7 @@ extern "C" NIMBO_API void RegisterAvModule() {
   using namespace capture::av;
   InstallLogFilter();
   avformat_network_init();
-  auto& registry = capture::CaptureRegistry::Globle();
+  auto& registry = capture::CaptureRegistry::Global();
   registry.Add("h264-", MakeSimulated<SimulatedCamera>,
                "simulated camera: W, H, fr, br, gop, gopTypeStr");
   registry.Add("aac-", MakeSimulated<SimulatedMicrophone>,

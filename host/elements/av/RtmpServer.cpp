@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "common/FileDescriptor.h"
+#include "host/base/Console.h"
 #include "host/capture/Monotonic.h"
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/elements/Properties.h"
-#include "host/stream/Console.h"
 
 namespace nimbo::stream {
 
@@ -67,15 +67,14 @@ std::string NumberedPath(const std::string& path, int number) {
 }
 
 /// Tries the address out, because the thread that listens later could only tell the console.
-bool CanListen(const std::string& address, std::string& error) {
+Status CanListen(const std::string& address) {
   std::array<char, 32> scheme = {};
   std::array<char, 256> host = {};
   int port = -1;
   av_url_split(scheme.data(), scheme.size(), nullptr, 0, host.data(), host.size(), &port, nullptr,
                0, address.c_str());
   if (std::strcmp(scheme.data(), Scheme) != 0 || host[0] == '\0') {
-    error = "an address such as " + std::string(DefaultAddress) + " is needed";
-    return false;
+    return Status::Failed("an address such as " + std::string(DefaultAddress) + " is needed");
   }
   const std::string service = std::to_string(port < 0 ? DefaultPort : port);
   addrinfo hints = {};
@@ -83,17 +82,13 @@ bool CanListen(const std::string& address, std::string& error) {
   hints.ai_flags = AI_PASSIVE;
   addrinfo* found = nullptr;
   const int result = getaddrinfo(host.data(), service.c_str(), &hints, &found);
-  if (result != 0) {
-    error = gai_strerror(result);
-    return false;
-  }
+  if (result != 0) return Status::Failed(gai_strerror(result));
   const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> guard(found, freeaddrinfo);
   const FileDescriptor probe(socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const int reuse = 1;
   setsockopt(probe.Get(), SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
   const bool bound = bind(probe.Get(), found->ai_addr, found->ai_addrlen) == 0;
-  if (!bound) error = std::strerror(errno);
-  return bound;
+  return bound ? Status() : Status::Failed(std::strerror(errno));
 }
 
 std::size_t DataSize(const unsigned char* tagHeader) {
@@ -111,10 +106,9 @@ RtmpServer::RtmpServer()
 RtmpServer::~RtmpServer() { StatusTakeDown(); }
 
 bool RtmpServer::Open() {
-  std::string error;
   const std::string address = GetAddress();
-  if (!CanListen(address, error)) {
-    return Refuse("rtmp-server: cannot listen on ", address, ": ", error);
+  if (const auto listened = CanListen(address); !listened) {
+    return Refuse("rtmp-server: cannot listen on ", address, ": ", listened.Why());
   }
   _packets = 0;
   _bytes = 0;
@@ -160,23 +154,22 @@ void RtmpServer::Run() {
   const std::string file = GetFile();
   std::string told;
   for (int recordings = 0; !_closing.IsSet();) {
-    std::string error;
-    AVIOContext* publisher = Accept(address, error);
+    auto publisher = Accept(address);
     if (publisher) {
-      if (!_closing.IsSet()) Record(*publisher, NumberedPath(file, ++recordings));
-      avio_close(publisher);
+      if (!_closing.IsSet()) Record(**publisher, NumberedPath(file, ++recordings));
+      avio_close(*publisher);
       told.clear();
       continue;
     }
-    if (!_closing.IsSet() && error != told) {
-      Explain("rtmp-server: a connection came to nothing: ", error);
-      told = error;
+    if (!_closing.IsSet() && publisher.Why() != told) {
+      told = publisher.Why();
+      Explain("rtmp-server: a connection came to nothing: ", told);
     }
     _closing.WaitUntil(MonotonicNow() + RetryPause);
   }
 }
 
-AVIOContext* RtmpServer::Accept(const std::string& address, std::string& error) {
+Result<AVIOContext*> RtmpServer::Accept(const std::string& address) {
   LogScope log;
   Dictionary options;
   options.Set("listen", "1");
@@ -186,8 +179,7 @@ AVIOContext* RtmpServer::Accept(const std::string& address, std::string& error) 
   const int result =
       avio_open2(&publisher, address.c_str(), AVIO_FLAG_READ, &interrupt, options.Address());
   if (result >= 0) return publisher;
-  error = ErrorText(result) + log.Detail();
-  return nullptr;
+  return nimbo::Status::Failed(ErrorText(result) + log.Detail());
 }
 
 /// libav's RTMP gives an FLV file, tag by tag; whole tags are written.
@@ -198,8 +190,7 @@ void RtmpServer::Record(AVIOContext& publisher, const std::string& path) {
     Refuse("rtmp-server: \"", path, "\" cannot be written: ", std::strerror(errno));
     return;
   }
-  log::Line(log::Colour::Green) << "rtmp-server: a publisher arrived; recording to \"" << path
-                                << "\"";
+  Tell(log::Colour::Green, "rtmp-server: a publisher arrived; recording to \"", path, "\"");
   unsigned int packets = 0;
   unsigned long long bytes = 0;
   std::vector<unsigned char> piece(FileHeaderSize);
@@ -223,8 +214,8 @@ void RtmpServer::Record(AVIOContext& publisher, const std::string& path) {
     piece.resize(TagHeaderSize + rest);
     whole = ReadWhole(publisher, piece.data() + TagHeaderSize, rest);
   }
-  log::Line(log::Colour::Green) << "rtmp-server: the publisher left after " << packets
-                                << " packets; \"" << path << "\" has " << bytes << " bytes";
+  Tell(log::Colour::Green, "rtmp-server: the publisher left after ", packets, " packets; \"", path,
+       "\" has ", bytes, " bytes");
 }
 
 bool RtmpServer::ReadWhole(AVIOContext& publisher, unsigned char* to, std::size_t size) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "common/Status.h"
 #include "host/capture/AbortEvent.h"
 #include "nimbo/base/thread.h"
 #include "nimbo/stream/service.h"
@@ -41,7 +42,8 @@ class RtmpServer final : public Service {
  private:
   void Run();
   /// Waits for a publisher. Null when there was none; `error` then says why.
-  AVIOContext* Accept(const std::string& address, std::string& error);
+  /// The next publisher, whom the caller closes.
+  nimbo::Result<AVIOContext*> Accept(const std::string& address);
   void Record(AVIOContext& publisher, const std::string& path);
   bool ReadWhole(AVIOContext& publisher, unsigned char* to, std::size_t size);
   static int Interrupted(void* self);

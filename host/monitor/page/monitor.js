@@ -36,7 +36,8 @@ function key(client) {
 
 // What is drawn of each client, from a sample and the one before.
 const charts = [
-  { title: 'Bit rate', unit: 'Mbit/s', value: (now, before, s) => ((now.bytes - before.bytes) * 8) / s / 1e6 },
+  { title: 'Bit rate', unit: 'Mbit/s', value: (now, before, s) => ((now.acknowledged - before.acknowledged) * 8) / s / 1e6 },
+  { title: 'Lag', unit: 's', value: (now) => now.lag / 1e3 },
   { title: 'Frames/s', unit: '', value: (now, before, s) => (now.video - before.video) / s },
   { title: 'Quality', unit: '1 while pictures are missing', value: (now) => now.quality, range: [0, 1.15], ticks: [0, 1] },
 ];
@@ -106,7 +107,7 @@ function showClients() {
     const state = made('td', figures?.connected ? 'connected' : 'not connected',
       figures?.connected ? 'good' : 'bad');
     row.append(name, state, ...(figures ? [
-      bitRate(rate(client, 'bytes') * 8), rate(client, 'video').toFixed(1),
+      bitRate(rate(client, 'acknowledged') * 8), `${(figures.lag / 1e3).toFixed(1)} s`, rate(client, 'video').toFixed(1),
       figures.video, figures.audio, figures.quality, figures.reconnections] : [])
       .map((value) => made('td', String(value))));
     return row;

@@ -14,12 +14,10 @@ namespace nimbo::base {
 /// does. There is no text form for a value whose braces do not match; such a text cannot be parsed.
 class NIMBO_API AttrSet {
  public:
-  using Entry = std::pair<std::string, std::string>;
-
   AttrSet() = default;
   /// [any] Reads a text form; a null text is an empty set; the last value of a key counts. What
   /// cannot be parsed is told in one console line that quotes the piece and its position, and
-  /// leaves an empty set with Valid() false.
+  /// leaves an empty set, which no object takes.
   explicit AttrSet(const char* text);
 
   /// [any] The value of `key`, or null when there is none. Stays valid until the set is changed.
@@ -29,11 +27,9 @@ class NIMBO_API AttrSet {
   /// [any] The text form; with `lines` one entry a line, each ended by a newline, without braces.
   std::string ToString(bool lines) const;
 
-  bool Valid() const noexcept { return _valid; }
-  const std::vector<Entry>& Entries() const noexcept { return _entries; }
-
  private:
-  std::vector<Entry> _entries;
+  friend class nimbo::Framework;
+  std::vector<std::pair<std::string, std::string>> _entries;
   bool _valid = true;
 };
 

@@ -52,19 +52,6 @@ class NIMBO_API IClass : public object_keywords {
   /// list. When that fails the object has been destroyed and the result is null.
   object* initObject(object* instance, AttrSet& attrs);
 
-  /// [any] The property called `name`, or null.
-  IProperty* Property(const char* name) const;
-  const std::vector<IProperty*>& Properties() const noexcept { return _properties; }
-  const std::type_info* Type() const noexcept { return _type; }
-  std::uint32_t ObjectSize() const noexcept { return _object_size; }
-  bool IsInstance(object& instance) const { return _is_instance && _is_instance(instance); }
-
-  const char* Module() const noexcept { return _module; }
-  unsigned int Version() const noexcept { return _version; }
-  const char* Vendor() const noexcept { return _vendor; }
-  const char* Author() const noexcept { return _author; }
-  const char* Description() const noexcept { return _description; }
-
  protected:
   const std::type_info* _type = nullptr;
   std::uint32_t _object_size = 0;
@@ -75,6 +62,7 @@ class NIMBO_API IClass : public object_keywords {
  private:
   template <class... Args>
   friend class TClass;
+  friend class nimbo::Framework;
   /// Writes the line of a failed check of the registration glue. See base/reflect/FailedCheck.h.
   static inline void FailedCheck(const char* file, int line, const char* function,
                                  const std::string& condition);

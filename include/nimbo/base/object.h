@@ -28,9 +28,6 @@ class NIMBO_API object : public object_keywords {
   template <class T>
   static T* AsType(object* instance);
 
-  /// [any] The class that created the object; null when no class did.
-  IClass* Class() const noexcept { return _class; }
-
  protected:
   /// [control] The first setting that is refused ends it, with one console line that names it.
   virtual bool configure(AttrSet& attrs);

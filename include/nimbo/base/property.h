@@ -22,12 +22,6 @@ class NIMBO_API IProperty : public object_keywords {
   /// bytes that the type has on the 32-bit target. `description` may be null; it is not copied.
   void init(const char* name, const std::type_info& type, int size, const char* description);
 
-  const std::type_info* Type() const noexcept { return _type; }
-  int TypeSize() const noexcept { return _size; }
-  const char* Description() const noexcept { return _description; }
-  bool Shown() const noexcept { return _shown; }
-  bool Persistent() const noexcept { return _persistent; }
-
   /// [any] Writes the current value into the buffer, an object of the property's type.
   std::function<bool(object&, void*)> get;
   /// [control] Takes a value of the property's type from the buffer and applies it.
@@ -45,6 +39,9 @@ class NIMBO_API IProperty : public object_keywords {
   const char* _description = nullptr;
   bool _shown = false;       ///< offered in listings
   bool _persistent = false;  ///< part of the whole-object form
+
+ private:
+  friend class nimbo::Framework;
 };
 
 }  // namespace nimbo::base

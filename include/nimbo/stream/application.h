@@ -21,17 +21,16 @@ class NIMBO_API Application : public Object {
   /// configuration. `readyOnly` asks only for rings whose media is known or about to be.
   bool OutputList(std::vector<PacketRing*>& list, bool readyOnly);
 
-  /// [control] Builds the pipelines that `text` describes in place of those there are, which the
-  /// status null allows. False, with one console line and no pipelines, when it cannot.
-  bool SetSerialize(std::string text);
-  std::string GetSerialize() const;
-
   bool StatusUp(Status to) override;
   bool StatusDown(Status to) override;
   bool afterStatusDown(Status to) override;
 
  private:
   friend class nimbo::Framework;
+  /// [control] Builds the pipelines that `text` describes in place of those there are, which the
+  /// status null allows. False, with one console line and no pipelines, when it cannot.
+  bool SetSerialize(std::string text);
+  std::string GetSerialize() const;
   struct State;
   std::unique_ptr<State> _state;
 };

@@ -40,7 +40,7 @@ class NIMBO_API IElement : public Object {
   /// [control] True when an output of this element is linked to an input of `sink`.
   virtual bool Linked(const IElement& sink) const;
   /// [sending] Takes a packet. After a false result the packet is dropped and delivery to this
-  /// element pauses for one second. The packet belongs to the caller: Hold it to keep it.
+  /// element pauses, for one second at first. The packet belongs to the caller: Hold it to keep it.
   /// `from` is the port that it came through, an IPort* as this element's PortAdd returned it or a
   /// port of its pipeline; null when no port did.
   virtual bool ReceivePacket(Packet& packet, void* from);
@@ -51,8 +51,6 @@ class NIMBO_API IElement : public Object {
   /// [control] The outputs' deliveries are resumed before Start and interrupted before Stop.
   bool StatusUp(Status to) override;
   bool StatusDown(Status to) override;
-
-  Pipeline* Owner() const noexcept { return _pipeline; }
 
  protected:
   /// What the element tells the framework about itself, a bit for each. The bits are numbers of the

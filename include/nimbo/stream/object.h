@@ -39,9 +39,6 @@ class NIMBO_API Object : public base::object,
   bool SetStr(const char* key, const char* value) override;
   bool GetStr(const char* key, std::string& value) override;
 
-  /// [any] The status by name.
-  std::string GetStatus() const;
-
   bool toAttrSet(base::AttrSet& attrs) override;
   bool fromAttrSet(base::AttrSet& attrs) override;
 

@@ -33,8 +33,6 @@ class NIMBO_API Pipeline : public Object {
 
   /// [control] Sets a parameter, then brings elements that came with it to the pipeline's status.
   bool SetStr(const char* key, const char* value) override;
-  bool SetSerialize(std::string text);
-  std::string GetSerialize() const;
 
   bool StatusUp(Status to) override;
   bool StatusDown(Status to) override;
@@ -46,6 +44,8 @@ class NIMBO_API Pipeline : public Object {
  private:
   friend class IElement;
   friend class nimbo::Framework;
+  bool SetSerialize(std::string text);
+  std::string GetSerialize() const;
   struct State;
   std::unique_ptr<State> _state;
 };

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "host/capture/av/Decoder.h"
+#include "host/capture/av/H264Encoder.h"
+#include "host/capture/av/StreamPath.h"
+
+namespace nimbo::capture::av {
+
+/// Any video to H.264 that the wire format can describe, of the same size and rate, both sides
+/// rounded down to even numbers.
+class VideoTranscoder final : public StreamPath {
+ public:
+  Status Open(const AVCodecParameters& parameters, AVRational frameRate);
+  Status Push(AVPacket& packet) override;
+  Status Break() override;
+  Status Finish() override { return Break(); }
+
+ private:
+  Status Encode(AVFrame& frame);
+
+  Decoder _decoder;
+  H264Encoder _encoder;
+  ScalerPtr _scaler;
+  FramePtr _scaled;
+  std::int64_t _period = 0;  ///< of one picture
+  bool _started = false;
+  std::int64_t _last = 0;  ///< time of the last picture encoded
+};
+
+}  // namespace nimbo::capture::av
