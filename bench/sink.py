@@ -105,22 +105,27 @@ def serve(connection, record):
             if channel == 0:
                 channel = 64 + stream.take(1)[0]
             state = channels.setdefault(channel, {"size": 0, "kind": 0, "body": None, "got": 0,
-                                                  "long": False})
+                                                  "long": False, "time": 0, "step": 0})
             if form < 3:
                 header = stream.take((11, 7, 3)[form])
                 state["long"] = header[:3] == b"\xff\xff\xff"
+                state["step"] = int.from_bytes(header[:3], "big")
                 if form < 2:
                     state["size"] = int.from_bytes(header[3:6], "big")
                     state["kind"] = header[6]
             if state["long"]:
-                stream.pass_over(4)
+                state["step"] = int.from_bytes(stream.take(4), "big")
             kind = state["kind"]
             if state["got"] == 0:
                 state["body"] = b""
+                state["time"] = state["step"] + (state["time"] if form else 0)
                 if kind in (AUDIO, VIDEO) and "first" not in record:
                     stream.need(1)
                     record["first"] = stream.time
             part = min(chunk, state["size"] - state["got"])
+            if kind == VIDEO and "pictures" in record and state["got"] == 0:
+                stream.need(part)
+                state["body"] = stream.data[stream.at:stream.at + min(part, 2)]
             if kind in (AUDIO, VIDEO):
                 stream.pass_over(part)
             else:
@@ -132,6 +137,9 @@ def serve(connection, record):
             if kind in (AUDIO, VIDEO):
                 record["payload"] += state["size"]
                 record["messages"].append((kind, state["size"], stream.time))
+                if kind == VIDEO and "pictures" in record and state["body"][1:] == b"\x01":
+                    key = state["body"][0] == 0x17
+                    record["pictures"].append((stream.time, state["time"], key))
             elif kind == CHUNK_SIZE:
                 chunk = int.from_bytes(state["body"], "big")
             elif kind == COMMAND:

@@ -32,11 +32,12 @@ bool Told(Read read) {
 }
 
 void CheckForm(const AttrSet& set) {
-  for (const auto& [key, value] : set.Entries()) {
+  for (const auto& [key, value] : Framework::Entries(set)) {
     if (!BracesMatch(value)) return;
   }
   const AttrSet again(set.ToString(false).c_str());
-  Require(again.Valid() && again.Entries() == set.Entries(), "a set reads back as it was");
+  Require(Framework::Valid(again) && Framework::Entries(again) == Framework::Entries(set),
+          "a set reads back as it was");
 }
 
 void CheckEntry(const base::ConfigEntry& entry, const std::string& text) {
@@ -58,9 +59,11 @@ void CheckApplication(const std::string& text) {
   if (lower.find("status") != std::string::npos) return;  // opening could reach for a server
   AttrSet attrs("type=Application");
   auto* application = base::IClass::New<stream::Application>(attrs);
-  const bool built = Told([&] { return application->SetSerialize(text); });
+  const bool built = Told([&] { return application->Set("serialize", text.c_str()); });
   Require(built || HostState(*application).pipelines.empty(), "what fails leaves nothing");
-  Require(application->GetSerialize() == (built ? text : ""), "what was built is told");
+  std::string told;
+  application->GetStr("serialize", told);
+  Require(told == (built ? text : ""), "what was built is told");
   application->Release();
 }
 
@@ -74,7 +77,7 @@ void Run(FuzzedDataProvider in) {
   Told([&] { return ParseConfiguration(text, entries); });
   for (const base::ConfigEntry& entry : entries) CheckEntry(entry, text);
   AttrSet set;
-  Told([&] { return (set = AttrSet(text.c_str())).Valid(); });
+  Told([&] { return Framework::Valid(set = AttrSet(text.c_str())); });
   CheckForm(set);
   base::ConnectText connect;
   Told([&] { return ParseConnect(text, connect); });

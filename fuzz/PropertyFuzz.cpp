@@ -3,6 +3,7 @@
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
 #include "fuzz/Fuzz.h"
+#include "host/base/Framework.h"
 #include "nimbo/stream/object.h"
 #include "plugin/rtmp/_test.h"
 
@@ -29,7 +30,7 @@ void CheckCopy(stream::Object& object, const char* type) {
   const Holder second = New(type), third = New(type);
   bool taken = true;
   std::string whole, again;
-  for (const auto& [key, value] : settings.Entries()) {
+  for (const auto& [key, value] : Framework::Entries(settings)) {
     if (!BracesMatch(value)) return;
     taken = second->Set(key.c_str(), value.c_str()) && taken;
     Require(second->GetStr(key.c_str(), again) && again == value, "a setting is as it was");
@@ -53,8 +54,9 @@ void Run(FuzzedDataProvider in) {
   if (!registered || given.Get("status")) return;  // opening could reach for a server
 
   const Holder object = New(type);
-  Require(!object->fromString(text.c_str()) || given.Valid(), "an unreadable text is refused");
-  for (const auto* property : object->Class()->Properties()) {
+  Require(!object->fromString(text.c_str()) || Framework::Valid(given),
+          "an unreadable text is refused");
+  for (const auto* property : Framework::Properties(*object)) {
     std::string value, printed;
     base::ostream_string out(printed);
     if (!object->GetStr(property->Name().c_str(), value) || !property->print) continue;

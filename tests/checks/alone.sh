@@ -52,7 +52,11 @@ compiles 'Factory::Globle().Find<Application>(element.Name().c_str(), true)' ||
 for name in 'element.HostState()' 'pipeline.HostState()' 'application.HostState()' \
   'IElement::State* state = nullptr' 'ClassRegistry* classes = nullptr' 'IClass::Globle().Classes()' \
   'Pin pin(element)' 'StatusSteps::Raise({}, IStatus::play)' 'nimbo::log::Line(element.Name())' \
-  'nimbo::sync::Mutex mutex' 'nimbo::Framework::State(element)' 'IClass::FailedCheck("", 1, "", "")'; do
+  'nimbo::sync::Mutex mutex' 'nimbo::Framework::State(element)' 'IClass::FailedCheck("", 1, "", "")' \
+  'AttrSet("").Entries()' 'AttrSet("").Valid()' 'element.Class()' 'element.Owner()' \
+  'element.GetStatus()' 'pipeline.GetSerialize()' 'application.SetSerialize("")' \
+  'IClass::Find("", true)->Properties()' 'IClass::Find("", true)->Description()' \
+  'TProperty().Type()' 'TProperty().Shown()'; do
   if compiles "$name"; then fail "a plug-in that says \"$name\" compiles, which no device has"; fi
 done
 

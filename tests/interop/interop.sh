@@ -235,8 +235,12 @@ AFileIsPublishedFastAndInPlaceFrameByFrame() {
   tail -n 1 "$log" | python3 -c '
 import json, sys
 client = json.loads(sys.stdin.read())["clients"][0]
-assert client["video"] == 90 and client["gaps"] == client["refused"] == 0, client' ||
+assert client["video"] == 90 and client["gaps"] == sum(client["dropped"].values()) == 0, client' ||
     fail "the last status is wrong: $(tail -n 1 "$log")"
+  # The last picture is sent before the program ends, even where it is the only one.
+  source_file "$folder/one.mp4" "${one_slice[@]}" -an -frames:v 1
+  publish "$folder/one.mp4" "${address}2" --fast || fail "publish ended with $?"
+  [ "$(frames "$(newest)")" -eq 1 ] || fail "the only picture was lost"
 }
 
 ALargePictureIsCompleteFromTheSwitchOn() {
@@ -285,6 +289,51 @@ AClientFindsAKilledServerAgain() {
     fail "the messages came as $order"
 }
 
+# kill_server [FOLDER]
+kill_server() { kill -KILL "$(cat "${1:-$folder/server}/nginx.pid")"; }
+
+AServerThatIsAwayAtTheStartIsWaitedFor() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server
+  kill_server
+  publish "$folder/source.mp4" "$address" --wait --duration 2 && fail "nobody was there"
+  grep -q "cannot publish to" "$log" || fail "it is not told: $(cat "$log")"
+  start_push --url "${address}2" --input "$folder/source.mp4" --wait
+  "${host[@]}" publish "$folder/source.mp4" "$address" --wait --retry-max 1 </dev/null \
+    >"$folder/waiting" 2>&1 &
+  local client=$!
+  children+=("$client")
+  sleep 2
+  start_server
+  wait "$client" || fail "publish ended with $?: $(tail -n 3 "$folder/waiting")"
+  wait "$pusher" || fail "push ended with $?: $(tail -n 3 "$log")"
+  local recording
+  for recording in $(recordings); do same_frames "$folder/source.mp4" "$recording"; done
+  [ "$(recordings | wc -l)" -eq 2 ] || fail "not both have come"
+}
+
+ABackupServerTakesOverUntilItFails() {
+  start_server
+  local first=$address second
+  exec {said}< <(exec "$tools/ingest-server" "$folder/second")
+  children+=($!)
+  read -r second <&"$said" || fail "the second server did not start"
+  "${host[@]}" publish "test:W=1280,H=720,fr=15" "$first" --backup "$second/stream" --retry-max 1 \
+    </dev/null >"$log" 2>&1 &
+  children+=($!)
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  kill_server
+  until_true grep -q address_changed "$log" || fail "it does not go on"
+  until_true grep -q "publish: name" "$folder/second/error.log" ||
+    fail "nothing comes to the second server"
+  start_server
+  kill_server "$folder/second"
+  until_true recorded 2 100000 || fail "it did not return to the first server"
+  kill -TERM "${children[2]}"
+  wait "${children[2]}" || true
+  decodes_clean "$(newest)"
+}
+
 AFrozenServerIsLeftAndFoundAgain() {
   start_camera
   kill -STOP "$(cat "$folder/server/nginx.pid")"
@@ -312,6 +361,41 @@ ASecureServerOfAPrivateAuthorityIsTrustedOnlyByName() {
   same_frames "$folder/source.mp4" "$(newest)"
   publish "$folder/source.mp4" "${secure}2" --fast --no-copy || fail "publish ended with $?"
   same_frames "$folder/source.mp4" "$(newest)"
+}
+
+AServerOfTls13AloneIsPublishedTo() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server --tls13
+  ! openssl s_client -tls1_2 -connect "localhost:$(cat "$folder/server/secure-port")" </dev/null \
+    >/dev/null 2>&1 || fail "the server speaks TLS 1.2, too"
+  export RTMP_CA_FILE=$folder/server/authority.pem
+  publish "$folder/source.mp4" "$secure" || fail "publish ended with $?"
+  decodes_clean "$(newest)"
+  same_frames "$folder/source.mp4" "$(newest)"
+}
+
+AServerOnOpensslThatChangesItsKeysIsPublishedTo() {
+  source_file "$folder/source.mp4" "${one_slice[@]}"
+  start_server --tls13
+  export RTMP_CA_FILE=$folder/server/authority.pem
+  local port plain told options changes
+  port=$(python3 -c 'import socket
+s = socket.socket()
+s.bind(("127.0.0.1", 0))
+print(s.getsockname()[1])')
+  plain=$(cat "$folder/server/port")
+  for options in "" --no-copy; do
+    exec {told}< <(exec "$(dirname "$0")/openssl-server" "$port" "$folder/server/server.pem" \
+      "$folder/server/server.key" "$plain")
+    children+=($!)
+    read -r <&"$told" || fail "openssl does not listen"
+    publish "$folder/source.mp4" "rtmps://localhost:$port/live/stream$options" $options ||
+      fail "publish $options ended with $?"
+    read -r changes <&"$told" || fail "the server has not ended"
+    [ "${changes##* }" -ge 2 ] || fail "$changes"
+    decodes_clean "$(newest)"
+    same_frames "$folder/source.mp4" "$(newest)"
+  done
 }
 
 # shell LINE...: its output, both streams.

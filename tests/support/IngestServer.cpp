@@ -131,7 +131,11 @@ class IngestServer::Connection {
     Bytes answer = hello;  // version and S1, for which any bytes do, then S2, which echoes C1
     answer.insert(answer.end(), hello.begin() + 1, hello.end());
     Say(answer);
-    ReadExactly(HandshakeSize);
+    const Bytes echo = ReadExactly(HandshakeSize);
+    Update([&](Record& to) {
+      to.greeting = hello;
+      to.echo = echo;
+    });
     ChunkReader reader;
     const bool exact = std::any_of(_script.rules.begin(), _script.rules.end(),
                                    [](const Rule& rule) { return rule.beyond > 0; });

@@ -66,6 +66,8 @@ struct Script {
 
 /// All that is known of one connection so far.
 struct Record {
+  Bytes greeting;  ///< what the handshake begins with: version, time and random bytes
+  Bytes echo;      ///< what it ends with
   std::vector<Message> messages;  ///< in the order in which they were complete
   std::vector<Command> commands;  ///< those of them that are commands
   std::size_t mediaCount = 0;     ///< those of them that are audio or video

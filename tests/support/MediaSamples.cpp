@@ -46,7 +46,12 @@ Bytes AnnexB(const std::vector<Bytes>& units, int startCode) {
 }
 
 Bytes AccessUnit(bool key, std::size_t sliceSize) {
-  return key ? AnnexB({Sps, Pps, Nal(IdrSlice, sliceSize)}) : AnnexB({Nal(InterSlice, sliceSize)});
+  // Put together one by one: it is also done where there is no memory in the middle of it.
+  std::vector<Bytes> units;
+  if (key) units.push_back(Sps);
+  if (key) units.push_back(Pps);
+  units.push_back(Nal(key ? IdrSlice : InterSlice, sliceSize));
+  return AnnexB(units);
 }
 
 Bytes AdtsFrame(std::size_t size, std::size_t adts) {

@@ -20,6 +20,7 @@ struct Feed::State {
   bool aborted = false;
   bool broken = false;
   bool idle = false;
+  bool behind = false;
 };
 
 namespace {
@@ -60,6 +61,7 @@ class FeedSource final : public capture::CaptureSource {
     _state->changed.notify_all();
   }
   void Close() override {}
+  bool Behind() const override { return _state->behind; }
 
  private:
   std::shared_ptr<Feed::State> _state;
@@ -69,7 +71,7 @@ class FeedSource final : public capture::CaptureSource {
 void RegisterOnce(const std::string& name) {
   static std::set<std::string> registered;
   if (!registered.insert(name).second) return;
-  capture::CaptureRegistry::Globle().Add(name, [](const std::string& asked, const base::AttrSet&) {
+  capture::CaptureRegistry::Global().Add(name, [](const std::string& asked, const base::AttrSet&) {
     const auto found = Feeds().find(asked);
     if (found != Feeds().end()) return std::make_unique<FeedSource>(found->second);
     log::Line(log::Colour::Red) << "no feed \"" << asked << "\"";
@@ -104,6 +106,8 @@ void Feed::Push(Bytes bytes, bool key, std::int64_t time, std::uint32_t sequence
 }
 
 void Feed::FailToOpen() { _state->broken = true; }
+
+void Feed::FallBehind() { _state->behind = true; }
 
 void Feed::FailToStart() { _state->idle = true; }
 

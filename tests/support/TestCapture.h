@@ -25,6 +25,8 @@ class Feed {
   void Push(Bytes bytes, bool key, std::int64_t time, std::uint32_t sequence);
   /// [control] Sources of this name fail to open from now on.
   void FailToOpen();
+  /// [control] What sources of this name give was taken in before their start.
+  void FallBehind();
   /// [control] They open, but fail to start.
   void FailToStart();
 

@@ -121,6 +121,11 @@ class TlsServer::Layer final : public Transport {
     return true;
   }
   ssize_t Read(unsigned char* bytes, std::size_t size) override {
+    constexpr unsigned Period = 5;  // reads
+    if (++_reads % Period == 0 && _reads / Period <= _server._changes_keys) {
+      const auto asked = _reads % (2 * Period) == 0 ? GNUTLS_KU_PEER : 0;
+      if (gnutls_session_key_update(_session, asked) == 0) ++_server._key_changes;
+    }
     for (;;) {
       const ssize_t got = gnutls_record_recv(_session, bytes, size);
       if (got != GNUTLS_E_AGAIN && got != GNUTLS_E_INTERRUPTED) return got;
@@ -138,11 +143,13 @@ class TlsServer::Layer final : public Transport {
  private:
   TlsServer& _server;
   gnutls_session_t _session = nullptr;
+  unsigned _reads = 0;
   std::atomic<bool> _ready{false};  ///< the handshake is done, the goodbye not said
 };
 
-TlsServer::TlsServer(const Certificate& certificate, const std::string& priority)
-    : _keys(std::make_unique<Keys>(certificate, priority)) {
+TlsServer::TlsServer(const Certificate& certificate, const std::string& priority,
+                     unsigned changesKeys)
+    : _keys(std::make_unique<Keys>(certificate, priority)), _changes_keys(changesKeys) {
   const Pair& trusted = certificate.issued ? _keys->authority : _keys->server;
   gnutls_datum_t pem = {};
   Check(gnutls_x509_crt_export2(trusted.certificate, GNUTLS_X509_FMT_PEM, &pem), "export");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -21,7 +22,11 @@ struct Certificate {
 class TlsServer {
  public:
   /// `priority` is GnuTLS's choice of versions, such as "NORMAL:-VERS-ALL:+VERS-TLS1.3".
-  explicit TlsServer(const Certificate& certificate = {}, const std::string& priority = "NORMAL");
+  /// On each connection it changes its keys `changesKeys` times, early on, and asks the publisher
+  /// to change its own every other time (TLS 1.3). GnuTLS ends a connection at the ninth in a
+  /// second.
+  explicit TlsServer(const Certificate& certificate = {}, const std::string& priority = "NORMAL",
+                     unsigned changesKeys = 0);
   TlsServer(const TlsServer&) = delete;
   TlsServer& operator=(const TlsServer&) = delete;
   ~TlsServer();
@@ -32,12 +37,16 @@ class TlsServer {
   const std::string& TrustFile() const { return _trust_file; }
   /// All handshakes that succeeded, as "VERSION NAME-ASKED-FOR".
   std::vector<std::string> Handshakes() const;
+  /// How often keys were changed.
+  unsigned KeyChanges() const { return _key_changes; }
 
  private:
   class Layer;
   struct Keys;
 
   std::unique_ptr<Keys> _keys;
+  const unsigned _changes_keys;
+  std::atomic<unsigned> _key_changes{0};
   std::string _trust_file;
   mutable std::mutex _mutex;
   std::vector<std::string> _handshakes;

@@ -6,6 +6,7 @@
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
 #include "host/base/ClassRegistry.h"
+#include "host/base/Framework.h"
 #include "host/base/ObjectHooks.h"
 #include "tests/support/ConsoleCapture.h"
 
@@ -82,14 +83,15 @@ TEST_F(ClassTest, EachNameIsRegisteredOnceWithAllThatIsToldOfIt) {
   const auto before = IClass::Globle().Classes();
   IClass* wolf = TClass<>::Register<Dog>("Wolf-grey", {WildProperty(), new TProperty});
   wolf->Init("module", 0x10002, "vendor", "author", "description");
-  EXPECT_EQ(wolf->ObjectSize(), sizeof(Dog));
-  EXPECT_EQ(*wolf->Type(), typeid(Dog));
-  EXPECT_STREQ(wolf->Module(), "module");
-  EXPECT_EQ(wolf->Version(), 0x10002u);
-  EXPECT_STREQ(wolf->Vendor(), "vendor");
-  EXPECT_STREQ(wolf->Author(), "author");
-  EXPECT_STREQ(wolf->Description(), "description");
-  wolf->Properties()[1]->Name("other");
+  const ClassInfo info = Framework::Info(*wolf);
+  EXPECT_EQ(info.objectSize, sizeof(Dog));
+  EXPECT_EQ(*info.type, typeid(Dog));
+  EXPECT_STREQ(info.module, "module");
+  EXPECT_EQ(info.version, 0x10002u);
+  EXPECT_STREQ(info.vendor, "vendor");
+  EXPECT_STREQ(info.author, "author");
+  EXPECT_STREQ(info.description, "description");
+  Framework::Properties(*wolf)[1]->Name("other");
   std::string text;
   ostream_string out(text);
   *wolf >> out;
@@ -149,15 +151,16 @@ TEST_F(ClassTest, NewNamesInitialisesAndListsTheObject) {
   auto* dog = IClass::New<Dog>(attrs);
   ASSERT_NE(dog, nullptr);
   EXPECT_EQ(seen, "rex/Dog/(null)");
-  EXPECT_EQ(dog->Class(), IClass::Find("Dog-animal-red", true));
-  EXPECT_TRUE(dog->Class()->IsInstance(*dog));
+  IClass* const cl = Framework::Class(*dog);
+  EXPECT_EQ(cl, IClass::Find("Dog-animal-red", true));
+  EXPECT_TRUE(Framework::IsInstance(*cl, *dog));
   EXPECT_EQ(list->Find<Animal>("REX", true), dog);
   EXPECT_EQ(IClass::New<Animal>(attrs), dog) << "the name stands for the object that has it";
   Stone old;
   old.Name("old-stone");
   list->Add(old);
-  EXPECT_EQ(dog->Class()->FindBeforeNew("rex"), dog);
-  EXPECT_EQ(dog->Class()->FindBeforeNew("old"), nullptr) << "a keyword is no name";
+  EXPECT_EQ(cl->FindBeforeNew("rex"), dog);
+  EXPECT_EQ(cl->FindBeforeNew("old"), nullptr) << "a keyword is no name";
   EXPECT_TRUE(dog->Configure(attrs));
   EXPECT_TRUE(dog->wild);
   test::ConsoleCapture console;

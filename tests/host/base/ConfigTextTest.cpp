@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "host/base/Framework.h"
 #include "tests/support/ConsoleCapture.h"
 
 namespace nimbo::base {
 namespace {
 
-using Entries = std::vector<AttrSet::Entry>;
+using Entries = std::vector<Attribute>;
 
 TEST(ConfigTextTest, TheCaptureTemplateIsReadLevelByLevel) {
   const std::string video =
@@ -19,7 +20,7 @@ TEST(ConfigTextTest, TheCaptureTemplateIsReadLevelByLevel) {
   ASSERT_EQ(entries.size(), 2u);
   EXPECT_EQ(entries[0].type, "pipeline");
   EXPECT_FALSE(entries[0].element);
-  EXPECT_EQ(entries[0].settings.Entries(), (Entries{{"serialize", video}}));
+  EXPECT_EQ(Framework::Entries(entries[0].settings), (Entries{{"serialize", video}}));
   EXPECT_EQ(entries[1].position, text.rfind("type="));
   EXPECT_EQ(entries[1].text, "type=pipeline,serialize={a+b}");
 
@@ -27,14 +28,14 @@ TEST(ConfigTextTest, TheCaptureTemplateIsReadLevelByLevel) {
   ASSERT_EQ(entries.size(), 3u);
   EXPECT_EQ(entries[1].type, "fifofilter");
   EXPECT_TRUE(entries[1].element);
-  EXPECT_EQ(entries[1].settings.Entries(), (Entries{{"max", "60"}}));
+  EXPECT_EQ(Framework::Entries(entries[1].settings), (Entries{{"max", "60"}}));
   EXPECT_EQ(entries[2].type, "RingSink");
-  EXPECT_TRUE(entries[2].settings.Entries().empty());
+  EXPECT_TRUE(Framework::Entries(entries[2].settings).empty());
 
   ConnectText connect;
   ASSERT_TRUE(ParseConnect(entries[0].settings.Get("connect"), connect));
   EXPECT_EQ(connect.name, "h264-0");
-  EXPECT_EQ(connect.options.Entries(),
+  EXPECT_EQ(Framework::Entries(connect.options),
             (Entries{{"W", "1920"}, {"gopTypeStr", "ibbp"}, {"plenckeys", "vfrc-fifo"}}));
 }
 
@@ -43,10 +44,11 @@ TEST(ConfigTextTest, AnUnbracedUrlRunsToTheEndOfItsLevel) {
   std::vector<ConfigEntry> entries;
   ASSERT_TRUE(ParseConfiguration("src+rtmp-client:link=all,url=" + url, entries));
   ASSERT_EQ(entries.size(), 2u);
-  EXPECT_EQ(entries[1].settings.Entries(), (Entries{{"link", "all"}, {"url", url}}));
+  EXPECT_EQ(Framework::Entries(entries[1].settings), (Entries{{"link", "all"}, {"url", url}}));
   ASSERT_TRUE(ParseConfiguration("rtmp-client:URL={rtmp://h/a+b},vcopy=false+RingSink", entries));
   ASSERT_EQ(entries.size(), 2u);
-  EXPECT_EQ(entries[0].settings.Entries(), (Entries{{"URL", "rtmp://h/a+b"}, {"vcopy", "false"}}));
+  EXPECT_EQ(Framework::Entries(entries[0].settings),
+            (Entries{{"URL", "rtmp://h/a+b"}, {"vcopy", "false"}}));
 }
 
 TEST(ConfigTextTest, EverySettingKeepsItsPlaceAndTheLastOfAKeyCounts) {
@@ -122,7 +124,7 @@ TEST(ConfigTextTest, AConnectTextWithoutANameIsRefused) {
 
 TEST(AttrSetTest, SettingReplacesInPlaceAndNullRemoves) {
   AttrSet attrs("a=1,b=2,A=3");
-  EXPECT_EQ(attrs.Entries(), (Entries{{"a", "3"}, {"b", "2"}}));
+  EXPECT_EQ(Framework::Entries(attrs), (Entries{{"a", "3"}, {"b", "2"}}));
   attrs.Set("c", "x+y");
   attrs.Set("b", "3");
   attrs.Set("A", nullptr);
@@ -134,15 +136,15 @@ TEST(AttrSetTest, SettingReplacesInPlaceAndNullRemoves) {
 }
 
 TEST(AttrSetTest, ValuesStandInBracesWhereTheTextFormNeedsThem) {
-  const AttrSet::Entry entries[] = {{"k", "a,b"}, {"k", "a=b"}, {"k", "a+b"},  {"k", "a:b"},
-                                    {"k", "{}"},  {"k", " a"},  {"k", "b\t"},  {"url", "x"},
-                                    {"URL", ""},  {"k", ""},    {"k", "a b-c"}};
+  const Attribute entries[] = {{"k", "a,b"}, {"k", "a=b"}, {"k", "a+b"},  {"k", "a:b"},
+                               {"k", "{}"},  {"k", " a"},  {"k", "b\t"},  {"url", "x"},
+                               {"URL", ""},  {"k", ""},    {"k", "a b-c"}};
   for (const auto& [key, value] : entries) {
     AttrSet attrs;
     attrs.Set(key.c_str(), value.c_str());
     const bool plain = key == "k" && (value.empty() || value == "a b-c");
     EXPECT_EQ(attrs.ToString(false), key + (plain ? "=" + value : "={" + value + "}"));
-    EXPECT_EQ(AttrSet(attrs.ToString(false).c_str()).Entries(), (Entries{{key, value}}));
+    EXPECT_EQ(Framework::Entries(AttrSet(attrs.ToString(false).c_str())), (Entries{{key, value}}));
   }
 }
 

@@ -1,13 +1,18 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <ctime>
 #include <set>
+#include <stdexcept>
 #include <thread>
 
+#include "host/base/Outlet.h"
 #include "log/Line.h"
+#include "nimbo/base/thread.h"
 #include "tests/support/ConsoleCapture.h"
 
 namespace nimbo::base {
@@ -109,6 +114,80 @@ TEST(ConsoleTest, AConsoleThatHasGoneEndsNothingAndLeavesTheSignalsAlone) {
   close(before);
   EXPECT_FALSE(raised || blocked);
   EXPECT_TRUE(kept && keptBlocked);
+}
+
+/// Standard output as a pipe that is read only when asked.
+class UnreadConsole : public testing::Test {
+ protected:
+  UnreadConsole() : before(dup(STDOUT_FILENO)) {
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+  }
+  ~UnreadConsole() override {
+    Outlet::Hurry(false);
+    close(ends[0]);
+    StandardOutput().Flush(std::chrono::milliseconds(0));  // to nobody
+    dup2(before, STDOUT_FILENO);
+    close(before);
+  }
+  std::string Read(std::size_t size) {
+    std::string text(size, '\0');
+    std::size_t got = 0;
+    while (got < size) got += static_cast<std::size_t>(read(ends[0], &text[got], size - got));
+    return text;
+  }
+
+  static constexpr std::size_t LineSize = 100;
+  static constexpr int Lines = 3000;  // far more than the pipe holds, and the outlet
+  static std::string Numbered(int line) {
+    return std::to_string(line) + std::string(LineSize - std::to_string(line).size(), '.');
+  }
+  const int before;
+  int ends[2] = {};
+};
+
+TEST_F(UnreadConsole, HoldsNoDeliveringThreadUpAndTellsWhatIsMissing) {
+  Thread delivering("source", 0, 0, 0);
+  ASSERT_TRUE(delivering.Once([] {
+    for (int line = 0; line < Lines; ++line) cout << Numbered(line);
+  }));
+  delivering.Join();  // which it would never be
+  std::string written;
+  while (written.find("them\n\033[0m") == std::string::npos) {
+    char piece[LineSize];
+    const ssize_t got = read(ends[0], piece, sizeof piece);
+    ASSERT_GT(got, 0);
+    written.append(piece, static_cast<std::size_t>(got));
+    StandardOutput().Flush(std::chrono::milliseconds(0));
+  }
+  const std::size_t gap = written.find("\033[33m");
+  ASSERT_LT(gap, written.size());
+  const int whole = static_cast<int>(gap / LineSize);
+  EXPECT_EQ(gap % LineSize, 0u);
+  for (int line = 0; line < whole; ++line) {
+    ASSERT_EQ(written.substr(static_cast<std::size_t>(line) * LineSize, LineSize), Numbered(line));
+  }
+  EXPECT_EQ(written.substr(gap + 5, written.find(" lines", gap) - gap - 5),
+            std::to_string(Lines - whole));
+}
+
+TEST_F(UnreadConsole, HasOtherThreadsWaitUntilItIsReadOrSomebodyIsInAHurry) {
+  std::atomic<bool> done = false;
+  const auto write = [&] {
+    for (int line = 0; line < Lines; ++line) cout << Numbered(line);
+    done = true;
+  };
+  std::thread waiting(write);
+  for (int line = 0; line < Lines; ++line) ASSERT_EQ(Read(LineSize), Numbered(line));
+  waiting.join();
+  done = false;
+  waiting = std::thread(write);
+  const std::string first = Read(LineSize);
+  EXPECT_EQ(first, Numbered(0));
+  EXPECT_FALSE(done);
+  Outlet::Hurry(true);
+  waiting.join();
 }
 
 }  // namespace

@@ -13,12 +13,12 @@ std::string PluginPath() { return PluginLoader::OwnFolder() + "tests/libbase_tes
 
 template <class Result>
 Result Call(const char* name) {
-  const auto function = reinterpret_cast<Result (*)()>(PluginLoader::Globle().Symbol(name));
+  const auto function = reinterpret_cast<Result (*)()>(PluginLoader::Global().Symbol(name));
   return function ? function() : Result();
 }
 
 TEST(PluginLoaderTest, APluginIsRegisteredOnceInItsOrderAndItsExceptionsAreTold) {
-  PluginLoader& loader = PluginLoader::Globle();
+  PluginLoader& loader = PluginLoader::Global();
   const std::size_t before = loader.Names().size();
   test::ConsoleCapture console;
   EXPECT_FALSE(loader.Load(PluginPath()));
@@ -35,7 +35,7 @@ TEST(PluginLoaderTest, APluginIsRegisteredOnceInItsOrderAndItsExceptionsAreTold)
 }
 
 TEST(PluginLoaderTest, OnlyThePluginsOwnFunctionsAreFound) {
-  PluginLoader& loader = PluginLoader::Globle();
+  PluginLoader& loader = PluginLoader::Global();
   loader.Load(PluginPath());
   EXPECT_EQ(loader.Exports("fwSample"),
             (std::vector<std::string>{"fwSampleCalls", "fwSampleNumber"}));
@@ -47,13 +47,13 @@ TEST(PluginLoaderTest, OnlyThePluginsOwnFunctionsAreFound) {
 
 TEST(PluginLoaderTest, WhatCannotBeLoadedIsToldInOneLine) {
   test::ConsoleCapture console;
-  EXPECT_FALSE(PluginLoader::Globle().Load("./no-such-plugin.so"));
+  EXPECT_FALSE(PluginLoader::Global().Load("./no-such-plugin.so"));
   ASSERT_EQ(console.Lines().size(), 1u);
   EXPECT_EQ(console.Count("cannot load the plug-in: ./no-such-plugin.so"), 1u);
 }
 
 TEST(CommandTableTest, ALaterCommandTakesThePlaceOfOneOfItsName) {
-  CommandTable& table = CommandTable::Globle();
+  CommandTable& table = CommandTable::Global();
   const int first = omfCmdRegister("twice", [](AttrSet&) { return false; });
   EXPECT_EQ(omfCmdRegister("other", [](AttrSet&) { return false; }), first + 1);
   EXPECT_EQ(omfCmdRegister("twice", [](AttrSet&) { return true; }), first);
@@ -64,8 +64,8 @@ TEST(CommandTableTest, ALaterCommandTakesThePlaceOfOneOfItsName) {
 }
 
 TEST(CommandTableTest, ACommandsResultAndItsExceptionsReachTheCaller) {
-  PluginLoader::Globle().Load(PluginPath());
-  const CommandTable::Handler* handler = CommandTable::Globle().Find("sample");
+  PluginLoader::Global().Load(PluginPath());
+  const CommandTable::Handler* handler = CommandTable::Global().Find("sample");
   ASSERT_NE(handler, nullptr);
   AttrSet good("p0=good"), bad("p0=bad"), none;
   EXPECT_TRUE((*handler)(good));

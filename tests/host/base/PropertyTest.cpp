@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "base/reflect/TClass.h"
+#include "host/base/Framework.h"
 
 namespace nimbo::base {
 namespace {
@@ -46,10 +47,11 @@ TEST(PropertyTest, EachKindTellsItsTypeAndTheSizeThatItHasOnTheTarget) {
                {wire, typeid(Wire*), 4},
                {truth, typeid(bool), 1}};
   for (const auto& kind : kinds) {
-    EXPECT_EQ(*kind.property.Type(), kind.type);
-    EXPECT_EQ(kind.property.TypeSize(), kind.size) << kind.type.name();
-    EXPECT_STREQ(kind.property.Description(), "about");
-    EXPECT_TRUE(kind.property.Shown() && kind.property.Persistent());
+    const PropertyInfo info = Framework::Info(kind.property);
+    EXPECT_EQ(*info.type, kind.type);
+    EXPECT_EQ(info.size, kind.size) << kind.type.name();
+    EXPECT_STREQ(info.description, "about");
+    EXPECT_TRUE(info.shown && info.persistent);
   }
   Sample sample;
   EXPECT_TRUE(string.setStr(sample, "x"));

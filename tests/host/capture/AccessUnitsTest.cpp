@@ -14,7 +14,6 @@ namespace {
 using test::AnnexB;
 using test::Bytes;
 using test::Nal;
-using Result = AccessUnitReader::Result;
 
 struct Unit {
   Bytes bytes;
@@ -27,16 +26,15 @@ std::vector<Unit> ReadAll(const Bytes& stream) {
   const test::StreamFile file(stream);
   const AbortEvent abort;
   ByteWindow window(abort, 65536);
-  std::string error;
-  EXPECT_TRUE(window.Open(file.Path(), error));
+  EXPECT_TRUE(window.Open(file.Path()));
   AccessUnitReader reader(window);
   std::vector<Unit> units;
   AccessUnit unit;
-  Result result;
-  while ((result = reader.Next(unit, error)) == Result::Unit) {
+  auto next = reader.Next(unit);
+  for (; next && *next == Reading::Ready; next = reader.Next(unit)) {
     units.push_back({Bytes(unit.bytes.begin(), unit.bytes.end()), unit.offset, unit.key});
   }
-  EXPECT_EQ(result, Result::End);
+  EXPECT_TRUE(next && *next == Reading::End) << next.Why();
   return units;
 }
 
@@ -147,13 +145,14 @@ TEST(AccessUnitsTest, APictureWithoutEndIsToldWithItsPosition) {
   const test::StreamFile file(stream);
   const AbortEvent abort;
   ByteWindow window(abort, 65536);
-  std::string error;
-  ASSERT_TRUE(window.Open(file.Path(), error));
+  ASSERT_TRUE(window.Open(file.Path()));
   AccessUnitReader reader(window);
   AccessUnit unit;
-  EXPECT_EQ(reader.Next(unit, error), Result::Unit);
-  EXPECT_EQ(reader.Next(unit, error), Result::Failed);
-  EXPECT_NE(error.find("byte " + std::to_string(Key().size()) + " "), std::string::npos) << error;
+  EXPECT_TRUE(reader.Next(unit));
+  const auto endless = reader.Next(unit);
+  EXPECT_FALSE(endless);
+  EXPECT_NE(endless.Why().find("byte " + std::to_string(Key().size()) + " "), std::string::npos)
+      << endless.Why();
 }
 
 }  // namespace

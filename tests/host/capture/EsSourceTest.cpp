@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 std::unique_ptr<CaptureSource> Make(const std::string& options) {
-  return CaptureRegistry::Globle().Make("es", base::AttrSet(options.c_str()));
+  return CaptureRegistry::Global().Make("es", base::AttrSet(options.c_str()));
 }
 
 std::unique_ptr<CaptureSource> Opened(const std::string& options) {
@@ -45,7 +45,7 @@ std::vector<std::string> ReadAll(CaptureSource& source) {
 
 TEST(CaptureRegistryTest, ANameEndsInANumberWhereItsEntrySaysSoAndTheLastOneCounts) {
   std::vector<std::string> made;
-  auto& registry = CaptureRegistry::Globle();
+  auto& registry = CaptureRegistry::Global();
   const auto add = [&](const char* entry, const char* mark) {
     registry.Add(entry, [&made, mark](const std::string& name, const base::AttrSet&) {
       made.push_back(mark + name);

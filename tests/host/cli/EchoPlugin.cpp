@@ -1,4 +1,5 @@
 #include <chrono>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -6,6 +7,7 @@
 #include "host/stream/ControlQueue.h"
 #include "nimbo/base/command.h"
 #include "nimbo/base/ostream.h"
+#include "nimbo/base/thread.h"
 
 namespace {
 
@@ -19,12 +21,20 @@ const bool registered = [] {
     cout << "echo: " + arguments.ToString(false) + "\n";
     return arguments.Get("fail") == nullptr;
   });
+  // One of its threads fails a moment after it was loaded, where that is asked for.
+  static nimbo::base::Thread failing("failing", 0, 0, 0);
+  if (std::getenv("ECHO_FAILS")) {
+    failing.Once([] {
+      std::this_thread::sleep_for(Pause);
+      throw std::runtime_error("no good");
+    });
+  }
   // Prints from a thread of its own and from the control queue, a moment later.
   nimbo::base::omfCmdRegister("later", [](AttrSet&) {
     std::thread([] {
       std::this_thread::sleep_for(Pause);
       cout << "from a thread\n";
-      nimbo::stream::ControlQueue::Globle().Post([] { cout << "from the queue\n"; });
+      nimbo::stream::ControlQueue::Global().Post([] { cout << "from the queue\n"; });
     }).detach();
     return true;
   });

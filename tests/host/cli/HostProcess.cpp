@@ -1,13 +1,19 @@
 #include "tests/host/cli/HostProcess.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <thread>
 #include <utility>
 
 namespace nimbo::test {
@@ -26,7 +32,8 @@ constexpr std::chrono::minutes Patience{1};
 
 }  // namespace
 
-HostProcess::HostProcess(Streams streams, std::vector<std::string> arguments) {
+HostProcess::HostProcess(Streams streams, std::vector<std::string> arguments,
+                         unsigned descriptors) {
   if (streams == Streams::Terminal) {
     const winsize size{24, 200, 0, 0};
     _process = forkpty(&_out, nullptr, nullptr, &size);
@@ -43,8 +50,14 @@ HostProcess::HostProcess(Streams streams, std::vector<std::string> arguments) {
   _process = fork();
   if (_process == 0) {
     dup2(in[0], STDIN_FILENO);
-    dup2(out[1], STDOUT_FILENO);
+    const int disk = streams == Streams::FullDisk ? open("/dev/full", O_WRONLY) : out[1];
+    dup2(disk, STDOUT_FILENO);
     dup2(out[1], STDERR_FILENO);
+    if (descriptors > 0) {
+      close(disk);
+      const rlimit limit = {descriptors, descriptors};
+      setrlimit(RLIMIT_NOFILE, &limit);
+    }
     RunHost(arguments);
   }
   close(in[0]);
@@ -70,6 +83,16 @@ void HostProcess::CloseInput() {
   if (_in != _out && _in >= 0) close(std::exchange(_in, -1));
 }
 
+void HostProcess::FillOutput() {
+  const std::string path = "/proc/" + std::to_string(_process) + "/fd/2";
+  const int pipe = open(path.c_str(), O_WRONLY | O_NONBLOCK);
+  const std::string piece(PIPE_BUF, '.');
+  while (write(pipe, piece.data(), piece.size()) > 0) continue;
+  close(pipe);
+}
+
+void HostProcess::CloseOutput() { close(std::exchange(_out, -1)); }
+
 bool HostProcess::WaitFor(const std::string& text) {
   const auto until = std::chrono::steady_clock::now() + Patience;
   do {
@@ -85,13 +108,45 @@ bool HostProcess::WaitFor(const std::string& text) {
 int HostProcess::Wait() {
   const auto until = std::chrono::steady_clock::now() + Patience;
   while (ReadOn(until)) continue;
+  return Ended(std::chrono::steady_clock::now() < until);
+}
+
+int HostProcess::WaitUnread() {
+  const auto until = std::chrono::steady_clock::now() + Patience;
+  siginfo_t ended = {};
+  while (waitid(P_PID, static_cast<id_t>(_process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         ended.si_pid == 0 && std::chrono::steady_clock::now() < until) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return Ended(ended.si_pid != 0);
+}
+
+int HostProcess::Ended(bool inTime) {
   int status = 0;
-  if (std::chrono::steady_clock::now() >= until) kill(_process, SIGKILL);
+  if (!inTime) kill(_process, SIGKILL);
   waitpid(std::exchange(_process, -1), &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 void HostProcess::Signal(int number) { kill(_process, number); }
+
+bool HostProcess::WaitForSignals() {
+  const auto until = std::chrono::steady_clock::now() + Patience;
+  while (std::chrono::steady_clock::now() < until) {
+    std::ifstream status("/proc/" + std::to_string(_process) + "/status");
+    const std::string text((std::istreambuf_iterator<char>(status)), {});
+    const auto mask = [&text](const char* name) {
+      const auto at = text.find(name);
+      return at == std::string::npos
+                 ? 0
+                 : std::stoull(text.substr(at + std::strlen(name)), nullptr, 16);
+    };
+    constexpr unsigned long long Terminate = 1ULL << (SIGTERM - 1);
+    if ((mask("SigBlk:\t") & Terminate) != 0 && mask("ShdPnd:\t") == 0) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return false;
+}
 
 bool HostProcess::ReadOn(std::chrono::steady_clock::time_point until) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "host/stream/Port.h"
 #include "tests/host/elements/Collector.h"
 #include "tests/support/TestCapture.h"
@@ -86,6 +88,32 @@ TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComes
   EXPECT_LE(shortest, Limit + Late);
 }
 
+/// Where the newest key frame of late pictures is found: behind them in the queue, or in the ring.
+class LateAvSyncTest : public AvSyncTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(LateAvSyncTest, GoesOnAtTheNewestKeyFrameWithTheSoundFromThereOn) {
+  Play();
+  ASSERT_TRUE(app->StatusSet("null"));
+  ASSERT_TRUE(Element("avsync").SetStr("max", GetParam()) &&
+              Element("avsync").SetStr("max-lag", "0.02"));
+  ASSERT_TRUE(app->StatusSet("play"));
+  TheCollector().HoldUp(true);
+  Push(video, {0});
+  TheCollector().Wait(1);
+  Push(audio, {1, 10, 20, 30, 40});
+  for (const int time : {10, 20, 30, 40}) {
+    video.Push({1}, time == 10 || time == 30, time * Millisecond, static_cast<std::uint32_t>(time));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  TheCollector().HoldUp(false);
+  EXPECT_THAT(TheCollector().Wait(5),
+              ElementsAre("h264 0", "h264 30", "aac 30", "h264 40", "aac 40"));
+  EXPECT_TRUE(Reaches("avsync", "late", "5"));
+  EXPECT_TRUE(Reaches("avsync", "queued", "0"));
+}
+
+INSTANTIATE_TEST_SUITE_P(QueueOf, LateAvSyncTest, testing::Values("64", "1"));
+
 TEST_F(AvSyncTest, LiveStreamsLosePacketsWhenItIsFullAndStoppingDropsTheRest) {
   Play("shm-source:connect={pv:h264-feed}+ele-sync+collector");
   // What is queued waits for this input for so long that stopping finds it.
@@ -99,9 +127,10 @@ TEST_F(AvSyncTest, LiveStreamsLosePacketsWhenItIsFullAndStoppingDropsTheRest) {
   TheCollector().Wait(1);
   Push(video, {1, 2, 3, 4, 5, 6});
   EXPECT_TRUE(Reaches("AvSync", "dropped", "2"));
-  EXPECT_TRUE(Reaches("AvSync", "queued", "4"));
+  EXPECT_TRUE(Reaches("AvSync", "queued", "5")) << "one is being delivered";
   ASSERT_TRUE(app->StatusSet("ready"));
   EXPECT_TRUE(Reaches("AvSync", "queued", "0"));
+  EXPECT_TRUE(Reaches("AvSync", "ended", "4"));
   EXPECT_THAT(TheCollector().Sequences(), ElementsAre(1));
 }
 

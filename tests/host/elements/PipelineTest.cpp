@@ -83,17 +83,17 @@ TEST(PipelineTest, AQueueKeepsTheOrderOfItsStreams) {
   ASSERT_TRUE(app);
   TheCollector().HoldUp(true);
   ASSERT_TRUE(app->StatusSet("play"));
-  EXPECT_TRUE(Reaches("FifoFilter", "queued", "6"));
+  EXPECT_TRUE(Reaches("FifoFilter", "queued", "7")) << "one is being delivered";
   TheCollector().HoldUp(false);
   EXPECT_THAT(TheCollector().Wait(7),
               ElementsAre("h264 0", "aac 0", "aac 23", "h264 40", "aac 46", "aac 69", "h264 80"));
 }
 
 TEST(PipelineTest, WholeObjectFormsHoldTheSettingsAndNoFigures) {
-  for (const auto& [text, form] :
-       std::initializer_list<std::pair<const char*, const char*>>{{"RingSink:name=e", "size=64"},
-                                                                  {"fifofilter:name=e", "max=60"},
-                                                                  {"ele-sync:name=e", "max=64"}}) {
+  for (const auto& [text, form] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"RingSink:name=e", "size=64,max-lag=2"},
+           {"fifofilter:name=e", "max=60"},
+           {"ele-sync:name=e", "max=64,max-lag=2"}}) {
     const auto app = Build(text);
     ASSERT_TRUE(app);
     std::string told;
@@ -150,7 +150,7 @@ TEST(PipelineTest, AFullFifoOfALiveSourceGoesOnAtTheNextKeyFrame) {
   EXPECT_TRUE(Reaches("FifoFilter", "dropped", "6"));
   Push(feed, 8, 8, true);
   Push(feed, 9, 9);
-  EXPECT_TRUE(Reaches("FifoFilter", "queued", "2"));
+  EXPECT_TRUE(Reaches("FifoFilter", "queued", "3"));
   TheCollector().HoldUp(false);
   TheCollector().Wait(3);
   EXPECT_THAT(TheCollector().Sequences(), ElementsAre(1, 8, 9));
@@ -170,8 +170,12 @@ class BackPressureTest : public testing::TestWithParam<const char*> {
 
 TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
   const auto ends = CountEnds(*app);
+  for (Pipeline* pipeline : HostState(*app).pipelines) {
+    for (IElement* element : HostState(*pipeline).elements) element->SetStr("max-lag", "0.001");
+  }
   ASSERT_TRUE(app->StatusSet("play"));
   TheCollector().Wait(1);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2));  // late, if it were live
   TheCollector().HoldUp(false);
   TheCollector().Wait(Pictures);
   std::vector<std::uint32_t> expected(Pictures);
@@ -180,11 +184,11 @@ TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
   EXPECT_TRUE(Reaches("ShmSource", "packets", std::to_string(Pictures)));
   const auto limit = std::chrono::steady_clock::now() + Patience;
   while (*ends == 0 && std::chrono::steady_clock::now() < limit) {
-    ControlQueue::Globle().Run();
+    ControlQueue::Global().Run();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   ASSERT_TRUE(app->StatusSet("null"));
-  ControlQueue::Globle().Run();
+  ControlQueue::Global().Run();
   EXPECT_EQ(*ends, 1) << "the source tells its end once";
 }
 
@@ -218,8 +222,21 @@ TEST(PipelineTest, ARingFeedsAnyNumberOfConsumers) {
   EXPECT_TRUE(Reaches("ShmSource", "bytes", "60"));
   EXPECT_TRUE(Reaches("h264", "packets", "20")) << "the bridge is named by what it carries";
   ASSERT_TRUE(app->StatusSet("null"));
-  ControlQueue::Globle().Run();
+  ControlQueue::Global().Run();
   EXPECT_EQ(*ends, 0) << "a source that is stopped has not ended";
+}
+
+TEST(PipelineTest, WhatWasTakenInBeforeTheStartWaitsForItsReaders) {
+  Feed feed("h264-feed", nimbo::test::VideoMedia());
+  feed.FallBehind();
+  Push(feed, 1, 20, true);
+  auto app = Build("shm-source:connect={pv:h264-feed}+RingSink:size=2+collector:link=all");
+  ASSERT_TRUE(app && Element("avsync").SetStr("max", "2"));
+  ASSERT_TRUE(app->StatusSet("play"));
+  EXPECT_EQ(TheCollector().Wait(20).size(), 20U);
+  TheCollector().HoldUp(true);
+  Push(feed, 21, 40, true);
+  EXPECT_TRUE(app->StatusSet("null")) << "and does not keep it from stopping";
 }
 
 TEST(PipelineTest, ABridgeCountsWhatTheRingOverwroteBeforeItReadIt) {
@@ -260,6 +277,8 @@ TEST(PipelineTest, AMistakeIsToldInOneRedLine) {
        "\"app/ShmSource\" brings in is live and must pass a ring: put \"+RingSink\" behind it"},
       {"RingSink:size=big", "size=big: a number of packets"},
       {"RingSink:size=0", "size=0: a number of packets from 1 to 65536 is needed"},
+      {"RingSink:max-lag=-1", "max-lag=-1: seconds from 0 to 3600 are needed"},
+      {"ele-sync:max-lag=1s", "max-lag=1s: seconds from 0 to 3600 are needed"},
       {"fifofilter:max=65537", "max=65537: a number of packets"}};
   for (const auto& [text, told] : mistakes) {
     nimbo::test::ConsoleCapture console;

@@ -36,7 +36,7 @@ TEST(History, TellsAPageOnlyWhatIsNew) {
   history.Tell(Begin + milliseconds(500), 0, "rtmp_connected");
   const std::string sample =
       R"({"time":1000.0,"clients":[{"connected":true,"video":0,"audio":0,"bytes":7,)"
-      R"("quality":0,"reconnections":0}]})";
+      R"("quality":0,"reconnections":0,"lag":0.0,"acknowledged":0}]})";
   const std::string event = R"({"time":1000.5,"client":0,"message":"rtmp_connected"})";
   const std::string head =
       R"({"start":1000.0,"next":2,"picture":"p","clients":["rtmp://server/live/\"a\""],"samples":[)";

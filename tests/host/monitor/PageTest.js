@@ -126,8 +126,9 @@ async function test() {
   await waitForPicture(page);
   // What the charts draw: more and more, and not nothing.
   await page.waitForFunction((count) => charts.every((chart) => chart.plot.data[0].length >= count), samples);
-  const [rates, frames] = await page.evaluate(() => charts.map((chart) => chart.plot.data[1]));
-  assert(rates.every((rate) => rate > 0) && frames.every((rate) => rate > 0), `${rates} ${frames}`);
+  const [rates, lags, frames] = await page.evaluate(() => charts.map((chart) => chart.plot.data[1]));
+  const drawn = `${rates} | ${lags} | ${frames}`;
+  assert(rates.every((rate) => rate > 0) && lags.every((lag) => lag >= 0) && frames.every((rate) => rate > 0), drawn);
 
   killServer();
   await waitForEvent(page, 'rtmp_reconnect_fail');

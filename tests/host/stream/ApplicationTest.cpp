@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "base/reflect/TClass.h"
+#include "host/base/Framework.h"
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
 
@@ -33,7 +34,8 @@ TEST(Application, WrapsConsecutiveElementsAndNamesWhatHasNoName) {
                                    "app/Pipeline-2", "app/TestSource-3", "app/TestSink"));
   EXPECT_TRUE(
       ElementAt<TestSource>("app/TestSource-2").Linked(ElementAt<TestFilter>("app/TestFilter")));
-  EXPECT_EQ(ElementAt<TestSource>("app/TestSource-3").Owner(), FindObject("app/Pipeline-2"));
+  EXPECT_EQ(Framework::Pipeline(ElementAt<TestSource>("app/TestSource-3")),
+            FindObject("app/Pipeline-2"));
   EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/end")));
   EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/TestSink"))) << "before the pipeline";
 }
@@ -53,7 +55,7 @@ TEST(Application, IsBuiltAnewWhileItIsNotOpen) {
 std::size_t Branches(const std::string& path) {
   auto& sink = ElementAt<IElement>(path);
   std::size_t branches = 0;
-  for (IElement* element : HostState(*sink.Owner()).elements) {
+  for (IElement* element : HostState(*Framework::Pipeline(sink)).elements) {
     for (const auto& output : HostState(*element).outputs) {
       const Port* pipelines = nullptr;
       if (output->Linked() && output->Peer()->Owner() == &sink) pipelines = output->Followed();
@@ -74,7 +76,7 @@ TEST(ApplicationLinkAll, BridgesEveryOutputBeforeItToTheElement) {
   EXPECT_EQ(Branches("app/first"), 2u);
   EXPECT_EQ(Branches("app/last"), 2u) << "both rings; the free output is linked already";
   const auto& first = ElementAt<TestSink>("app/first");
-  EXPECT_EQ(HostState(*first.Owner()).elements.size(), 4u);
+  EXPECT_EQ(HostState(*Framework::Pipeline(first)).elements.size(), 4u);
   for (const auto& input : HostState(first).inputs) EXPECT_STREQ(input->Caps(), "h264");
   EXPECT_TRUE(base::object::AsType<IElement>(FindObject("app/h264"))) << "a bridge";
   std::vector<PacketRing*> rings;
@@ -82,9 +84,9 @@ TEST(ApplicationLinkAll, BridgesEveryOutputBeforeItToTheElement) {
   EXPECT_EQ(rings.size(), 0u) << "none is ready";
   EXPECT_TRUE(application->OutputList(rings, false));
   EXPECT_EQ(rings.size(), 2u);
-  Journal::Globle().Take();
+  Journal::Global().Take();
   ASSERT_TRUE(application->StatusSet("play"));
-  EXPECT_EQ(Journal::Globle().Take().front(), "last.Open");
+  EXPECT_EQ(Journal::Global().Take().front(), "last.Open");
 
   auto& sink = ElementAt<TestSink>("app/first");
   ASSERT_TRUE(ElementAt<TestSource>("app/TestSource-2").Output().Deliver(*NewPacket()));

@@ -5,6 +5,7 @@
 
 #include <thread>
 
+#include "host/base/Framework.h"
 #include "host/stream/ControlQueue.h"
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
@@ -17,7 +18,7 @@ using testing::ElementsAre;
 class Messages : public testing::Test {
  protected:
   void SetUp() override {
-    ControlQueue::Globle().Run();
+    ControlQueue::Global().Run();
     HostState(*application).listeners->Add([this](const Message& message) {
       heard.push_back("app:" + message.name);
     });
@@ -39,27 +40,27 @@ TEST_F(Messages, AreQueuedInOrderWhileTheSenderHoldsALock) {
   });
   sender.join();
   EXPECT_TRUE(heard.empty());
-  pollfd waiting{ControlQueue::Globle().Descriptor(), POLLIN, 0};
+  pollfd waiting{ControlQueue::Global().Descriptor(), POLLIN, 0};
   EXPECT_EQ(poll(&waiting, 1, 0), 1);
-  EXPECT_EQ(ControlQueue::Globle().Run(), 3);
+  EXPECT_EQ(ControlQueue::Global().Run(), 3);
   EXPECT_EQ(poll(&waiting, 1, 0), 0);
   EXPECT_THAT(heard, ElementsAre("app:first", "app:second", "app:third"));
 }
 
 TEST_F(Messages, GoUpLevelByLevelWithTheirContents) {
   Message last;
-  HostState(*sink.Owner()).listeners->Add([this](const Message& message) {
+  HostState(*Framework::Pipeline(sink)).listeners->Add([this](const Message& message) {
     heard.push_back("pipeline:" + message.name);
   });
-  const int all = MessageListeners::Globle().Add([&](const Message& message) {
+  const int all = MessageListeners::Global().Add([&](const Message& message) {
     heard.push_back("all:" + message.name);
     last = message;
   });
   base::AttrSet attrs("w=1920");
   EXPECT_TRUE(sink.SendMessageUp("event", "text", &attrs));
   EXPECT_FALSE(sink.SendMessageUp(nullptr, "text", nullptr));
-  ControlQueue::Globle().Run();
-  MessageListeners::Globle().Remove(all);
+  ControlQueue::Global().Run();
+  MessageListeners::Global().Remove(all);
   EXPECT_THAT(heard, ElementsAre("pipeline:event", "app:event", "all:event"));
   EXPECT_EQ(last.path, "app/TestSink");
   EXPECT_EQ(last.element, "TestSink");
@@ -70,7 +71,7 @@ TEST_F(Messages, GoUpLevelByLevelWithTheirContents) {
 TEST_F(Messages, ArriveWhenTheirSenderIsGone) {
   sink.SendMessageUp("farewell", nullptr, nullptr);
   application.reset();
-  ControlQueue::Globle().Run();
+  ControlQueue::Global().Run();
   EXPECT_THAT(heard, ElementsAre("app:farewell"));
 }
 
@@ -79,13 +80,13 @@ TEST_F(Messages, ListenerThatThrowsDoesNotKeepThemFromOthers) {
   HostState(*application).listeners->Add([](const Message&) { throw 1; });
   HostState(*application).listeners->Add([this](const Message&) { heard.push_back("last"); });
   sink.SendMessageUp("event", nullptr, nullptr);
-  ControlQueue::Globle().Run();
+  ControlQueue::Global().Run();
   EXPECT_THAT(heard, ElementsAre("app:event", "last"));
   EXPECT_EQ(console.Lines().size(), 1u);
 }
 
 TEST(ControlQueueRun, LeavesWhatItsWorkPostsForTheNextTime) {
-  auto& queue = ControlQueue::Globle();
+  auto& queue = ControlQueue::Global();
   queue.Run();
   int runs = 0;
   queue.Post([&] {
@@ -100,7 +101,7 @@ TEST(ControlQueueRun, LeavesWhatItsWorkPostsForTheNextTime) {
 
 TEST(ControlQueueRun, KeepsTheOrderWhenWorkRunsTheQueueItself) {
   std::vector<int> order;
-  auto& queue = ControlQueue::Globle();
+  auto& queue = ControlQueue::Global();
   queue.Run();
   queue.Post([&] {
     order.push_back(1);

@@ -79,6 +79,10 @@ TEST(MediaParameters, AreReadAsTheTypeThatTheyHaveAndIntegersAsWideOnes) {
   EXPECT_TRUE(media->GetStr("h", text));
   EXPECT_EQ(text, "720");
   EXPECT_FALSE(media->GetStr("none", text) || media->Set("w", "1"));
+  const Held<stream::Media> odd(new stream::Media("none"));
+  odd->SetTyped("flag", &typeid(bool), 1);
+  long long wide = 7;
+  EXPECT_FALSE(odd->GetWithType("flag", &wide, typeid(long long), any)) << "a truth is no number";
 }
 
 TEST(FactoryLayoutAdd, KeepsEachPairOnceInOrder) {

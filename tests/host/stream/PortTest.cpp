@@ -58,7 +58,25 @@ class PortDelivery : public testing::Test {
   TestSink sink;
 };
 
-TEST_F(PortDelivery, PausesASecondAfterARefusedPacket) {
+TEST(BackoffTest, DoublesFromASecondUpToItsLimitWithinAFifthUntilAnAttemptSucceeds) {
+  using std::chrono::duration;
+  for (const unsigned int seed : {1U, 2U, 3U, 4U, 5U}) {
+    Backoff backoff(seed), other(seed + 5);
+    double apart = 0;
+    for (const double expected : {1., 2., 4., 8., 15., 15.}) {
+      const double seconds = duration<double>(backoff.Next()).count();
+      EXPECT_NEAR(seconds, expected, expected / 5);
+      apart += std::abs(seconds - duration<double>(other.Next()).count());
+    }
+    EXPECT_GT(apart, 0.1) << "those who lose a server together do not come back together";
+    backoff.Reset();
+    EXPECT_NEAR(duration<double>(backoff.Next()).count(), 1, 0.2);
+    backoff.SetLongest(std::chrono::milliseconds(1500));
+    EXPECT_NEAR(duration<double>(backoff.Next()).count(), 1.5, 0.3);
+  }
+}
+
+TEST_F(PortDelivery, PausesAfterARefusedPacketLongerEachTimeUntilOneIsTaken) {
   const auto now = [] {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
   };
@@ -66,14 +84,21 @@ TEST_F(PortDelivery, PausesASecondAfterARefusedPacket) {
   sink.SetFail("ReceivePacket");
   const std::int64_t before = now();
   EXPECT_FALSE(Deliver());
-  EXPECT_GE(HostState(sink).pauseUntil, before + Second);
-  EXPECT_LE(HostState(sink).pauseUntil, now() + Second);
+  EXPECT_GE(HostState(sink).pauseUntil, before + Second * 4 / 5);
+  EXPECT_LE(HostState(sink).pauseUntil, now() + Second * 6 / 5);
+  HostState(sink).pauseUntil = 0;
+  const std::int64_t again = now();
+  EXPECT_FALSE(Deliver());
+  EXPECT_GE(HostState(sink).pauseUntil, again + 2 * Second * 4 / 5);
   sink.SetFail("");
   constexpr std::int64_t Shortened = Second / 50;
-  HostState(sink).pauseUntil -= Second - Shortened;
+  HostState(sink).pauseUntil = before + Shortened;
   EXPECT_TRUE(Deliver()) << "the packet waits until the pause is over";
   EXPECT_GE(now(), before + Shortened);
-  EXPECT_EQ(sink.packets, 2);
+  EXPECT_EQ(sink.packets, 3);
+  sink.SetFail("ReceivePacket");
+  EXPECT_FALSE(Deliver());
+  EXPECT_LE(HostState(sink).pauseUntil, now() + Second * 6 / 5);
 }
 
 TEST_F(PortDelivery, CountsWhatWasTakenAndRefusedAndTheGapsInTheNumbers) {

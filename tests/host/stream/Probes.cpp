@@ -33,7 +33,7 @@ void RegisterProbe(const char* name) {
 
 }  // namespace
 
-Journal& Journal::Globle() {
+Journal& Journal::Global() {
   static Journal journal;
   return journal;
 }

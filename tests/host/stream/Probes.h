@@ -24,7 +24,7 @@ namespace nimbo::stream::test {
 /// What happened to all probes, in order, as "NAME.STEP". [any]
 class Journal {
  public:
-  static Journal& Globle();
+  static Journal& Global();
   void Add(const std::string& entry);
   /// Everything since the last call.
   std::vector<std::string> Take();
@@ -55,7 +55,7 @@ class Probe : public Base {
 
  protected:
   bool Step(const std::string& step) {
-    Journal::Globle().Add(this->Name() + "." + step);
+    Journal::Global().Add(this->Name() + "." + step);
     if (step == _throw) throw std::runtime_error("thrown by " + step);
     return step != _fail;
   }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <set>
 #include <thread>
 
 #include "tests/support/MediaSamples.h"
@@ -213,6 +214,55 @@ TEST(RingBufferTest, ResizingKeepsPositionsAndReaders) {
   EXPECT_EQ(Pop(*reader, 1ns), 0U);
   Write(ring, 3, 3);
   EXPECT_EQ(Pop(*reader), 4U);
+}
+
+/// Packets a millisecond apart, behind a key frame at the numbers named.
+void WriteStream(RingBuffer& ring, IMedia* media, std::uint32_t last,
+                 const std::set<std::uint32_t>& keys) {
+  for (std::uint32_t i = 1; i <= last; ++i) {
+    ring.Write(*NewPacket({{1}, keys.count(i) != 0, i * test::Millisecond, i, media}));
+  }
+}
+
+TEST(RingBufferTest, ALateReaderGoesOnAtTheNewestKeyFrameAndSoundWithThePictures) {
+  const auto goOn = std::make_shared<GoOn>();
+  const Held<IMedia> video = test::VideoMedia(), audio = test::AudioMedia();
+  RingBuffer pictures(16), sound(16);
+  for (RingBuffer* ring : {&pictures, &sound}) ring->SetMaxLag(5ms, goOn);
+  const std::unique_ptr<Reader> watching(pictures.CreateReader(nullptr));
+  const std::unique_ptr<Reader> listening(sound.CreateReader(nullptr));
+  WriteStream(pictures, video.get(), 9, {1, 4, 7});
+  WriteStream(sound, audio.get(), 9, {1, 2, 3, 4, 5, 6, 7, 8, 9});
+  std::this_thread::sleep_for(6ms);
+  EXPECT_EQ(Pop(*listening), 1U) << "no picture was left out yet";
+  EXPECT_EQ(Pop(*watching), 7U);
+  EXPECT_EQ(Pop(*watching), 8U) << "late, too, but there is no newer key frame";
+  EXPECT_EQ(Pop(*listening), 7U);
+  EXPECT_EQ(pictures.LostPackets().late, 6U);
+  EXPECT_EQ(sound.LostPackets().late, 5U);
+  EXPECT_EQ(pictures.LostPackets().overwritten, 0U);
+  pictures.SetMaxLag(1h, goOn);
+  WriteStream(pictures, video.get(), 9, {1, 4, 7});
+  EXPECT_EQ(Pop(*watching), 9U) << "in time";
+  EXPECT_EQ(Pop(*watching), 1U);
+}
+
+TEST(RingBufferTest, AWriterThatWaitsForRoomLosesNothingUnlessItIsHurried) {
+  RingBuffer ring(2);
+  const std::unique_ptr<Reader> reader(ring.CreateReader(nullptr));
+  std::thread writer([&ring] {
+    for (std::uint32_t i = 1; i <= 50; ++i) {
+      ring.WaitForRoom(std::chrono::steady_clock::now() + Patience);
+      Write(ring, i);
+    }
+  });
+  for (std::uint32_t i = 1; i <= 20; ++i) EXPECT_EQ(Pop(*reader), i);
+  ring.Hurry(true);
+  writer.join();
+  EXPECT_EQ(Pop(*reader), 49U);
+  ring.Hurry(false);
+  Write(ring, 51);
+  ring.WaitForRoom(std::chrono::steady_clock::now() + 1ms);
 }
 
 /// With a writer that waits for them, and with one that overtakes them.

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
 
@@ -13,22 +15,30 @@ TEST(Status, EveryOpenIsPairedWithOneClose) {
   TestService service;
   service.Name("s");
   service.SetFail("Open");
-  Journal::Globle().Take();
+  Journal::Global().Take();
   EXPECT_FALSE(service.StatusSet("play"));
   EXPECT_TRUE(service.StatusIsNull());
-  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Open"));
+  EXPECT_THAT(Journal::Global().Take(), ElementsAre("s.Open"));
   EXPECT_FALSE(service.StatusSet("play")) << "the failed one is closed first";
-  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close", "s.Open"));
+  EXPECT_THAT(Journal::Global().Take(), ElementsAre("s.Close", "s.Open"));
   service.SetFail("");
   EXPECT_TRUE(service.StatusSet("ready"));
-  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close", "s.Open"));
+  EXPECT_THAT(Journal::Global().Take(), ElementsAre("s.Close", "s.Open"));
   service.StatusSet("null");
   service.SetFail("Open");
   service.StatusSet("ready");
-  Journal::Globle().Take();
+  Journal::Global().Take();
   EXPECT_TRUE(service.StatusSet("null")) << "going to null closes the failed one too";
   EXPECT_TRUE(service.StatusSet("null"));
-  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.Close"));
+  EXPECT_THAT(Journal::Global().Take(), ElementsAre("s.Close"));
+}
+
+TEST(StatusDeathTest, AChangeOnAnotherThreadEndsDebugBuilds) {
+  TestService service;
+  const auto elsewhere = [&service] {
+    std::thread([&service] { service.StatusChange(IStatus::ready); }).join();
+  };
+  EXPECT_DEBUG_DEATH(elsewhere(), "ControlThread::Here");
 }
 
 /// Writes down the hooks, too. Its start sets the status before it can fail, as the base's does.
@@ -55,13 +65,13 @@ TEST(Status, HooksStandAroundEachStepAndTheOneInFrontCanRefuseIt) {
   };
   for (const auto& move : moves) {
     service->SetFail(move.fail);
-    Journal::Globle().Take();
+    Journal::Global().Take();
     EXPECT_EQ(service->StatusSet(move.to), move.done) << move.fail;
-    EXPECT_EQ(Journal::Globle().Take(), move.journal);
+    EXPECT_EQ(Journal::Global().Take(), move.journal);
     EXPECT_EQ(service->StatusGet(), IStatus::ready);
   }
   service->Release();
-  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("s.beforeStatusDown", "s.Close"))
+  EXPECT_THAT(Journal::Global().Take(), ElementsAre("s.beforeStatusDown", "s.Close"))
       << "the end of its life is not refused";
 }
 
@@ -72,9 +82,9 @@ TEST(Status, ReleaseClosesWhatIsOpenAFailedOpenIncluded) {
     ASSERT_TRUE(service);
     service->Set("fail", fail);
     service->StatusSet("play");
-    Journal::Globle().Take();
+    Journal::Global().Take();
     service->Release();
-    const auto journal = Journal::Globle().Take();
+    const auto journal = Journal::Global().Take();
     EXPECT_EQ(std::count(journal.begin(), journal.end(), "s.Close"), 1) << fail;
     EXPECT_FALSE(FindObject("s"));
   }
@@ -123,14 +133,14 @@ class StatusOrder : public testing::Test {
 };
 
 TEST_F(StatusOrder, GoesUpSinksFirstAndStopsAllBeforeAnythingIsJoined) {
-  Journal::Globle().Take();
+  Journal::Global().Take();
   ASSERT_TRUE(application->StatusSet("play"));
-  EXPECT_THAT(Journal::Globle().Take(),
+  EXPECT_THAT(Journal::Global().Take(),
               ElementsAre("end.Open", "late.Open", "TestSink.Open", "TestFilter.Open",
                           "TestSource.Open", "end.Start", "late.Start", "TestSink.Start",
                           "TestFilter.Start", "TestSource.Start"));
   ASSERT_TRUE(application->StatusSet("null"));
-  EXPECT_THAT(Journal::Globle().Take(),
+  EXPECT_THAT(Journal::Global().Take(),
               ElementsAre("end.Stop", "late.Stop", "TestSink.Stop", "TestFilter.Stop",
                           "TestSource.Stop", "end.Joined", "late.Joined", "TestSink.Joined",
                           "TestFilter.Joined", "TestSource.Joined", "end.Close", "late.Close",
@@ -139,10 +149,10 @@ TEST_F(StatusOrder, GoesUpSinksFirstAndStopsAllBeforeAnythingIsJoined) {
 
 TEST_F(StatusOrder, ChildrenOfAFailedContainerAreLoweredInReverse) {
   ElementAt<TestSource>("app/TestSource").SetFail("Start");
-  Journal::Globle().Take();
+  Journal::Global().Take();
   EXPECT_FALSE(application->StatusSet("play"));
   EXPECT_EQ(application->StatusGet(), IStatus::ready);
-  auto journal = Journal::Globle().Take();
+  auto journal = Journal::Global().Take();
   journal.erase(journal.begin(), journal.begin() + 5);  // all five Opens
   EXPECT_THAT(journal, ElementsAre("end.Start", "late.Start", "TestSink.Start", "TestFilter.Start",
                                    "TestSource.Start", "TestFilter.Stop", "TestSink.Stop",
@@ -160,7 +170,7 @@ class StatusContainer : public testing::Test {
       *child = dynamic_cast<TestSink*>(
           IElement::New("test-sink", child == &one ? "one" : "two", &pipeline, nullptr));
     }
-    Journal::Globle().Take();
+    Journal::Global().Take();
   }
   TestPipeline pipeline;
   TestSink *one, *two;
@@ -169,11 +179,11 @@ class StatusContainer : public testing::Test {
 TEST_F(StatusContainer, ThatFailsItselfLowersItsChildren) {
   pipeline.SetFail("Open");
   EXPECT_FALSE(pipeline.StatusSet("ready"));
-  EXPECT_THAT(Journal::Globle().Take(),
+  EXPECT_THAT(Journal::Global().Take(),
               ElementsAre("one.Open", "two.Open", "p.Open", "one.Close", "two.Close"));
   pipeline.SetFail("Start");
   EXPECT_FALSE(pipeline.StatusSet("play"));
-  EXPECT_THAT(Journal::Globle().Take(),
+  EXPECT_THAT(Journal::Global().Take(),
               ElementsAre("p.Close", "one.Open", "two.Open", "p.Open", "one.Start", "two.Start",
                           "p.Start", "one.Stop", "two.Stop", "one.Joined", "two.Joined"));
   EXPECT_EQ(one->StatusGet(), IStatus::ready);
@@ -183,7 +193,7 @@ TEST_F(StatusContainer, IsNotClosedWhenItWasNotOpened) {
   two->SetFail("Open");
   EXPECT_FALSE(pipeline.StatusSet("ready"));
   EXPECT_TRUE(pipeline.StatusSet("null"));
-  EXPECT_THAT(Journal::Globle().Take(),
+  EXPECT_THAT(Journal::Global().Take(),
               ElementsAre("one.Open", "two.Open", "one.Close", "two.Close"));
 }
 
@@ -192,7 +202,7 @@ TEST_F(StatusContainer, LeavesAChildThatIsAheadWhereItIsAndTakesItDownWithTheOth
   EXPECT_TRUE(pipeline.StatusSet("ready"));
   EXPECT_TRUE(one->StatusIsPlay());
   EXPECT_TRUE(pipeline.StatusSet("null"));
-  EXPECT_THAT(Journal::Globle().Take(),
+  EXPECT_THAT(Journal::Global().Take(),
               ElementsAre("one.Open", "one.Start", "two.Open", "p.Open", "one.Stop", "one.Joined",
                           "one.Close", "two.Close", "p.Close"));
 }
@@ -201,12 +211,12 @@ TEST_F(StatusOrder, ChildWhoseOpenFailedIsClosedWithItsContainer) {
   ElementAt<TestSource>("app/TestSource").SetFail("Open");
   EXPECT_FALSE(application->StatusSet("ready"));
   EXPECT_TRUE(application->StatusIsNull());
-  Journal::Globle().Take();
+  Journal::Global().Take();
   EXPECT_TRUE(application->StatusSet("null"));
-  EXPECT_THAT(Journal::Globle().Take(), ElementsAre("TestSource.Close"));
+  EXPECT_THAT(Journal::Global().Take(), ElementsAre("TestSource.Close"));
   EXPECT_FALSE(application->StatusSet("ready"));
   application.reset();
-  auto journal = Journal::Globle().Take();
+  auto journal = Journal::Global().Take();
   EXPECT_EQ(std::count(journal.begin(), journal.end(), "TestSource.Close"), 1);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <utility>
 #include <vector>
 
 namespace nimbo::plugin {
@@ -53,17 +54,14 @@ TEST_P(Chunks, AreTheSameBytesHoweverTheyAreTaken) {
       ChunkedMessage message({4, 9, of.timestamp, body.size(), 0x12345678}, of.chunk,
                              {body.data(), of.head}, {body.data() + of.head, of.tail});
       Octets out;
-      Bytes pieces[256];
-      while (const std::size_t count = message.Next(pieces, room)) {
-        std::size_t left = write;
-        for (std::size_t i = 0; i < count && left > 0; ++i) {
-          const std::size_t size = std::min(left, pieces[i].size);
-          ASSERT_GT(size, 0u);
-          out.insert(out.end(), pieces[i].data, pieces[i].data + size);
-          left -= size;
-        }
-        message.Take(write - left);
-      }
+      std::size_t left = write;
+      const auto take = [&](Bytes piece) {
+        EXPECT_GT(piece.size, 0u);
+        const std::size_t size = std::min(left, piece.size);
+        out.insert(out.end(), piece.data, piece.data + size);
+        left -= size;
+      };
+      while (message.Next(room, take) > 0) message.Take(write - std::exchange(left, write));
       ASSERT_EQ(out, expected) << "writes of " << write << " bytes, " << room << " pieces";
     }
   }

@@ -8,12 +8,12 @@ using stream::ControlQueue;
 using stream::MessageListeners;
 
 ClientTest::ClientTest() {
-  ControlQueue::Globle().Run();  // what earlier tests left
-  _listener = MessageListeners::Globle().Add(
+  ControlQueue::Global().Run();  // what earlier tests left
+  _listener = MessageListeners::Global().Add(
       [this](const stream::Message& message) { _messages.push_back(message.name); });
 }
 
-ClientTest::~ClientTest() { MessageListeners::Globle().Remove(_listener); }
+ClientTest::~ClientTest() { MessageListeners::Global().Remove(_listener); }
 
 void ClientTest::Make(const std::string& url) {
   client.reset(stream::IElement::New("EleRtmpClient-ele-rtmp-client-muxer-sink", "client", nullptr,
@@ -37,7 +37,7 @@ bool ClientTest::ReceiveBoth() {
 }
 
 std::vector<std::string> ClientTest::Messages() {
-  ControlQueue::Globle().Run();
+  ControlQueue::Global().Run();
   return std::exchange(_messages, {});
 }
 

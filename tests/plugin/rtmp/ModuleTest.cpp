@@ -3,6 +3,7 @@
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
 #include "host/base/CommandTable.h"
+#include "host/base/Framework.h"
 #include "host/base/PluginLoader.h"
 #include "host/stream/Factory.h"
 #include "nimbo/stream/factory.h"
@@ -22,8 +23,8 @@ TEST(Module, IdentityAndLoadTimeRegistrations) {
                "pluginrtmp@version:1.0.1.*.6872");
   EXPECT_GE(*static_cast<int*>(PluginSymbol("__cb_register_PluginRtmp")), 0);
   EXPECT_GE(*static_cast<int*>(PluginSymbol("__register_cmd_rtmp")), 0);
-  EXPECT_THAT(base::PluginLoader::Globle().Names(), testing::Contains("PluginRtmp"));
-  EXPECT_THAT(base::CommandTable::Globle().Names(), testing::Contains("rtmp"));
+  EXPECT_THAT(base::PluginLoader::Global().Names(), testing::Contains("PluginRtmp"));
+  EXPECT_THAT(base::CommandTable::Global().Names(), testing::Contains("rtmp"));
 }
 
 TEST(Module, ClassesTellTheirPropertiesAndOrigin) {
@@ -47,16 +48,17 @@ TEST(Module, ClassesTellTheirPropertiesAndOrigin) {
     const base::IClass* cl = base::IClass::Find(known.name, true);
     ASSERT_NE(cl, nullptr) << known.name;
     std::string properties;
-    for (const base::IProperty* property : cl->Properties()) {
-      properties += property->Name() + std::to_string(property->TypeSize()) + " ";
-      EXPECT_EQ(property->Description(), nullptr);
+    for (const base::IProperty* property : Framework::Properties(*cl)) {
+      properties += property->Name() + std::to_string(Framework::Info(*property).size) + " ";
+      EXPECT_EQ(Framework::Info(*property).description, nullptr);
     }
     EXPECT_EQ(properties, known.properties);
-    EXPECT_STREQ(cl->Module(), "pluginrtmp");
-    EXPECT_EQ(cl->Version(), known.version);
-    EXPECT_STREQ(cl->Vendor(), known.vendor);
-    EXPECT_STREQ(cl->Author(), known.author);
-    EXPECT_STREQ(cl->Description(), known.description);
+    const ClassInfo info = Framework::Info(*cl);
+    EXPECT_STREQ(info.module, "pluginrtmp");
+    EXPECT_EQ(info.version, known.version);
+    EXPECT_STREQ(info.vendor, known.vendor);
+    EXPECT_STREQ(info.author, known.author);
+    EXPECT_STREQ(info.description, known.description);
   }
 }
 
@@ -152,7 +154,7 @@ TEST_F(Commands, PusherGetsTheBuiltInAddressAndTheSelectedEncoder) {
 }
 
 TEST_F(Commands, PusherCommandReportsTheStepThatFailed) {
-  const auto* const command = base::CommandTable::Globle().Find("rtmp");
+  const auto* const command = base::CommandTable::Global().Find("rtmp");
   ASSERT_NE(command, nullptr);
   const struct {
     const char* refused;

@@ -46,7 +46,7 @@ class RtmpPipeline : public FeedTest {
 
     IngestServer server;
     ASSERT_TRUE(client.Set("url", server.Url().c_str()));
-    ASSERT_TRUE(client.Owner()->StatusSet("play") && sources.StatusSet("play"));
+    ASSERT_TRUE(Framework::Pipeline(client)->StatusSet("play") && sources.StatusSet("play"));
     PushVideo(true, 0);
     for (const int time : {0, 20}) PushAudio(time);
     ASSERT_TRUE(server.WaitForMedia(0, 5));
@@ -57,13 +57,13 @@ class RtmpPipeline : public FeedTest {
 
 TEST_F(RtmpPipeline, PublishesTheOutputsOfItsApplication) {
   const auto app = New<Application>("Application", "app");
-  ASSERT_TRUE(app->SetSerialize(Configuration() + "+" + ClassName + ":link=all"));
+  ASSERT_TRUE(app->Set("serialize", (Configuration() + "+" + ClassName + ":link=all").c_str()));
   ExpectPublishing("app/", *app);
 }
 
 TEST_F(RtmpPipeline, PublishesTheRingsThatItIsTold) {
   const auto app = New<Application>("Application", "app");
-  ASSERT_TRUE(app->SetSerialize(Configuration()));
+  ASSERT_TRUE(app->Set("serialize", Configuration().c_str()));
   const auto out = New<Pipeline>(ClassName, "out");
   EXPECT_TRUE(out->Set("ring", "app/RingSink.out"));
   EXPECT_TRUE(out->Set("ring", "app/RingSink-2.out"));

@@ -11,10 +11,10 @@ namespace nimbo::test {
 
 #ifndef RTMP_PLUGIN
 // The plug-in's objects are part of the program.
-void LoadPlugin() { base::PluginLoader::Globle().Register(); }
+void LoadPlugin() { base::PluginLoader::Global().Register(); }
 #else
 void LoadPlugin() {
-  static const bool loaded = base::PluginLoader::Globle().Load(RTMP_PLUGIN);
+  static const bool loaded = base::PluginLoader::Global().Load(RTMP_PLUGIN);
   if (!loaded) throw std::runtime_error("the plug-in cannot be loaded");
 }
 

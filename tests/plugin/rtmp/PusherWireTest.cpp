@@ -1,3 +1,8 @@
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <regex>
+
 #include "tests/plugin/rtmp/PluginFixture.h"
 
 namespace nimbo::test {
@@ -8,6 +13,45 @@ using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 using PusherWire = FeedTest;
+
+// Header and body of each message, one a line: connect, releaseStream, FCPublish, createStream,
+// publish, the end of the stream, FCUnpublish, deleteStream.
+constexpr char PlainSetUp[] =
+    "[03][00][00][00][00][00]Y[14][00][00][00][00][02][00][07]connect[00]?[f0][00][00][00][00][00]"
+    "[00][03][00][03]app[02][00][03]app[00][04]type[02][00][0a]nonprivate[00][05]tcUrl[02][00][1a]"
+    "rtmp://127.0.0.1:#/app[00][00][09]\n"
+    "C[00][00][00][00][00]([14][02][00][0d]releaseStream[00]@[00][00][00][00][00][00][00][05][02]"
+    "[00][0b]key?token=1\n"
+    "C[00][00][00][00][00]$[14][02][00][09]FCPublish[00]@[08][00][00][00][00][00][00][05][02][00]"
+    "[0b]key?token=1\n"
+    "C[00][00][00][00][00][19][14][02][00][0c]createStream[00]@[10][00][00][00][00][00][00][05]\n"
+    "[04][00][00][00][00][00])[14][01][00][00][00][02][00][07]publish[00]@[14][00][00][00][00][00]"
+    "[00][05][02][00][0b]key?token=1[02][00][04]live\n"
+    "B[00][00][00][00][00][06][04][00][01][00][00][00][14]\n"
+    "C[00][00][00][00][00]&[14][02][00][0b]FCUnpublish[00]@[18][00][00][00][00][00][00][05][02]"
+    "[00][0b]key?token=1\n"
+    "C[00][00][00][00][00]\"[14][02][00][0c]deleteStream[00]@[1c][00][00][00][00][00][00][05][00]?"
+    "[f0][00][00][00][00][00][00]\n";
+// The same with the answer to a ping, and _checkbw.
+constexpr char ChattySetUp[] =
+    "[03][00][00][00][00][00]Y[14][00][00][00][00][02][00][07]connect[00]?[f0][00][00][00][00][00]"
+    "[00][03][00][03]app[02][00][03]app[00][04]type[02][00][0a]nonprivate[00][05]tcUrl[02][00][1a]"
+    "rtmp://127.0.0.1:#/app[00][00][09]\n"
+    "B[00][00][00][00][00][06][04][00][07][01][02][03][04]\n"
+    "[03][00][00][00][00][00][15][14][00][00][00][00][02][00][08]_checkbw[00]@[00][00][00][00][00]"
+    "[00][00][05]\n"
+    "C[00][00][00][00][00]([14][02][00][0d]releaseStream[00]@[08][00][00][00][00][00][00][05][02]"
+    "[00][0b]key?token=1\n"
+    "C[00][00][00][00][00]$[14][02][00][09]FCPublish[00]@[10][00][00][00][00][00][00][05][02][00]"
+    "[0b]key?token=1\n"
+    "C[00][00][00][00][00][19][14][02][00][0c]createStream[00]@[14][00][00][00][00][00][00][05]\n"
+    "[04][00][00][00][00][00])[14][01][00][00][00][02][00][07]publish[00]@[18][00][00][00][00][00]"
+    "[00][05][02][00][0b]key?token=1[02][00][04]live\n"
+    "[c2][00][01][00][00][00][14]\n"
+    "C[00][00][00][00][00]&[14][02][00][0b]FCUnpublish[00]@[1c][00][00][00][00][00][00][05][02]"
+    "[00][0b]key?token=1\n"
+    "C[00][00][00][00][00]\"[14][02][00][0c]deleteStream[00]@[20][00][00][00][00][00][00][05][00]?"
+    "[f0][00][00][00][00][00][00]\n";
 
 TEST_F(PusherWire, SessionOpensAndClosesWithItsCommands) {
   IngestServer server;
@@ -27,6 +71,54 @@ TEST_F(PusherWire, SessionOpensAndClosesWithItsCommands) {
   EXPECT_NE(console.Text().find("connect server:" + server.Url("app", "key?token=1") + "," +
                                 Configuration() + "\n"),
             std::string::npos);
+}
+
+/// Bytes as text: those of a message that can be printed as they are, all others as two digits in
+/// brackets; numbers of ports, which differ from run to run, as "#".
+std::string Shown(const Message& message) {
+  Bytes bytes = message.header;
+  Append(bytes, message.body);
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "[%02x]", byte);
+    text += std::isgraph(byte) ? std::string(1, static_cast<char>(byte)) : digits;
+  }
+  return std::regex_replace(text, std::regex("127\\.0\\.0\\.1:\\d+"), "127.0.0.1:#");
+}
+
+// The build with librtmp's own set-up has the same expectations.
+TEST_F(PusherWire, TheSetUpIsByteForByteThatOfLibrtmp) {
+  // A server that says all that common ones say, in front of its answers.
+  Bytes connected = EncodeMessage(2, 5, 0, {0, 0x26, 0x25, 0xA0});
+  Append(connected, EncodeMessage(2, 6, 0, {0, 0x26, 0x25, 0xA0, 2}));
+  Append(connected, EncodeMessage(2, SetChunkSizeMessage, 0, {0, 0, 0x10, 0}));
+  Append(connected, EncodeMessage(2, UserControlMessage, 0, {0, 6, 1, 2, 3, 4}));
+  Append(connected, EncodeMessage(3, CommandMessage, 0, EncodeCommand("onBWDone", 0, {5})));
+  Append(
+      connected,
+      EncodeMessage(3, CommandMessage, 0,
+                    EncodeCommand("_result", 1,
+                                  EncodeInformation("status", "NetConnection.Connect.Success"))));
+  Rule chatty = {Point::Connect, Reaction::Say};
+  chatty.say = connected;
+  IngestServer server({Script{}, Script{{chatty}}});
+  std::string said[2];
+  for (std::size_t connection : {0u, 1u}) {
+    Pusher pusher(server.Url("app", "key?token=1"), Configuration());
+    ASSERT_TRUE(pusher.SetStatus("play"));
+    ASSERT_TRUE(server.WaitForPublish(connection));
+    ASSERT_TRUE(pusher.SetStatus("null"));
+    ASSERT_TRUE(server.WaitForEnd(connection));
+    const Record record = server.Get(connection);
+    EXPECT_EQ(record.greeting.at(0), 3);
+    EXPECT_EQ(Bytes(record.greeting.begin() + 5, record.greeting.begin() + 9), Bytes(4));
+    // The server's part is the publisher's own, which comes back once more.
+    EXPECT_TRUE(std::equal(record.echo.begin(), record.echo.end(), record.greeting.begin() + 1));
+    for (const Message& message : record.messages) said[connection] += Shown(message) + "\n";
+  }
+  EXPECT_EQ(said[0], PlainSetUp);
+  EXPECT_EQ(said[1], ChattySetUp);
 }
 
 TEST_F(PusherWire, MessagesCarryFlvTagBodiesInFullHeaders) {
@@ -96,7 +188,9 @@ TEST_F(PusherWire, TimeStampsPass24And32Bits) {
       {0x100000000, 0, std::nullopt},     {0x100000028, 0x28, std::nullopt},
   };
   IngestServer server;
-  Pusher pusher(server.Url(), Configuration());
+  // Between two pictures the silent sound is waited for, in all for longer than a ring lets one be
+  // late.
+  Pusher pusher(server.Url(), RingConfiguration({"h264-test", "aac-test"}, "RingSink:max-lag=0"));
   for (const auto& stamp : cases) PushVideo(true, stamp.time, 300);  // several chunks each
   ASSERT_TRUE(pusher.SetStatus("play"));
   ASSERT_TRUE(server.WaitForMedia(0, 1 + std::size(cases)));

@@ -65,7 +65,7 @@ TEST_P(Soak, ReconnectionsLeaveNothingBehindHoweverLongTheStream) {
     }
     publisher->time += step;
     server.Forget(round);
-    stream::ControlQueue::Globle().Run();
+    stream::ControlQueue::Global().Run();
     if (round == settled) before = Holdings();
   }
   const Holdings after;

@@ -161,6 +161,17 @@ TEST_F(Session, StalledSendEndsAfterItsLimitOrWhenCancelled) {
 }
 
 // Run with the leak sanitizer, too.
+// Every other test scales them, and docs/reliability.md promises them.
+TEST_F(Session, LimitsAreThoseThatTheDocumentsPromise) {
+  const SessionLimits limits;
+  EXPECT_EQ(limits.attempt, seconds(6));
+  EXPECT_EQ(limits.answer, seconds(5));
+  EXPECT_EQ(limits.stalledSend, seconds(5));
+  EXPECT_EQ(limits.drain, seconds(5));
+  EXPECT_EQ(limits.cancelledSend, seconds(1));
+  EXPECT_LT(limits.close, seconds(2));
+}
+
 TEST_F(Session, AResetAtAnyByteOfTheSetUpFailsTheAttemptAlone) {
   constexpr std::size_t Handshake = 1 + 2 * 1536;
   for (std::size_t cut = 1;; cut += cut < Handshake ? 512 : 1) {
@@ -168,6 +179,7 @@ TEST_F(Session, AResetAtAnyByteOfTheSetUpFailsTheAttemptAlone) {
     script.cut = cut;
     IngestServer server({script});
     const Status status = Open(session, server.Url());
+    ASSERT_TRUE(!status || session.Connected()) << cut;
     session.Disconnect();
     if (cut > Handshake && status) break;  // beyond all that the server says
     ASSERT_FALSE(status) << cut;

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <thread>
 
+#include "host/capture/Adts.h"
 #include "host/capture/av/DayClock.h"
 #include "host/capture/av/LibavLog.h"
 #include "tests/host/capture/StreamFile.h"
@@ -114,6 +115,11 @@ TEST_P(Transcoding, MakesItDescribableAndSaysWhy) {
   const Decoded decoded = Decode("aac", audio);
   EXPECT_EQ(decoded.frames, static_cast<int>(audio.size()));
   EXPECT_EQ(decoded.rate, MediaInt(*audio[0]->Media(), "rate"));
+  // The first frame may lie before the beginning, and is told for it.
+  for (std::size_t i = 2; i < audio.size(); ++i) {
+    EXPECT_NEAR(static_cast<double>(audio[i]->TimeStamp() - audio[i - 1]->TimeStamp()),
+                1.0 * AacFrameSamples * NsPerSecond / decoded.rate, NsPerMillisecond);
+  }
   // Sound and pictures last equally long, whatever became of them.
   const auto span = [](const auto& of) { return of.back()->TimeStamp() - of.front()->TimeStamp(); };
   EXPECT_NEAR(static_cast<double>(span(audio)), static_cast<double>(span(video)),
@@ -142,6 +148,33 @@ TEST(LibavSource, ContinuesTheTimeLineOverRepetitions) {
   const std::int64_t round = video[10]->TimeStamp() - video[0]->TimeStamp();
   EXPECT_EQ(video[20]->TimeStamp() - video[10]->TimeStamp(), round);
   EXPECT_GE(round, 10 * NsPerSecond / 25);
+  EXPECT_LE(round, 10 * NsPerSecond / 25 + 2 * AacFrameSamples * NsPerSecond / 44100);
+  source->Close();
+}
+
+TEST(LibavSource, EndsAStreamThatCanNoLongerBeDescribed) {
+  const StreamFile plain({}), reordered({});
+  ASSERT_TRUE(WriteMedia(plain.Path(), "h264", 60, "-an -flags -global_header"));
+  ASSERT_TRUE(WriteMedia(reordered.Path(), "h264", 12, "-an -bf 2 -flags -global_header"));
+  const Bytes pictures = FileBytes(plain.Path());
+  Bytes bytes;
+  bool known = false;  // parameter sets stand at the beginning alone
+  for (const NalUnit& unit : SplitAnnexB(pictures)) {
+    const bool set = unit.Type() == NalType::Sps || unit.Type() == NalType::Pps;
+    if (!set || !known) AppendUnit(bytes, Bytes(unit.bytes.begin(), unit.bytes.end()));
+    known = known || unit.IsSlice();
+  }
+  Append(bytes, FileBytes(reordered.Path()));
+  const StreamFile file(bytes);
+  ConsoleCapture console;
+  const auto source = NewSource(file.Path(), "pace=fast,streams=video,format=h264,probesize=32768");
+  ASSERT_TRUE(source->Open() && source->Start());
+  const Packets packets = ReadPackets(*source);
+  const auto video = OfCodec(packets, "h264");
+  EXPECT_GE(video.size(), 60U);
+  ExpectDescribableVideo(video);
+  EXPECT_EQ(console.Count("the video cannot be passed on any longer: it has B pictures"), 1U)
+      << console.Text();
   source->Close();
 }
 

@@ -1,4 +1,5 @@
-#include "host/capture/av/SimulatedSource.h"
+#include "host/capture/av/SimulatedCamera.h"
+#include "host/capture/av/SimulatedMicrophone.h"
 
 #include <gtest/gtest.h>
 
@@ -103,6 +104,8 @@ TEST_P(SimulatedSound, DecodesAtTheRateAndChannelsThatItsMediaTells) {
     ASSERT_TRUE(header);
     EXPECT_EQ(header->frame, static_cast<int>(packet->Size()));
   }
+  EXPECT_NEAR(static_cast<double>(packets[9]->TimeStamp() - packets[0]->TimeStamp()),
+              9.0 * AacFrameSamples * NsPerSecond / rate, 10);
   const Decoded decoded = Decode("aac", OfCodec(packets, "aac"));
   EXPECT_EQ(decoded.frames, 10);
   EXPECT_EQ(decoded.rate, rate);
