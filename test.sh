@@ -41,11 +41,13 @@ elif [ ${#arguments[@]} -eq 0 ]; then
 fi
 
 fail() { printf 'test.sh: %s\n' "$1" >&2; exit 1; }
+# What begins now, and how long after the start.
+heading() { printf '\n== %s (%d:%02d)\n' "$1" $((SECONDS / 60)) $((SECONDS % 60)); }
 
 build() {
   local preset=$1 log=build/test-$1.log
   shift
-  printf '\n== Building %s\n' "$preset"
+  heading "Building $preset"
   mkdir -p build
   cmake --preset "$preset" >"$log" 2>&1 ||
     { tail -n 15 "$log" >&2; fail "configuring $preset failed"; }
@@ -57,15 +59,18 @@ build() {
   fi || fail "building $preset failed"
 }
 
-# run PRESET [CTEST-ARGUMENT...]: the tests that wait first, many at a time.
+# run PRESET [CTEST-ARGUMENT...]: the tests that mostly wait first, many at a time.
 run() {
   local preset=$1 cores
   shift
-  printf '\n== Testing %s\n' "$preset"
+  heading "Testing $preset"
   cores=$(nproc)
   if [ $# -eq 0 ] && [[ $preset =~ debug|san ]]; then
     ctest --preset "$preset" -L waiting -j $((cores * 4))
-    set -- -LE waiting
+    ctest --preset "$preset" -L interop -j $((cores * 2))
+    set -- -LE 'waiting|interop'
+  elif [ "${2:-}" = interop ]; then
+    cores=$((cores * 2))
   fi
   ctest --preset "$preset" -j "$cores" "$@"
 }
@@ -73,7 +78,7 @@ run() {
 tools/install-deps || fail "what is needed could not be installed"
 if $soak; then
   build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor rtmp_fault_test
-  printf '\n== Meeting every fault\n'
+  heading "Meeting every fault"
   tools/reliability build/release >build/reliability.md || fail "see build/reliability.md"
   cat build/reliability.md
   NIMBO_FROZEN_SECONDS=60 run release -L interop
@@ -92,7 +97,7 @@ for preset in "${presets[@]}"; do
       tests=(-L interop)
       ;;
     armhf)
-      printf '\n== Making the armhf sysroot\n'
+      heading "Making the armhf sysroot"
       mkdir -p build
       tools/armhf-sysroot --av build/armhf-sysroot >build/test-armhf-sysroot.log 2>&1 ||
         { tail -n 5 build/test-armhf-sysroot.log >&2; fail "the armhf sysroot could not be made"; }
