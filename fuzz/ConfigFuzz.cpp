@@ -63,7 +63,7 @@ void CheckApplication(const std::string& text) {
   Require(built || HostState(*application).pipelines.empty(), "what fails leaves nothing");
   std::string told;
   application->GetStr("serialize", told);
-  Require(told == (built ? text : ""), "what was built is told");
+  Require(told == (built ? text.c_str() : ""), "what was built is told");
   application->Release();
 }
 

@@ -24,6 +24,11 @@ Wire::Wire(test::IngestServer::Securer secure)
   Connect();
 }
 
+Wire::~Wire() {
+  _server->Reset();
+  _rtmp.Free();
+}
+
 void Wire::Connect() {
   test::Bytes handshake(1 + 2 * 1536);
   handshake[0] = 3;

@@ -15,6 +15,10 @@ class Wire final : public plugin::rtmp::MediaSender {
  public:
   /// `secure` makes TLS of a connection.
   explicit Wire(test::IngestServer::Securer secure = nullptr);
+  /// The server goes first, so that the goodbye waits for nobody.
+  ~Wire();
+  Wire(const Wire&) = delete;
+  Wire& operator=(const Wire&) = delete;
 
   /// Makes a fresh connection.
   void Connect();

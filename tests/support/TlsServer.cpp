@@ -123,7 +123,7 @@ class TlsServer::Layer final : public Transport {
   ssize_t Read(unsigned char* bytes, std::size_t size) override {
     constexpr unsigned Period = 5;  // reads
     if (++_reads % Period == 0 && _reads / Period <= _server._changes_keys) {
-      const auto asked = _reads % (2 * Period) == 0 ? GNUTLS_KU_PEER : 0;
+      const unsigned asked = _reads % (2 * Period) == 0 ? GNUTLS_KU_PEER : 0U;
       if (gnutls_session_key_update(_session, asked) == 0) ++_server._key_changes;
     }
     for (;;) {

@@ -64,8 +64,8 @@ class NIMBO_API IStatus {
  private:
   friend class nimbo::Framework;
   Status _status = null;
-  [[maybe_unused]] bool _touched =
-      false;  ///< left null, or tried to, and did not return there since
+  /// Left null, or tried to, and did not return there since.
+  [[maybe_unused]] bool _touched = false;
   [[maybe_unused]] bool _open_pending_close = false;  ///< Open was called, Close was not since
   [[maybe_unused]] bool _after_pending = false;       ///< a step down waits for its after hook
 };
