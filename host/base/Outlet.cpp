@@ -16,11 +16,10 @@
 
 #include "common/FileDescriptor.h"
 #include "common/SigPipeGuard.h"
+#include "host/base/Clock.h"
 
 namespace nimbo::base {
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 /// Bytes that are kept for a reader.
 constexpr std::size_t MostKept = std::size_t{64} * 1024;

@@ -9,12 +9,16 @@
 #include <iterator>
 #include <system_error>
 
+#include "host/base/Clock.h"
+
 namespace nimbo::capture {
 
 namespace {
 
 timespec Until(std::int64_t due) {
-  const std::int64_t left = std::max<std::int64_t>(due - MonotonicNow(), 0);
+  const std::int64_t left =
+      std::chrono::nanoseconds(Clock::Left(Clock::time_point(std::chrono::nanoseconds(due))))
+          .count();
   timespec timeout{};
   timeout.tv_sec = static_cast<time_t>(left / NsPerSecond);
   timeout.tv_nsec = static_cast<long>(left % NsPerSecond);

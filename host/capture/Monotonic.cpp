@@ -1,13 +1,11 @@
 #include "host/capture/Monotonic.h"
 
-#include <ctime>
+#include "host/base/Clock.h"
 
 namespace nimbo::capture {
 
 std::int64_t MonotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return std::int64_t{now.tv_sec} * NsPerSecond + now.tv_nsec;
+  return std::chrono::nanoseconds(Clock::now().time_since_epoch()).count();
 }
 
 }  // namespace nimbo::capture

@@ -5,7 +5,7 @@
 
 #include "nimbo/base/api.h"
 
-/// Times of CLOCK_MONOTONIC, and lengths of time, in nanoseconds.
+/// Times of the host's clock, and lengths of time, in nanoseconds.
 
 namespace nimbo::capture {
 
@@ -14,7 +14,7 @@ constexpr std::int64_t NsPerMillisecond = 1'000'000;
 /// A time that does not come.
 constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 
-/// [any] What CLOCK_MONOTONIC shows.
+/// [any] What the host's clock shows.
 NIMBO_API std::int64_t MonotonicNow();
 
 }  // namespace nimbo::capture

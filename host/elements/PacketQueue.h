@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/Held.h"
+#include "host/base/Clock.h"
 #include "nimbo/stream/packet.h"
 
 namespace nimbo::stream {
@@ -14,8 +15,6 @@ namespace nimbo::stream {
 /// threads locks it.
 class PacketQueue {
  public:
-  using Clock = std::chrono::steady_clock;
-
   PacketQueue() = default;
   PacketQueue(const PacketQueue&) = delete;
   PacketQueue& operator=(const PacketQueue&) = delete;

@@ -188,7 +188,7 @@ void QueueElement::Run() {
       if (due == Clock::time_point::max()) {
         _filled->Wait();
       } else {
-        _filled->WaitUntil(due);
+        _filled->WaitUntil(Clock::WakeAt(due));
       }
       continue;
     }

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "host/base/Clock.h"
 #include "host/elements/FlowElement.h"
 #include "host/elements/PacketQueue.h"
 #include "host/elements/RingReader.h"
@@ -49,7 +50,6 @@ class QueueElement : public ThreadElement {
   unsigned int GetLag() const;
 
  protected:
-  using Clock = std::chrono::steady_clock;
   struct Pair {
     Port* input;
     Port* output;

@@ -70,7 +70,7 @@ class RingSink final : public FlowElement {
 
   bool Start() override {
     Hurry(false);
-    _patience_ends = RingBuffer::Clock::time_point();
+    _patience_ends = Clock::time_point();
     return FlowElement::Start();
   }
 
@@ -158,8 +158,8 @@ class RingSink final : public FlowElement {
   }
 
   void WaitForReaders(RingBuffer& ring) {
-    const auto none = RingBuffer::Clock::time_point();
-    if (_patience_ends == none) _patience_ends = RingBuffer::Clock::now() + StartPatience;
+    const auto none = Clock::time_point();
+    if (_patience_ends == none) _patience_ends = Clock::now() + StartPatience;
     ring.WaitForRoom(_patience_ends);
   }
 
@@ -198,7 +198,7 @@ class RingSink final : public FlowElement {
   std::vector<std::unique_ptr<Stream>> _streams GUARDED_BY(_mutex);
   std::atomic<int> _size{DefaultSize};
   std::atomic<std::chrono::nanoseconds> _max_lag{DefaultMaxLag};
-  RingBuffer::Clock::time_point _patience_ends;  ///< [delivering] and while nothing is delivered
+  Clock::time_point _patience_ends;  ///< [delivering] and while nothing is delivered
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};
 };

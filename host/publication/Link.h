@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/Clock.h"
+
 namespace nimbo::publication {
 
 /// What the kernel tells of one of this process's TCP connections.
@@ -27,7 +29,7 @@ std::vector<Connection> OwnConnections();
 /// How old what is acknowledged is: the time since which more has been written.
 class AgeMeter {
  public:
-  using Time = std::chrono::steady_clock::time_point;
+  using Time = Clock::time_point;
   /// Takes the bytes acknowledged and written in all; neither goes back, nor does the time.
   void Add(Time time, std::uint64_t acknowledged, std::uint64_t written);
   /// Since when the oldest byte that is not acknowledged was written, at the last Add; 0: there is

@@ -196,7 +196,7 @@ std::uint64_t Publication::Made() const {
   return bytes;
 }
 
-Publication::Clock::time_point Publication::OpenMissing() {
+Clock::time_point Publication::OpenMissing() {
   auto next = Clock::time_point::max();
   for (std::size_t i = 0; i < _clients.size(); ++i) {
     if (!_clients[i].opened && Clock::now() >= _clients[i].retry) (void)Open(i);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/Status.h"
+#include "host/base/Clock.h"
 #include "host/publication/ClientFigures.h"
 #include "host/publication/Link.h"
 #include "host/stream/Backoff.h"
@@ -40,8 +41,6 @@ Result<std::string> SourceConfiguration(const PublishOptions& options);
 /// the others alone. [control]
 class Publication {
  public:
-  using Clock = std::chrono::steady_clock;
-
   Publication();
   Publication(const Publication&) = delete;
   Publication& operator=(const Publication&) = delete;

@@ -6,12 +6,14 @@
 #include <string>
 #include <utility>
 
+#include "host/base/Clock.h"
+
 namespace nimbo::publication {
 
 /// The bit rate over the last seconds, of a count of bytes that only grows.
 class RateMeter {
  public:
-  using Time = std::chrono::steady_clock::time_point;
+  using Time = Clock::time_point;
   /// Takes the count at a time; times never go back.
   void Add(Time time, std::uint64_t bytes);
   /// Bits per second between the oldest and the newest count of the last Window; 0 before the

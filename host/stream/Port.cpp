@@ -4,6 +4,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "host/base/Clock.h"
 #include "host/base/Console.h"
 #include "host/stream/Shielded.h"
 #include "host/stream/State.h"
@@ -12,8 +13,6 @@
 namespace nimbo::stream {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 /// All ports there are, by their address.
 class LivePorts {
@@ -153,8 +152,9 @@ bool Port::WaitForPause(IElement& receiver, const Port* peer) {
       std::chrono::nanoseconds(HostState(receiver).pauseUntil.load())));
   if (until <= Clock::now()) return true;
   const sync::Lock lock(_mutex);
-  bool inTime = true;
-  while (inTime && !_interrupted && _peer == peer) inTime = _changed.WaitUntil(_mutex, until);
+  while (!_interrupted && _peer == peer && Clock::now() < until) {
+    _changed.WaitUntil(_mutex, Clock::WakeAt(until));
+  }
   return !_interrupted && _peer == peer;
 }
 

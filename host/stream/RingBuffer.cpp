@@ -10,8 +10,6 @@ namespace nimbo::stream {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 /// Longer waits have no limit: adding them to the clock's time could overflow, the seconds of the
 /// system's calls on 32-bit machines first.
 constexpr std::chrono::hours LongestWait{24 * 365};
@@ -74,7 +72,9 @@ void RingBuffer::Resize(int capacity) {
 void RingBuffer::WaitForRoom(Clock::time_point deadline) {
   const sync::Lock lock(_mutex);
   _writer_waits = true;
-  while (!_hurry && IsFull() && _room.WaitUntil(_mutex, deadline)) continue;
+  while (!_hurry && IsFull() && Clock::now() < deadline) {
+    _room.WaitUntil(_mutex, Clock::WakeAt(deadline));
+  }
   _writer_waits = false;
 }
 
@@ -169,7 +169,10 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
 }
 
 bool RingBuffer::WaitOnce(const Deadline& deadline) {
-  if (deadline) return _changed.WaitUntil(_mutex, *deadline);
+  if (deadline) {
+    _changed.WaitUntil(_mutex, Clock::WakeAt(*deadline));
+    return Clock::now() < *deadline;
+  }
   _changed.Wait(_mutex);
   return true;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/Held.h"
+#include "host/base/Clock.h"
 #include "nimbo/stream/packet_ring.h"
 #include "sync/Mutex.h"
 
@@ -27,7 +28,6 @@ struct GoOn {
 class NIMBO_API RingBuffer final : public PacketRing,
                                    public std::enable_shared_from_this<RingBuffer> {
  public:
-  using Clock = std::chrono::steady_clock;
   /// A packet, null where there is none, and when it was written.
   struct Entry {
     Held<Packet> packet;

@@ -13,6 +13,7 @@
 #include "host/capture/CaptureRegistry.h"
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/cli/terminal/Table.h"
+#include "host/stream/Factory.h"
 #include "host/stream/State.h"
 #include "host/text/Text.h"
 #include "nimbo/stream/service.h"
@@ -178,6 +179,14 @@ std::vector<Facts> AllSources() {
   return sources;
 }
 
+std::vector<Facts> AllLayouts() {
+  std::vector<Facts> layouts;
+  for (const auto& [common, layout] : stream::FactoryLayouts()) {
+    layouts.push_back({TextFact("name", common), TextFact("layout", layout)});
+  }
+  return layouts;
+}
+
 std::vector<Facts> Names(const std::vector<std::string>& names) {
   std::vector<Facts> things;
   things.reserve(names.size());
@@ -199,6 +208,7 @@ std::vector<Section> Inventory() {
   return {{"plugins", "Plug-ins", Names(loader.Libraries())},
           {"classes", "Classes, found by name or by keywords of it", AllClasses()},
           {"sources", "Capture sources, for connect={pv:NAME,OPTION=VALUE,...}", AllSources()},
+          {"layouts", "Layouts that plug-ins offer", AllLayouts()},
           {"commands", "Commands of the shell", Names(base::CommandTable::Global().Names())},
           {"functions", "Functions, for the shell's \"call\"", Names(FunctionNames())}};
 }

@@ -24,8 +24,6 @@ namespace {
 using publication::ClientFigures;
 using publication::ShownUrl;
 
-using Clock = ControlLoop::Clock;
-
 /// How often it is looked, behind the end of the input, whether everything has been sent.
 constexpr std::chrono::milliseconds LookPeriod{100};
 constexpr std::chrono::seconds JsonPeriod{1};

@@ -30,8 +30,6 @@ struct PushOptions {
   bool wait = false;    ///< for a server that is away at the start
 };
 
-using Clock = ControlLoop::Clock;
-
 /// How long what is left in the rings is waited for when publishing was told to stop.
 constexpr std::chrono::seconds StopPatience{2};
 /// How often the rings are looked at.

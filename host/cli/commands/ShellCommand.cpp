@@ -31,8 +31,7 @@ class InputLines {
         _text.erase(0, end + 1);
         return line;
       }
-      if (_loop.Wait(STDIN_FILENO, ControlLoop::Clock::time_point::max()) ==
-          ControlLoop::Woken::Signal)
+      if (_loop.Wait(STDIN_FILENO, Clock::time_point::max()) == ControlLoop::Woken::Signal)
         return {};
       char piece[4096];
       const auto size = read(STDIN_FILENO, piece, sizeof piece);
@@ -67,8 +66,7 @@ class MessagePrinter {
 
 /// True when the wait lasted, false when a signal ended it.
 bool Sleep(ControlLoop& loop, std::chrono::nanoseconds duration) {
-  const auto until = ControlLoop::Clock::now() +
-                     std::chrono::duration_cast<ControlLoop::Clock::duration>(duration);
+  const auto until = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
   return loop.Wait(-1, until) == ControlLoop::Woken::Deadline;
 }
 

@@ -17,11 +17,9 @@ constexpr std::chrono::hours LongestWait{1};
 constexpr std::chrono::milliseconds OutletPeriod{100};
 
 /// Milliseconds until `until`, rounded up so that the wait does not end too early.
-int Remaining(ControlLoop::Clock::time_point until) {
-  const auto now = ControlLoop::Clock::now();
-  if (until <= now) return 0;
-  if (until - now > LongestWait) until = now + LongestWait;
-  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(until - now).count());
+int Remaining(Clock::time_point until) {
+  const auto left = std::min<Clock::duration>(Clock::Left(until), LongestWait);
+  return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
 }
 
 /// Offers what is kept to the readers of the standard streams. True when something is left.

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "host/base/Clock.h"
 #include "host/base/ControlThread.h"
 #include "host/cli/terminal/Screen.h"
 #include "host/cli/terminal/SignalWatch.h"
@@ -13,7 +14,6 @@ namespace nimbo::cli {
 class ControlLoop {
  public:
   enum class Woken { Work, Input, Deadline, Signal };
-  using Clock = std::chrono::steady_clock;
 
   /// The calling thread is the control thread from now on.
   explicit ControlLoop(SignalWatch& signals) : _signals(signals) { base::ControlThread::Claim(); }

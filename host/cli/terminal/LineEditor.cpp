@@ -84,8 +84,7 @@ int LineEditor::GetCharacter(EditLine* editor, wchar_t* character) {
   std::mbstate_t state{};
   while (true) {
     self._screen.Show(true);
-    const auto woken =
-        self._loop.Wait(STDIN_FILENO, ControlLoop::Clock::time_point::max(), &self._screen);
+    const auto woken = self._loop.Wait(STDIN_FILENO, Clock::time_point::max(), &self._screen);
     if (woken == ControlLoop::Woken::Signal) {
       self._signalled = true;
       return -1;

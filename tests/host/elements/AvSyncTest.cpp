@@ -5,6 +5,7 @@
 
 #include "host/stream/Port.h"
 #include "tests/host/elements/Collector.h"
+#include "tests/support/StoppedClock.h"
 #include "tests/support/TestCapture.h"
 
 namespace nimbo::stream::test {
@@ -65,17 +66,25 @@ TEST_F(AvSyncTest, TheFirstPictureGoesBeforeOlderSound) {
 }
 
 TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComesAgain) {
-  using Clock = std::chrono::steady_clock;
-  constexpr std::chrono::milliseconds Limit{500}, Late{100};
-  // The machine may be busy: the shortest wait of several tells.
+  using namespace std::chrono_literals;
+  nimbo::test::StoppedClock clock;
+  constexpr std::chrono::milliseconds Limit{500}, Late{10};
+  // The thread that waits may begin late: the shortest wait of several tells.
   auto shortest = Clock::duration::max();
   std::size_t count = 0;
   const auto held = [&](int time) {
-    const auto begin = Clock::now();
     Push(audio, {time, time + 1});  // the second one does not wait once more
+    std::this_thread::sleep_for(5ms);
+    Clock::duration passed = Limit - 1ms;
+    clock.Advance(passed);
+    std::this_thread::sleep_for(5ms);
+    EXPECT_EQ(TheCollector().Sequences().size(), count) << "before its time";
+    for (; TheCollector().Sequences().size() == count; passed += 1ms) {
+      clock.Advance(1ms);
+      std::this_thread::sleep_for(3ms);
+    }
+    shortest = std::min(shortest, passed);
     EXPECT_EQ(TheCollector().Wait(count += 2).back(), "aac " + std::to_string(time + 1));
-    EXPECT_GE(Clock::now() - begin, Limit);
-    shortest = std::min(shortest, Clock::now() - begin);
   };
   Play();
   for (int time = 0; time < 200 || (time < 2000 && shortest > Limit + Late); time += 100) {
@@ -92,6 +101,7 @@ TEST_F(AvSyncTest, ASilentInputHoldsTheOthersUpForHalfASecondUntilSomethingComes
 class LateAvSyncTest : public AvSyncTest, public testing::WithParamInterface<const char*> {};
 
 TEST_P(LateAvSyncTest, GoesOnAtTheNewestKeyFrameWithTheSoundFromThereOn) {
+  nimbo::test::StoppedClock clock;
   Play();
   ASSERT_TRUE(app->StatusSet("null"));
   ASSERT_TRUE(Element("avsync").SetStr("max", GetParam()) &&
@@ -104,8 +114,11 @@ TEST_P(LateAvSyncTest, GoesOnAtTheNewestKeyFrameWithTheSoundFromThereOn) {
   for (const int time : {10, 20, 30, 40}) {
     video.Push({1}, time == 10 || time == 30, time * Millisecond, static_cast<std::uint32_t>(time));
   }
-  std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  ASSERT_TRUE(Reaches("RingSink", "packets", "5") && Reaches("RingSink-2", "packets", "5"));
+  clock.Advance(std::chrono::milliseconds(25));
   TheCollector().HoldUp(false);
+  TheCollector().Wait(4);
+  clock.Advance(std::chrono::seconds(1));  // no picture comes behind the last sound
   EXPECT_THAT(TheCollector().Wait(5),
               ElementsAre("h264 0", "h264 30", "aac 30", "h264 40", "aac 40"));
   EXPECT_TRUE(Reaches("avsync", "late", "5"));

@@ -8,6 +8,7 @@
 #include "tests/host/stream/Probes.h"
 #include "tests/support/ConsoleCapture.h"
 #include "tests/support/MediaSamples.h"
+#include "tests/support/StoppedClock.h"
 
 namespace nimbo::stream::test {
 namespace {
@@ -77,28 +78,31 @@ TEST(BackoffTest, DoublesFromASecondUpToItsLimitWithinAFifthUntilAnAttemptSuccee
 }
 
 TEST_F(PortDelivery, PausesAfterARefusedPacketLongerEachTimeUntilOneIsTaken) {
-  const auto now = [] {
-    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+  using namespace std::chrono_literals;
+  nimbo::test::StoppedClock clock;
+  bool taken = false;
+  // Whether a packet waits while less than `least` has passed, and goes on when `most` has.
+  const auto waits = [&](Clock::duration least, Clock::duration most) {
+    clock.Advance(least - 1ms);
+    auto delivered = std::async(std::launch::async, [this] { return Deliver(); });
+    const bool early = delivered.wait_for(20ms) == std::future_status::ready;
+    clock.Advance(most - least + 1ms);
+    EXPECT_EQ(delivered.get(), taken);
+    return !early;
   };
-  constexpr std::int64_t Second = std::chrono::nanoseconds(std::chrono::seconds(1)).count();
   sink.SetFail("ReceivePacket");
-  const std::int64_t before = now();
   EXPECT_FALSE(Deliver());
-  EXPECT_GE(HostState(sink).pauseUntil, before + Second * 4 / 5);
-  EXPECT_LE(HostState(sink).pauseUntil, now() + Second * 6 / 5);
-  HostState(sink).pauseUntil = 0;
-  const std::int64_t again = now();
-  EXPECT_FALSE(Deliver());
-  EXPECT_GE(HostState(sink).pauseUntil, again + 2 * Second * 4 / 5);
+  EXPECT_TRUE(waits(800ms, 1200ms));
+  EXPECT_TRUE(waits(1600ms, 2400ms));
   sink.SetFail("");
-  constexpr std::int64_t Shortened = Second / 50;
-  HostState(sink).pauseUntil = before + Shortened;
-  EXPECT_TRUE(Deliver()) << "the packet waits until the pause is over";
-  EXPECT_GE(now(), before + Shortened);
-  EXPECT_EQ(sink.packets, 3);
+  taken = true;
+  EXPECT_TRUE(waits(3200ms, 4800ms));
+  EXPECT_TRUE(Deliver()) << "no pause after a packet that was taken";
   sink.SetFail("ReceivePacket");
+  taken = false;
   EXPECT_FALSE(Deliver());
-  EXPECT_LE(HostState(sink).pauseUntil, now() + Second * 6 / 5);
+  EXPECT_TRUE(waits(800ms, 1200ms)) << "the first one again";
+  EXPECT_EQ(sink.packets, 7);
 }
 
 TEST_F(PortDelivery, CountsWhatWasTakenAndRefusedAndTheGapsInTheNumbers) {

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/support/MediaSamples.h"
+#include "tests/support/StoppedClock.h"
 
 namespace nimbo::stream {
 namespace {
@@ -225,6 +226,7 @@ void WriteStream(RingBuffer& ring, IMedia* media, std::uint32_t last,
 }
 
 TEST(RingBufferTest, ALateReaderGoesOnAtTheNewestKeyFrameAndSoundWithThePictures) {
+  nimbo::test::StoppedClock clock;
   const auto goOn = std::make_shared<GoOn>();
   const Held<IMedia> video = test::VideoMedia(), audio = test::AudioMedia();
   RingBuffer pictures(16), sound(16);
@@ -233,7 +235,7 @@ TEST(RingBufferTest, ALateReaderGoesOnAtTheNewestKeyFrameAndSoundWithThePictures
   const std::unique_ptr<Reader> listening(sound.CreateReader(nullptr));
   WriteStream(pictures, video.get(), 9, {1, 4, 7});
   WriteStream(sound, audio.get(), 9, {1, 2, 3, 4, 5, 6, 7, 8, 9});
-  std::this_thread::sleep_for(6ms);
+  clock.Advance(6ms);
   EXPECT_EQ(Pop(*listening), 1U) << "no picture was left out yet";
   EXPECT_EQ(Pop(*watching), 7U);
   EXPECT_EQ(Pop(*watching), 8U) << "late, too, but there is no newer key frame";
