@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <cstddef>
+#include <cstring>
 
 namespace nimbo::plugin {
 
@@ -15,13 +16,23 @@ TcpProgress TcpProgress::Of(int socket) {
   int queued = 0;
   if (ioctl(socket, SIOCOUTQ, &queued) != 0) queued = 0;
   progress.waiting = queued > 0;
-  tcp_info info = {};
-  socklen_t size = sizeof info;
-  constexpr socklen_t Needed = offsetof(tcp_info, tcpi_bytes_acked) + sizeof info.tcpi_bytes_acked;
-  const bool told = getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && size >= Needed;
+  // The window lies behind what the headers of older systems declare; Linux tells it since 5.4.
+  constexpr std::size_t WindowAt = 228;
+  unsigned char told[WindowAt + sizeof(std::uint32_t)] = {};
+  socklen_t size = sizeof told;
+  constexpr socklen_t Needed =
+      offsetof(tcp_info, tcpi_bytes_acked) + sizeof(tcp_info::tcpi_bytes_acked);
+  const bool tells = getsockopt(socket, IPPROTO_TCP, TCP_INFO, told, &size) == 0 && size >= Needed;
   // A kernel before 4.1 does not count. What is queued changes with what is acknowledged while a
   // write waits, and that is when it matters.
-  progress.acknowledged = told ? info.tcpi_bytes_acked : static_cast<std::uint64_t>(queued);
+  progress.acknowledged = static_cast<std::uint64_t>(queued);
+  progress.promised = progress.acknowledged;
+  if (!tells) return progress;
+  std::uint32_t window = 0;
+  std::memcpy(&progress.acknowledged, told + offsetof(tcp_info, tcpi_bytes_acked),
+              sizeof progress.acknowledged);
+  std::memcpy(&window, told + WindowAt, sizeof window);
+  progress.promised = progress.acknowledged + window;
   return progress;
 }
 

@@ -12,8 +12,6 @@
 #include <thread>
 #include <utility>
 
-#include "plugin/session/TcpProgress.h"
-
 namespace nimbo::plugin {
 
 Watcher& Watcher::Global() {
@@ -27,7 +25,7 @@ Watcher::Id Watcher::Add(int socket, const Bounds& bounds) {
   if (!duplicate) return 0;
   const sync::Lock lock(_mutex);
   try {
-    Watch watch = {std::move(duplicate), bounds, 0, {}, true, false, false};
+    Watch watch = {std::move(duplicate), bounds, {}, {}, true, false, false};
     Restart(watch);
     _watches.emplace(_last + 1, std::move(watch));
   } catch (const std::bad_alloc&) {
@@ -108,8 +106,7 @@ void Watcher::Run() {
 }
 
 void Watcher::Restart(Watch& watch) {
-  watch.acknowledged =
-      watch.bounds.stall.count() ? TcpProgress::Of(watch.socket.Get()).acknowledged : 0;
+  watch.progress = watch.bounds.stall.count() ? TcpProgress::Of(watch.socket.Get()) : TcpProgress();
   watch.progressed = Clock::now();
   watch.asleep = false;
 }
@@ -132,8 +129,11 @@ Watcher::Clock::time_point Watcher::LookAt(Watch& watch, Clock::time_point now) 
     constexpr int LooksPerStall = 10;
     const TcpProgress progress = TcpProgress::Of(watch.socket.Get());
     const bool waits = progress.waiting || !bounds.whileWaiting;
-    if (!waits || progress.acknowledged != watch.acknowledged) watch.progressed = now;
-    watch.acknowledged = progress.acknowledged;
+    if (!waits || progress.acknowledged != watch.progress.acknowledged ||
+        progress.promised != watch.progress.promised) {
+      watch.progressed = now;
+    }
+    watch.progress = progress;
     due = std::min(due, watch.progressed + bounds.stall);
     watch.asleep = !waits && !watch.active;
     watch.active = false;

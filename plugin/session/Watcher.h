@@ -5,6 +5,7 @@
 #include <map>
 
 #include "common/FileDescriptor.h"
+#include "plugin/session/TcpProgress.h"
 #include "sync/Mutex.h"
 
 namespace nimbo::plugin {
@@ -25,7 +26,8 @@ class Watcher {
   struct Bounds {
     /// It is shut down then, whatever happens.
     Clock::time_point end = Clock::time_point::max();
-    /// It is shut down when the other side has acknowledged nothing for so long; 0: never.
+    /// It is shut down when the other side has acknowledged nothing, and made no room, for so long;
+    /// 0: never.
     std::chrono::milliseconds stall{0};
     /// The time counts only while something waits to be acknowledged, and passes unnoticed while
     /// nobody calls Active.
@@ -52,7 +54,7 @@ class Watcher {
   struct Watch {
     FileDescriptor socket;
     Bounds bounds;
-    std::uint64_t acknowledged;    ///< when it was last looked at
+    TcpProgress progress;          ///< when it was last looked at
     Clock::time_point progressed;  ///< the last time that this had changed
     bool active;                   ///< written to since it was last looked at
     bool asleep;                   ///< not looked at until it is written to

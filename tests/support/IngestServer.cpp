@@ -143,7 +143,7 @@ class IngestServer::Connection {
       unsigned char buffer[16384];
       const bool slow = _script.rate > 0 && _media > 0;
       const std::size_t size = ReadSome(buffer, exact ? 1 : slow ? SlowRead : sizeof buffer);
-      if (slow) Pause(std::chrono::nanoseconds(std::chrono::seconds(1)) * size / _script.rate);
+      if (slow) KeepPace(size);
       if (_media > 0) Reach(Point::Media, _media, ++_beyond);
       if (!reader.Feed(buffer, size, [this](Message& message) { Take(message); })) {
         Complain(reader.Error());
@@ -171,6 +171,15 @@ class IngestServer::Connection {
     if (_server._changed.wait_for(lock, duration, [this] { return _server._stopped; })) {
       throw Over();
     }
+  }
+
+  /// Waits until so many bytes more may have been read. What a machine is late is made up for.
+  void KeepPace(std::size_t size) {
+    using Clock = std::chrono::steady_clock;
+    const auto now = Clock::now();
+    if (_due == Clock::time_point()) _due = now;
+    _due += std::chrono::nanoseconds(std::chrono::seconds(1)) * size / _script.rate;
+    if (_due > now) Pause(_due - now);
   }
 
   /// Sends an answer at the script's pace.
@@ -256,10 +265,11 @@ class IngestServer::Connection {
 
   IngestServer& _server;
   const Script _script;
-  Transport* const _io;     ///< the thread's own view of the transport
-  std::size_t _media = 0;   ///< messages of media
-  std::size_t _beyond = 0;  ///< bytes behind the last of them
-  std::size_t _said = 0;    ///< bytes of answers
+  Transport* const _io;                        ///< the thread's own view of the transport
+  std::size_t _media = 0;                      ///< messages of media
+  std::size_t _beyond = 0;                     ///< bytes behind the last of them
+  std::size_t _said = 0;                       ///< bytes of answers
+  std::chrono::steady_clock::time_point _due;  ///< of the next read where reading is slow
   std::thread _thread;
 };
 
