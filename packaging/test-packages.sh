@@ -118,6 +118,9 @@ try_service() {
     sed 's,/usr/bin/nimbo-host,/bin/true,' "$unit" >"$folder/nimbo-publish@camera.service"
     quiet systemd-analyze verify --man=no "$folder/nimbo-publish@camera.service" &&
       [ ! -s "$folder/said" ] || fail "systemd does not take the unit: $(cat "$folder/said")"
+    systemd-analyze security --offline=yes --threshold=25 \
+      "$folder/nimbo-publish@camera.service" >"$folder/said" 2>&1 ||
+      fail "the unit may do more than it needs: $(tail -n 1 "$folder/said")"
   fi
   command=$(sed -n 's/^ExecStart=//p' "$unit")
   start_server
