@@ -12,8 +12,9 @@
 #
 # --fast      debug alone, without the linter and the fault matrix
 # --soak      what takes longer instead: the fault matrix with its real deadlines, a thousand lost
-#             connections, a server that is frozen for a minute; the figures lie in
-#             build/reliability.md
+#             connections, a server that is frozen for a minute, links that are too slow, ten minutes
+#             each of a server that does its worst and of one that is killed every 5 s; the figures
+#             lie in build/reliability.md
 # --packages  builds the Debian packages instead, installs and tries them in a Debian of their own,
 #             and compares two builds of the plug-in
 set -euo pipefail
@@ -82,6 +83,13 @@ if $soak; then
   tools/reliability build/release >build/reliability.md || fail "see build/reliability.md"
   cat build/reliability.md
   NIMBO_FROZEN_SECONDS=60 run release -L interop
+  heading "Publishing over slow links"
+  tools/slow-link build/release --seconds 60 --bound | tee -a build/reliability.md
+  heading "Publishing to a server that does its worst"
+  tools/chaos build/release | tee -a build/reliability.md
+  build asan --target nimbo-host pluginrtmp nimbo-av
+  heading "Killing servers"
+  tools/reconnect-soak build/asan --minutes 10 | tee -a build/reliability.md
   exit
 fi
 if $packages; then

@@ -126,7 +126,7 @@ def serve(connection, record):
             if kind == VIDEO and "pictures" in record and state["got"] == 0:
                 stream.need(part)
                 state["body"] = stream.data[stream.at:stream.at + min(part, 2)]
-            if kind in (AUDIO, VIDEO):
+            if kind in (AUDIO, VIDEO) and "media" not in record:
                 stream.pass_over(part)
             else:
                 state["body"] += stream.take(part)
@@ -137,6 +137,8 @@ def serve(connection, record):
             if kind in (AUDIO, VIDEO):
                 record["payload"] += state["size"]
                 record["messages"].append((kind, state["size"], stream.time))
+                if "media" in record:
+                    record["media"].append((stream.time, kind, state["time"], state["body"]))
                 if kind == VIDEO and "pictures" in record and state["body"][1:] == b"\x01":
                     key = state["body"][0] == 0x17
                     record["pictures"].append((stream.time, state["time"], key))
