@@ -7,8 +7,9 @@
 # the documentation say), armhf (cross-built for 32-bit ARM, run by qemu), debug with the checks of
 # the sources, stock (the wire tests with librtmp's own transport), fuzz (the fuzzers on their seeds
 # and a little more), then with address and undefined-behaviour, and with thread sanitizer. Other
-# arguments go to ctest (-R NAME, -j 1); with them only debug and the sanitizers run. Ends with
-# ctest's summary line, and at the first preset that fails.
+# arguments go to ctest (-R NAME, -j 1); with them only debug and the sanitizers run. While tests run,
+# which mostly wait, the next preset is built. Ends with ctest's summary line, and at the first preset
+# that fails.
 #
 # --fast      debug alone, without the linter and the fault matrix
 # --soak      what takes longer instead: the fault matrix with its real deadlines, a thousand lost
@@ -45,6 +46,7 @@ fail() { printf 'test.sh: %s\n' "$1" >&2; exit 1; }
 # What begins now, and how long after the start.
 heading() { printf '\n== %s (%d:%02d)\n' "$1" $((SECONDS / 60)) $((SECONDS % 60)); }
 
+# build PRESET [CMAKE-ARGUMENT...]
 build() {
   local preset=$1 log=build/test-$1.log
   shift
@@ -76,6 +78,35 @@ run() {
   ctest --preset "$preset" -j "$cores" "$@"
 }
 
+# What a preset has to be built of: of release the artefacts alone, whose tests are those that drive
+# the program from outside.
+prepare() {
+  case $1 in
+    release) build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor ;;
+    stock) build stock --target pluginrtmp rtmp_plugin_test ;;
+    armhf)
+      heading "Making the armhf sysroot"
+      mkdir -p build
+      tools/armhf-sysroot --av build/armhf-sysroot >build/test-armhf-sysroot.log 2>&1 ||
+        { tail -n 5 build/test-armhf-sysroot.log >&2; fail "the armhf sysroot could not be made"; }
+      build armhf
+      ;;
+    *) build "$1" ;;
+  esac
+}
+# The same in the background, in a process group of its own, behind the tests that run meanwhile.
+beside=''
+prepare_beside() {
+  set -m
+  (
+    renice -n 19 "$BASHPID" >/dev/null
+    prepare "$1" | cat
+  ) </dev/null &
+  beside=$!
+  set +m
+}
+trap '[ -z "$beside" ] || kill -- "-$beside" 2>/dev/null || true' EXIT
+
 tools/install-deps || fail "what is needed could not be installed"
 if $soak; then
   build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor rtmp_fault_test
@@ -97,29 +128,15 @@ if $packages; then
   run release -L packages
   exit
 fi
-for preset in "${presets[@]}"; do
+for i in "${!presets[@]}"; do
+  preset=${presets[i]}
+  if [ -z "$beside" ]; then prepare "$preset"; else wait "$beside"; fi
+  beside=''
+  [ $((i + 1)) -eq ${#presets[@]} ] || prepare_beside "${presets[i + 1]}"
   case $preset in
-    release)
-      # The artefacts alone; their tests are those that drive the program from outside.
-      build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor
-      tests=(-L interop)
-      ;;
-    armhf)
-      heading "Making the armhf sysroot"
-      mkdir -p build
-      tools/armhf-sysroot --av build/armhf-sysroot >build/test-armhf-sysroot.log 2>&1 ||
-        { tail -n 5 build/test-armhf-sysroot.log >&2; fail "the armhf sysroot could not be made"; }
-      build armhf
-      tests=()
-      ;;
-    stock)
-      build stock --target pluginrtmp rtmp_plugin_test
-      tests=(-R '^(Pusher|Client)')
-      ;;
-    *)
-      build "$preset"
-      tests=()
-      ;;
+    release) tests=(-L interop) ;;
+    stock) tests=(-R '^(Pusher|Client)') ;;
+    *) tests=() ;;
   esac
   run "$preset" "${tests[@]}" "${arguments[@]}"
 done
