@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,10 @@ class NIMBO_API CaptureSource {
   /// [capturing] True when the packet that Read gave last had been taken in before Start: such ones
   /// come all at once, and can wait.
   virtual bool Behind() const { return false; }
+  /// [control] With how many bits a second its pictures are encoded here; 0: they are not.
+  virtual std::int64_t BitRate() const { return 0; }
+  /// [control] While it is open: encodes with so many from the next picture on.
+  virtual void SetBitRate(std::int64_t) {}
 };
 
 }  // namespace nimbo::capture

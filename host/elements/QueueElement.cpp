@@ -53,6 +53,7 @@ bool QueueElement::Start() {
     }
     _taking = true;
     _pictures = false;
+    _judge = {};
     _go_on_from = std::numeric_limits<std::int64_t>::min();
     Begin();
   }
@@ -137,8 +138,8 @@ bool QueueElement::DropLate() {
 }
 
 bool QueueElement::IsLate(const Pair& pair, Clock::time_point now) {
-  return now - pair.queue.FrontSince() > _max_lag.load() &&
-         (pair.ring || !SourceCanWait(*pair.input));
+  return (pair.ring || !SourceCanWait(*pair.input)) &&
+         _judge.IsLate(now, now - pair.queue.FrontSince(), _max_lag);
 }
 
 void QueueElement::GoOnAtNewestKey(Pair& pair) {

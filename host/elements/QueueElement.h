@@ -9,6 +9,7 @@
 #include "host/elements/FlowElement.h"
 #include "host/elements/PacketQueue.h"
 #include "host/elements/RingReader.h"
+#include "host/stream/LagJudge.h"
 #include "sync/Mutex.h"
 #include "sync/Signal.h"
 
@@ -102,6 +103,7 @@ class QueueElement : public ThreadElement {
   std::uint64_t _order GUARDED_BY(_mutex) = 0;  ///< of the next packet, over all queues
   bool _taking GUARDED_BY(_mutex) = false;      ///< packets are taken
   bool _pictures GUARDED_BY(_mutex) = false;    ///< some came
+  LagJudge _judge GUARDED_BY(_mutex);           ///< of the packets that decide
   /// Time stamp (ns) of the key frame that was gone on with last.
   std::int64_t _go_on_from GUARDED_BY(_mutex) = 0;
   std::atomic<int> _max;

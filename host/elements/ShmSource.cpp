@@ -134,6 +134,7 @@ class ShmSource final : public SourceElement {
     "ShmSource-shm-source", "brings the packets of a capture source into a pipeline",
     {Setting("connect", &ShmSource::SetConnect, &ShmSource::GetConnect,
              "the capture source, as pv:NAME[,key=value]..."),
+     Setting("bit-rate", &ShmSource::SetBitRate, &ShmSource::GetBitRate, ShmSource::BitRateText),
      Figure("packets", &ShmSource::GetPackets, "packets delivered"),
      Figure("bytes", &ShmSource::GetBytes, "bytes delivered")});
 

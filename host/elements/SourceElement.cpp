@@ -1,8 +1,27 @@
 #include "host/elements/SourceElement.h"
 
+#include <charconv>
+#include <cstring>
+
+#include "host/base/Console.h"
+
 namespace nimbo::stream {
 
 bool SourceElement::Start() { return _source->Start() && ThreadElement::Start(); }
+
+bool SourceElement::SetBitRate(const char* text) {
+  constexpr std::int64_t Least = 10'000, Most = 200'000'000;
+  std::int64_t value = 0;
+  const char* end = text + std::strlen(text);
+  const auto [stop, error] = std::from_chars(text, end, value);
+  if (error != std::errc() || stop != end || value < Least || value > Most) {
+    return Refuse("\"", Name(), "\": bit-rate=", text, " must be a number from ", Least, " to ",
+                  Most);
+  }
+  if (GetBitRate() == 0) return Refuse("\"", Name(), "\" does not encode pictures now");
+  _source->SetBitRate(value);
+  return true;
+}
 
 void SourceElement::Run() {
   while (!Stopping()) {

@@ -9,7 +9,8 @@
 namespace nimbo::stream {
 
 /// An element that brings the packets of a capture source into its pipeline, in a thread of its
-/// own. At the end of the source it sends the message "end_of_stream" up.
+/// own. At the end of the source it sends the message "end_of_stream" up. Property "bit-rate": bits
+/// a second that a source is to encode its pictures with, while it is open.
 class NIMBO_API SourceElement : public ThreadElement {
  public:
   bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }
@@ -19,6 +20,14 @@ class NIMBO_API SourceElement : public ThreadElement {
   /// [any] Figures: what the outputs have delivered.
   unsigned int GetPackets() const { return _packets; }
   unsigned long long GetBytes() const { return _bytes; }
+
+  static constexpr char BitRateText[] =
+      "bits a second that its pictures are encoded with; 0: they are not encoded here";
+
+  /// [control] Bits a second that its pictures are encoded with; 0: it is not open, or does not
+  /// encode.
+  long long GetBitRate() const { return _source ? _source->BitRate() : 0; }
+  bool SetBitRate(const char* text);
 
  protected:
   using ThreadElement::ThreadElement;

@@ -1,6 +1,7 @@
 #include "host/publication/Publication.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <utility>
 
@@ -186,14 +187,72 @@ void Publication::Measure() {
   }
 }
 
-std::uint64_t Publication::Made() const {
-  std::uint64_t bytes = 0;
+std::vector<IElement*> Publication::Captures() const {
+  std::vector<IElement*> captures;
   for (const Source& source : _sources) {
     for (IElement* element : HostState(*source.pipeline).elements) {
-      if (HostState(*element).inputs.empty()) bytes += Number(*element, "bytes");
+      if (HostState(*element).inputs.empty()) captures.push_back(element);
     }
   }
+  return captures;
+}
+
+std::uint64_t Publication::Made() const {
+  std::uint64_t bytes = 0;
+  for (IElement* capture : Captures()) bytes += Number(*capture, "bytes");
   return bytes;
+}
+
+void Publication::Adapt() {
+  constexpr double Change = 0.02;  // that is worth telling
+  const auto now = Clock::now();
+  std::uint64_t sound = 0;
+  double encoded = 0;
+  for (IElement* capture : Captures()) {
+    const auto pictures = static_cast<double>(Number(*capture, "bit-rate"));
+    encoded += pictures;
+    if (pictures == 0) sound += Number(*capture, "bytes");
+  }
+  const bool encodes = encoded > 0;
+  _sound.Add(now, encodes ? sound : 0);
+  _made.Add(now, Made());
+  if (_full_rate == 0) {
+    // What somebody else encodes is taken as it comes at first.
+    if (!encodes && now < _started + RateMeter::Window) return;
+    _bit_rate = _full_rate = encodes ? encoded : _made.BitsPerSecond();
+  }
+  const double wanted = WantedRate(now);
+  if (std::abs(wanted - _bit_rate) < Change * wanted) return;
+  _bit_rate = wanted;
+  Ask(std::to_string(std::llround(wanted)), encodes);
+}
+
+double Publication::WantedRate(Clock::time_point now) {
+  constexpr double Least = 0.05;  // of the full rate
+  constexpr double AndSound = 1.1;
+  Measure();
+  double wanted = _full_rate;
+  for (std::size_t i = 0; i < _clients.size(); ++i) {
+    Client& client = _clients[i];
+    const ClientFigures figures = Figures(i);
+    if (!client.opened || !figures.connected) continue;
+    if (!client.rate) {
+      client.rate = std::make_unique<RateControl>(Least * _full_rate, AndSound * _full_rate);
+    }
+    client.rate->Add(now, figures.link);
+    wanted = std::min(wanted, client.rate->BitRate() - _sound.BitsPerSecond());
+  }
+  return std::max(wanted, Least * _full_rate);
+}
+
+void Publication::Ask(const std::string& bitRate, bool encoders) {
+  for (IElement* capture : Captures()) {
+    if (Number(*capture, "bit-rate") > 0) capture->SetStr("bit-rate", bitRate.c_str());
+  }
+  if (encoders) return;
+  for (const Client& client : _clients) {
+    if (client.opened) client.element->SendMessageUp("bit_rate", bitRate.c_str(), nullptr);
+  }
 }
 
 Clock::time_point Publication::OpenMissing() {
@@ -224,6 +283,7 @@ void Publication::Fail(std::size_t index, unsigned int attempts) {
 }
 
 Status Publication::Start() {
+  _started = Clock::now();
   _saw_failure = false;  // nothing of the stream is missing yet
   const bool started = std::all_of(_sources.begin(), _sources.end(), [this](const Source& source) {
     return !Serves(source) || source.pipeline->StatusChange(IStatus::play);
@@ -297,6 +357,7 @@ void Publication::Receive(const stream::Message& message) {
   }
   for (std::size_t i = 0; i < _clients.size(); ++i) {
     if (stream::PathOf(*_clients[i].element) != message.path) continue;
+    if (message.name == "bit_rate") continue;  // sent by Adapt
     _messages.emplace_back(i, message.name);
     if (message.name == "rtmp_reconnect_fail") Fail(i, AttemptsOfClient);
     if (message.name == "rtmp_reconnect_success") {

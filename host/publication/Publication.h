@@ -10,6 +10,8 @@
 #include "host/base/Clock.h"
 #include "host/publication/ClientFigures.h"
 #include "host/publication/Link.h"
+#include "host/publication/RateControl.h"
+#include "host/publication/RateMeter.h"
 #include "host/stream/Backoff.h"
 #include "host/stream/Message.h"
 #include "nimbo/stream/application.h"
@@ -26,6 +28,7 @@ struct PublishOptions {
   std::string loop;    ///< how often a file is played: a number or "true"; empty: once
   bool fast = false;   ///< as fast as the server takes it, with nothing dropped
   bool copy = true;    ///< frames are copied, not sent from where they lie
+  bool adapt = false;  ///< what is encoded follows what the links hold
   std::string maxLag;  ///< seconds that a live stream may be late; empty: as usual
   std::vector<std::string> backups;  ///< where the only client goes on when its server stays away
   unsigned int attempts = 3;         ///< that fail before it goes on at the next address
@@ -60,6 +63,10 @@ class Publication {
   Status Start();
 
   std::size_t Clients() const noexcept { return _clients.size(); }
+  /// Has the bit rate follow what the slowest link holds: of what is encoded here, and as a message
+  /// "bit_rate", whose text is the rate, that each client sends up, of what somebody else encodes.
+  /// Wanted some times a second.
+  void Adapt();
   /// Looks at the connections. Wanted each second or more often, in front of Figures.
   void Measure();
   ClientFigures Figures(std::size_t index) const;
@@ -88,7 +95,8 @@ class Publication {
     unsigned int failed = 0;     ///< attempts at this address, one after the other
     Clock::time_point retry{};   ///< when it is to be opened again
     Link link{};
-    double setUp = 0;  ///< ms
+    double setUp = 0;                     ///< ms
+    std::unique_ptr<RateControl> rate{};  ///< while the bit rate follows the links
     std::unique_ptr<stream::Backoff> pauses = std::make_unique<stream::Backoff>();
   };
 
@@ -103,6 +111,12 @@ class Publication {
   /// Tells sources from clients.
   void Sort(bool shared);
   bool Serves(const Source& source) const;
+  /// The elements that capture.
+  std::vector<stream::IElement*> Captures() const;
+  /// Bits a second of the pictures that all links hold.
+  double WantedRate(Clock::time_point now);
+  /// Asks the sources, or else those who listen to the clients, for so many.
+  void Ask(const std::string& bitRate, bool encoders);
   void Receive(const stream::Message& message);
   /// So many attempts of the client, one after the other, have failed: it may be time for the next
   /// address.
@@ -116,6 +130,11 @@ class Publication {
   bool _saw_failure = false;
   bool _over = false;
   unsigned int _attempts = 3;
+  RateMeter _made;   ///< of what the sources give
+  RateMeter _sound;  ///< of those of them that encode no pictures
+  Clock::time_point _started{};
+  double _full_rate = 0;  ///< bits a second of the pictures before they followed a link
+  double _bit_rate = 0;   ///< that was wanted last
   std::vector<std::uint64_t> _foreign;  ///< connections that are no client's
   int _listener;
 };

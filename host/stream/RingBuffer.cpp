@@ -158,7 +158,7 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
       woken = true;
       break;
     }
-    ready = MoveReader(reader);
+    ready = MoveReader(*member);
     if (ready) PinFor(*member);
     if (ready || !in_time) break;
     in_time = WaitOnce(deadline);
@@ -283,26 +283,31 @@ bool RingBuffer::Ready(Reader& reader) {
 }
 
 /// The same for a reader that waits: what it loses is counted, and it is not left behind.
-bool RingBuffer::MoveReader(Reader& reader) {
+bool RingBuffer::MoveReader(Member& member) {
+  Reader& reader = *member.reader;
   const std::uint32_t before = reader.position;
   if (!Ready(reader)) return false;
   const std::uint32_t oldest = reader.position;
-  const std::uint32_t next = PassLate(oldest);
+  const std::uint32_t next = PassLate(member);
   _lost.overwritten += oldest - before;
   _lost.late += next - oldest;
   if (next != oldest) sync::Store(reader.position, next);
   return true;
 }
 
-std::uint32_t RingBuffer::PassLate(std::uint32_t position) {
+std::uint32_t RingBuffer::PassLate(Member& member) {
+  std::uint32_t position = member.reader->position;
   if (_max_lag.count() == 0 || position + 1 == WritePosition()) return position;
   const Written& next = *Slot(position);
-  if (Clock::now() - next.time <= _max_lag) return position;
+  const auto now = Clock::now();
+  const auto lag = now - next.time;
   if (!_go_on || !_go_on->pictures || IsVideo(*next.packet)) {
+    if (!member.judge.IsLate(now, lag, _max_lag)) return position;
     const std::uint32_t key = NewestKey(position);
     if (_go_on && key != position) _go_on->from = Slot(key)->packet->TimeStamp();
     return key;
   }
+  if (lag <= _max_lag / 2) return position;  // its pictures are in time
   const std::int64_t from = _go_on->from;
   while (position + 1 != WritePosition() && Slot(position)->packet->TimeStamp() < from) ++position;
   return position;

@@ -10,6 +10,7 @@
 
 #include "common/Held.h"
 #include "host/base/Clock.h"
+#include "host/stream/LagJudge.h"
 #include "nimbo/stream/packet_ring.h"
 #include "sync/Mutex.h"
 
@@ -106,6 +107,7 @@ class NIMBO_API RingBuffer final : public PacketRing,
     Reader* reader;
     Pinned* pin = nullptr;
     bool aborted = false;
+    LagJudge judge{};
   };
 
   int WaitUntil(Reader& reader, bool& woken, const Deadline& deadline) EXCLUDES(_mutex);
@@ -122,9 +124,9 @@ class NIMBO_API RingBuffer final : public PacketRing,
   std::uint32_t UnreadBy(const Member& member) REQUIRES(_mutex);
   /// The place of the newest key frame in front of which `position` stands, or `position`.
   std::uint32_t NewestKey(std::uint32_t position) REQUIRES(_mutex);
-  /// The place where the reader of `position`, at which there is a packet, goes on.
-  std::uint32_t PassLate(std::uint32_t position) REQUIRES(_mutex);
-  bool MoveReader(Reader& reader) REQUIRES(_mutex);
+  /// The place where the reader, at whose position there is a packet, goes on.
+  std::uint32_t PassLate(Member& member) REQUIRES(_mutex);
+  bool MoveReader(Member& member) REQUIRES(_mutex);
   bool Ready(Reader& reader) REQUIRES(_mutex);
   void PinFor(Member& member) REQUIRES(_mutex);
   /// What is to be let go once the mutex is.

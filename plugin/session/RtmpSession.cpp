@@ -580,7 +580,8 @@ Status RtmpSession::Sent(bool sent) {
 
 void RtmpSession::FollowRate() {
 #ifndef RTMP_STOCK_TRANSPORT
-  // Half a second of what the server takes keeps the link busy, and is soon gone on a slow one.
+  // What a server takes in a quarter of a second keeps the link busy, and is soon gone on a slow
+  // one.
   constexpr std::uint64_t LeastUnsent = std::uint64_t{32} * 1024;
   constexpr std::uint64_t MaxUnsent = std::uint64_t{512} * 1024;
   constexpr std::chrono::seconds Measured{1};
@@ -591,9 +592,9 @@ void RtmpSession::FollowRate() {
   const std::uint64_t taken = TcpProgress::Of(socket).acknowledged;
   const auto perSecond = static_cast<double>(taken - std::min(taken, _rate_taken)) /
                          std::chrono::duration<double>(passed).count();
-  const auto half = static_cast<std::uint64_t>(perSecond / 2);
+  const auto quarter = static_cast<std::uint64_t>(perSecond / 4);
   Connector::BoundUnsent(socket,
-                         static_cast<std::size_t>(std::clamp(half, LeastUnsent, MaxUnsent)));
+                         static_cast<std::size_t>(std::clamp(quarter, LeastUnsent, MaxUnsent)));
   _rate_taken = taken;
   _rate_since = now;
 #endif

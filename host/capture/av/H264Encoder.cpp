@@ -32,9 +32,8 @@ Status H264Encoder::Open(const Settings& settings) {
   codec.color_range = AVCOL_RANGE_MPEG;
   codec.framerate = settings.frameRate;
   codec.time_base = NanosecondBase;
-  codec.bit_rate = settings.bitRate;
-  codec.rc_max_rate = settings.bitRate;
-  codec.rc_buffer_size = static_cast<int>(settings.bitRate);
+  _bit_rate = settings.bitRate;
+  FollowBitRate();
   codec.gop_size = settings.gop;
   codec.keyint_min = settings.gop;
   codec.max_b_frames = 0;
@@ -62,6 +61,20 @@ Status H264Encoder::Open(const Settings& settings) {
   return {};
 }
 
+void H264Encoder::Close() {
+  _codec.reset();
+  _packet.reset();
+}
+
+void H264Encoder::FollowBitRate() {
+  const std::int64_t wanted = _bit_rate;
+  if (_codec->bit_rate == wanted) return;
+  // libx264 looks at these in front of each picture.
+  _codec->bit_rate = wanted;
+  _codec->rc_max_rate = wanted;
+  _codec->rc_buffer_size = static_cast<int>(wanted);
+}
+
 Held<stream::IMedia> H264Encoder::NewMedia() const {
   return stream::NewH264Media(_codec->width, _codec->height, _sets.Sps().front(),
                               _sets.Pps().front());
@@ -77,6 +90,7 @@ AVFrame* H264Encoder::NewFrame() const {
 }
 
 Status H264Encoder::Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutput& output) {
+  FollowBitRate();
   frame.pts = time;
   frame.pict_type = key ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   int result = avcodec_send_frame(_codec.get(), &frame);

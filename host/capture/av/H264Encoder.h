@@ -1,5 +1,8 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include "common/Status.h"
 #include "host/capture/av/H264Units.h"
 #include "host/capture/av/Libav.h"
@@ -24,6 +27,7 @@ class H264Encoder {
 
   /// Fails when there is no such encoder.
   Status Open(const Settings& settings);
+  void Close();
   /// A new description of the stream.
   Held<stream::IMedia> NewMedia() const;
 
@@ -32,8 +36,15 @@ class H264Encoder {
   /// Encodes a picture taken at `time`, which must be later than that of the picture before, and
   /// appends the packet to `output`. `key` asks for a key frame.
   Status Encode(AVFrame& frame, std::int64_t time, bool key, StreamOutput& output);
+  /// [any] Bits a second that the next picture is encoded with.
+  std::int64_t BitRate() const noexcept { return _bit_rate; }
+  void SetBitRate(std::int64_t bitRate) noexcept { _bit_rate = bitRate; }
 
  private:
+  /// What is wanted is kept over about a second, and at most so.
+  void FollowBitRate();
+
+  std::atomic<std::int64_t> _bit_rate{0};
   CodecPtr _codec;
   PacketPtr _packet;
   ParameterSets _sets;

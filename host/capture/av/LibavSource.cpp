@@ -163,6 +163,15 @@ bool LibavSource::Start() {
   return true;
 }
 
+std::int64_t LibavSource::BitRate() const {
+  const auto& path = _paths[Index(Kind::Video)];
+  return path ? path->BitRate() : 0;
+}
+
+void LibavSource::SetBitRate(std::int64_t bitRate) {
+  if (const auto& path = _paths[Index(Kind::Video)]) path->SetBitRate(bitRate);
+}
+
 Held<stream::Packet> LibavSource::Read() {
   while (!_abort.IsSet()) {
     if (StreamPath* next = Next()) {

@@ -44,6 +44,8 @@ class LibavSource final : public CaptureSource {
   void Close() override;
   bool Unpaced() const override { return !_options.Live(); }
   bool Behind() const override { return _options.Live() && !_probed.empty(); }
+  std::int64_t BitRate() const override;
+  void SetBitRate(std::int64_t bitRate) override;
 
  private:
   explicit LibavSource(InputOptions options);

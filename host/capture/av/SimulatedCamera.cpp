@@ -81,7 +81,7 @@ bool SimulatedCamera::Produce(std::int64_t index, std::int64_t time) {
 }
 
 void SimulatedCamera::CloseEncoder() {
-  _encoder = {};
+  _encoder.Close();
   _picture = {};
 }
 

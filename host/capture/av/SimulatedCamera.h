@@ -13,6 +13,8 @@ class SimulatedCamera final : public SimulatedSource {
   using SimulatedSource::SimulatedSource;
   bool Configure(const base::AttrSet& options) override;
   std::vector<std::string> Outputs() const override { return {"h264"}; }
+  std::int64_t BitRate() const override { return _encoder.BitRate(); }
+  void SetBitRate(std::int64_t bitRate) override { _encoder.SetBitRate(bitRate); }
 
  private:
   bool OpenEncoder() override;

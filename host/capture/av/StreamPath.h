@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "common/Status.h"
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/StreamOutput.h"
@@ -18,6 +20,10 @@ class StreamPath {
   virtual Status Break() { return {}; }
   /// Nothing follows.
   virtual Status Finish() { return {}; }
+
+  /// [control] With how many bits a second its pictures are encoded here; 0: they are not.
+  virtual std::int64_t BitRate() const { return 0; }
+  virtual void SetBitRate(std::int64_t) {}
 
   StreamOutput& Output() noexcept { return _output; }
 

@@ -23,7 +23,7 @@ constexpr double MaxBits = 0.25;
 constexpr double LowestBitRate = 100'000;
 constexpr double HighestBitRate = 50'000'000;
 
-std::int64_t BitRate(const AVCodecParameters& parameters, double picturesPerSecond) {
+std::int64_t UsualBitRate(const AVCodecParameters& parameters, double picturesPerSecond) {
   const double elements =
       static_cast<double>(parameters.width) * parameters.height * picturesPerSecond;
   const double asked =
@@ -43,7 +43,7 @@ Status VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational fra
   }
   const double picturesPerSecond = av_q2d(frameRate);
   settings.frameRate = frameRate;
-  settings.bitRate = BitRate(parameters, picturesPerSecond);
+  settings.bitRate = UsualBitRate(parameters, picturesPerSecond);
   settings.gop = std::max(1, static_cast<int>(picturesPerSecond * GopSeconds));
   settings.preset = Preset;
   settings.profile = Profile;

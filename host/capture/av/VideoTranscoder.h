@@ -14,6 +14,8 @@ class VideoTranscoder final : public StreamPath {
   Status Push(AVPacket& packet) override;
   Status Break() override;
   Status Finish() override { return Break(); }
+  std::int64_t BitRate() const override { return _encoder.BitRate(); }
+  void SetBitRate(std::int64_t bitRate) override { _encoder.SetBitRate(bitRate); }
 
  private:
   Status Encode(AVFrame& frame);

@@ -28,6 +28,8 @@ using publication::ShownUrl;
 constexpr std::chrono::milliseconds LookPeriod{100};
 constexpr std::chrono::seconds JsonPeriod{1};
 constexpr std::chrono::seconds MonitorPeriod{1};
+/// How often it is looked whether the bit rate fits the links.
+constexpr std::chrono::milliseconds AdaptPeriod{250};
 constexpr char MonitorPort[] = "8089";
 
 struct Options {
@@ -129,6 +131,7 @@ class Publish {
   bool Serve() {
     auto next = Clock::now();
     auto sample = _monitor ? next : Clock::time_point::max();
+    auto adapt = _options.what.adapt ? next : Clock::time_point::max();
     const auto end = Ends(_start);
     while (true) {
       const auto now = Clock::now();
@@ -143,9 +146,13 @@ class Publish {
         _monitor->Add(Figures());
         sample = now + MonitorPeriod;
       }
+      if (now >= adapt) {
+        _publication.Adapt();
+        adapt = now + AdaptPeriod;
+      }
       // Servers that could not be published to at the start may be back.
       const auto retry = _options.what.fast ? Clock::time_point::max() : _publication.OpenMissing();
-      auto wake = std::min({end, next, sample, retry});
+      auto wake = std::min({end, next, sample, adapt, retry});
       if (_publication.Ending()) wake = std::min(wake, now + LookPeriod);
       if (_loop.WaitOrWork(-1, wake, _line.Terminal()) == ControlLoop::Woken::Signal) break;
     }
@@ -245,8 +252,13 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
                    "Seconds that a live stream may be late before it goes on at its newest key\n"
                    "frame (2); 0: any")
       ->check(CLI::Range(0.0, 3600.0));
-  publish->add_flag("--fast", options->what.fast,
-                    "As fast as the servers take it; nothing is dropped");
+  auto* fast = publish->add_flag("--fast", options->what.fast,
+                                 "As fast as the servers take it; nothing is dropped");
+  publish
+      ->add_flag("--adapt", options->what.adapt,
+                 "Encode with no more than the slowest link holds; for what is not encoded here,\n"
+                 "the message \"bit_rate\" tells what would fit")
+      ->excludes(fast);
   publish->add_flag(
       "--no-copy", [options](std::int64_t) { options->what.copy = false; },
       "Send frames from where they lie, without copying them");

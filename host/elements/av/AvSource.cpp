@@ -124,6 +124,7 @@ void AvSource::Register() {
                "true: never pass packets through"),
        Setting(LibavOptions, &AvSource::SetText<LibavOptions>, &AvSource::GetText<LibavOptions>,
                "options for libavformat, as key=value,..."),
+       Setting("bit-rate", &AvSource::SetBitRate, &AvSource::GetBitRate, BitRateText),
        Figure("packets", &AvSource::GetPackets, "packets delivered"),
        Figure("bytes", &AvSource::GetBytes, "bytes delivered")});
   base::Describe(cl, "nimbo-av", "reads files, devices and network streams with libavformat");
