@@ -12,6 +12,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 #include <utility>
 
 #include "common/FileDescriptor.h"
@@ -83,6 +85,32 @@ void FlushPrinted(int descriptor) {
 
 }  // namespace
 
+namespace {
+
+/// Whether colours are unwanted, as programs agree to be told: https://no-color.org.
+bool Plain() {
+  static const bool plain = [] {
+    const char* set = std::getenv("NO_COLOR");
+    return set && *set;
+  }();
+  return plain;
+}
+
+/// `text` without its colours ("ESC [ NUMBERS m").
+std::string WithoutColours(std::string_view text) {
+  constexpr std::string_view Begin = "\033[";
+  std::string plain;
+  for (auto at = text.find(Begin); at != std::string_view::npos; at = text.find(Begin)) {
+    const auto end = text.find_first_not_of("0123456789;", at + Begin.size());
+    const bool colour = end != std::string_view::npos && text[end] == 'm';
+    plain += text.substr(0, colour ? at : at + 1);
+    text.remove_prefix(colour ? end + 1 : at + 1);
+  }
+  return plain.append(text);
+}
+
+}  // namespace
+
 void Outlet::NeverWaitHere() noexcept { t_never_waits = true; }
 
 void Outlet::Hurry(bool on) noexcept { s_hurry.store(on, std::memory_order_relaxed); }
@@ -91,6 +119,8 @@ bool Outlet::Write(std::string_view text) {
   // A reader that has gone must not end the process.
   const SigPipeGuard guard;
   FlushPrinted(_descriptor);
+  const std::string plain = Plain() ? WithoutColours(text) : std::string();
+  if (Plain()) text = plain;
   while (true) {
     const bool waits = MayWait();
     {

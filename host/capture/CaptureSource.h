@@ -28,12 +28,18 @@ class NIMBO_API CaptureSource {
   /// [control] Begins to produce; the time stamps of all sources are those of CLOCK_MONOTONIC at
   /// which (or, for a file, as if) the picture or sound was taken.
   virtual bool Start() = 0;
+  /// [control] The time stamp at which it began, once it was started; 0 where its time stamps begin
+  /// there by themselves.
+  virtual std::int64_t Began() const { return 0; }
   /// [capturing] The next packet. Its media is one of Streams(), or, where a stream changed its
   /// parameters, another one of that stream's codec. Waits until it is due. Null at the end of the
   /// source, after Abort, and on an error that was told in one console line.
   virtual Held<stream::Packet> Read() = 0;
   /// [any] Ends a Read that waits, and every later one until the next Start.
   virtual void Abort() = 0;
+  /// [capturing] True when the end that Read told came before its time: the source failed, or is
+  /// one that has no end.
+  virtual bool Lost() const { return false; }
   /// [control] No Read is under way.
   virtual void Close() = 0;
   /// [any] True when the source can wait (a file or a pipe), so that a consumer that is slow holds

@@ -128,6 +128,7 @@ bool EsSource::Open() {
   }
   _played = 1;
   _round_start = _position = _picture = _origin = 0;
+  _failed = false;
   return true;
 }
 
@@ -164,7 +165,8 @@ EsTrack* EsSource::Next() {
     EsTrack* next = nullptr;
     for (const auto& track : _tracks) {
       auto found = track->Peek();
-      if (!found || *found == Reading::Aborted) return nullptr;
+      _failed = !found;
+      if (_failed || *found == Reading::Aborted) return nullptr;
       if (*found == Reading::End) continue;
       if (!next || track->Time() < next->Time()) next = track.get();
     }
@@ -178,7 +180,8 @@ bool EsSource::Again() {
   std::int64_t length = 0;
   for (const auto& track : _tracks) length = std::max(length, track->Time());
   for (const auto& track : _tracks) {
-    if (!track->Rewind()) return false;
+    _failed = !track->Rewind();
+    if (_failed) return false;
   }
   _round_start += length;
   ++_played;

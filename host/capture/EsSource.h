@@ -33,8 +33,10 @@ class NIMBO_API EsSource final : public CaptureSource {
   bool Open() override;
   const std::vector<stream::IMedia*>& Streams() const override { return _streams; }
   bool Start() override;
+  std::int64_t Began() const override { return _origin; }
   Held<stream::Packet> Read() override;
   void Abort() override { _abort.Set(); }
+  bool Lost() const override { return _failed; }
   void Close() override;
   /// A file and a pipe can wait, at either pace.
   bool Unpaced() const override { return true; }
@@ -51,6 +53,7 @@ class NIMBO_API EsSource final : public CaptureSource {
   std::vector<Held<stream::IMedia>> _media;  ///< keeps what _streams shows
   std::vector<stream::IMedia*> _streams;     ///< as Open found them
   bool _fast = false;
+  bool _failed = false;
   std::uint64_t _plays = 1;       ///< asked for; 0: without end
   std::uint64_t _played = 0;      ///< so far
   std::int64_t _round_start = 0;  ///< time of the first frame of this round, in the source's time

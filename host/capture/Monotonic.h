@@ -17,4 +17,8 @@ constexpr std::int64_t Never = std::numeric_limits<std::int64_t>::max();
 /// [any] What the host's clock shows.
 NIMBO_API std::int64_t MonotonicNow();
 
+/// [any] When the first stream of this process began, which is when its time stamps begin at 0:
+/// `began`, for the first one that asks.
+NIMBO_API std::int64_t ZeroOfStreams(std::int64_t began);
+
 }  // namespace nimbo::capture

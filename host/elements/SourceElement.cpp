@@ -4,10 +4,17 @@
 #include <cstring>
 
 #include "host/base/Console.h"
+#include "host/capture/Monotonic.h"
+#include "host/stream/PacketPool.h"
 
 namespace nimbo::stream {
 
-bool SourceElement::Start() { return _source->Start() && ThreadElement::Start(); }
+bool SourceElement::Start() {
+  if (!_source->Start()) return false;
+  const std::int64_t began = _source->Began();
+  _zero = began != 0 ? capture::ZeroOfStreams(began) : 0;
+  return ThreadElement::Start();
+}
 
 bool SourceElement::SetBitRate(const char* text) {
   constexpr std::int64_t Least = 10'000, Most = 200'000'000;
@@ -27,13 +34,16 @@ void SourceElement::Run() {
   while (!Stopping()) {
     const Held<Packet> packet = _source->Read();
     if (!packet) break;
+    if (auto* own = dynamic_cast<HostPacket*>(packet.get())) own->SetBack(_zero);
     Port* output = OutputFor(*packet);
     if (output && output->Deliver(*packet)) {
       ++_packets;
       _bytes += packet->Size();
     }
   }
-  if (!Stopping()) SendMessageUp("end_of_stream", nullptr, nullptr);
+  if (Stopping()) return;
+  if (_source->Lost()) SendMessageUp("source_lost", nullptr, nullptr);
+  SendMessageUp("end_of_stream", nullptr, nullptr);
 }
 
 void SourceElement::EndWaits() { _source->Abort(); }

@@ -9,8 +9,10 @@
 namespace nimbo::stream {
 
 /// An element that brings the packets of a capture source into its pipeline, in a thread of its
-/// own. At the end of the source it sends the message "end_of_stream" up. Property "bit-rate": bits
-/// a second that a source is to encode its pictures with, while it is open.
+/// own. Their time stamps count from when the first source of the process began. At the end of the
+/// source it sends the message "end_of_stream" up, in front of it "source_lost" where that end came
+/// before its time. Property "bit-rate": bits a second that a source is to encode its pictures
+/// with, while it is open.
 class NIMBO_API SourceElement : public ThreadElement {
  public:
   bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }
@@ -41,6 +43,7 @@ class NIMBO_API SourceElement : public ThreadElement {
   void Run() override;
   void EndWaits() override;
 
+  std::int64_t _zero = 0;  ///< of the source's time stamps
   std::atomic<unsigned int> _packets{0};
   std::atomic<unsigned long long> _bytes{0};
 };

@@ -1,5 +1,6 @@
 #include "host/publication/Capture.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 
 #include "host/base/Nearest.h"
 #include "host/base/Pin.h"
+#include "host/base/ShownAddress.h"
 #include "host/stream/Message.h"
 #include "host/stream/State.h"
 #include "nimbo/stream/factory.h"
@@ -59,16 +61,21 @@ std::string NearbyFile(const std::string& input) {
   fs::directory_iterator entry(folder.empty() ? "." : folder, error);
   for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
     if (entry->is_directory(unclear)) continue;
+    // Among the devices only those are inputs whose names stand for pictures.
+    if (folder == "/dev" && !entry->path().filename().string().starts_with("video")) continue;
     files.push_back((folder / entry->path().filename()).string());
   }
   return base::DidYouMean(input, files);
 }
 
+Status CheckBraces(const std::string& input) {
+  if (BracesMatch(input)) return {};
+  return Status::Failed("the name \"" + base::ShownAddress(input) +
+                        "\" has a brace without its other half, which cannot be given");
+}
+
 Status CheckInput(const std::string& input) {
-  if (!BracesMatch(input)) {
-    return Status::Failed("the name \"" + input +
-                          "\" has a brace without its other half, which cannot be given");
-  }
+  if (Status fits = CheckBraces(input); !fits) return fits;
   if (input == "-" || input.find("://") != std::string::npos) return {};
   // It is not opened yet: that would wait for the writer of a named pipe, and then end it.
   if (access(input.c_str(), R_OK) == 0) return {};
@@ -85,6 +92,28 @@ std::string CameraText(const std::string& encoder) {
 
 std::string CapturePipeline(const std::string& source, const std::string& behind) {
   return "type=pipeline,serialize={shm-source:connect={pv:" + source + "}" + behind + "}";
+}
+
+Result<std::string> LibavConnection(const std::string& input,
+                                    const std::vector<base::Attribute>& options) {
+  // What a device is called need be no file.
+  const bool named = std::any_of(options.begin(), options.end(),
+                                 [](const auto& option) { return option.first == "format"; });
+  if (Status readable = named ? CheckBraces(input) : CheckInput(input); !readable) return readable;
+  std::string text = "av";
+  for (const auto& [key, value] : options) {
+    if (Status fits = CheckBraces(value); !fits) return fits;
+    text += "," + key + "={" + value + "}";
+  }
+  return text + ",url={" + input + "}";
+}
+
+bool IsElementary(const std::string& input) { return ElementaryKey(input) != nullptr; }
+
+bool IsPipe(const std::string& input) {
+  struct stat status = {};
+  return input == "-" || input.starts_with("pipe:") ||
+         (stat(input.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
 }
 
 Result<std::string> InputConnection(const std::vector<std::string>& inputs) {
@@ -118,6 +147,7 @@ Result<std::string> CaptureConfiguration(const CaptureOptions& options) {
 CaptureView::CaptureView()
     : _listener(stream::MessageListeners::Global().Add([this](const stream::Message& message) {
         if (message.name == "end_of_stream") ++_ended;
+        if (message.name == "source_lost") _lost = true;
       })) {}
 
 CaptureView::~CaptureView() { stream::MessageListeners::Global().Remove(_listener); }

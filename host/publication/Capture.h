@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "common/Status.h"
+#include "host/base/ConfigText.h"
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/element.h"
 #include "nimbo/stream/packet_ring.h"
@@ -34,6 +35,15 @@ std::string CapturePipeline(const std::string& source, const std::string& behind
 /// audio. Fails for an input that cannot be read or named in such a text.
 Result<std::string> InputConnection(const std::vector<std::string>& inputs);
 
+/// The same for any input that libavformat opens, with options of the capture source "av".
+Result<std::string> LibavConnection(const std::string& input,
+                                    const std::vector<base::Attribute>& options);
+
+/// True for a file that the host reads itself.
+bool IsElementary(const std::string& input);
+/// True for an input that can be read once only: the standard input or another pipe.
+bool IsPipe(const std::string& input);
+
 /// What a pusher has taken out of the rings of its capture application.
 struct CaptureCount {
   std::uint64_t videoPackets = 0;
@@ -55,6 +65,8 @@ class CaptureView {
   CaptureCount Count() const;
   /// True when every source has come to its end.
   bool Ended() const;
+  /// True when a source has ended before its time.
+  bool Lost() const noexcept { return _lost; }
   /// True when all packets were taken out of the queues and rings.
   bool Empty() const;
 
@@ -65,6 +77,7 @@ class CaptureView {
   stream::Application* _application = nullptr;
   int _listener;
   std::ptrdiff_t _ended = 0;  ///< sources that have come to their end
+  bool _lost = false;
 };
 
 }  // namespace nimbo::publication

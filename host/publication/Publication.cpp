@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "host/base/Nearest.h"
+#include "host/base/ShownAddress.h"
 #include "host/publication/Capture.h"
 #include "host/publication/Url.h"
 #include "host/stream/Builder.h"
@@ -58,6 +60,32 @@ std::string Text(IElement& element, const char* property) {
   return text;
 }
 
+/// The capture sources of the input, as the texts behind "pv:".
+Result<std::vector<std::string>> Connections(const PublishOptions& options) {
+  auto ofInput = options.inputOptions;
+  auto ofSound = options.audioOptions;
+  if (!options.audioBitRate.empty()) {
+    (options.audio.empty() ? ofInput : ofSound).emplace_back("audio_bitrate", options.audioBitRate);
+  }
+  const bool elementary = IsElementary(options.input) && ofInput.empty() && ofSound.empty();
+  if (elementary || options.audio.empty()) {
+    std::vector<std::string> inputs = {options.input};
+    if (!options.audio.empty()) inputs.push_back(options.audio);
+    auto connection =
+        elementary ? InputConnection(inputs) : LibavConnection(options.input, ofInput);
+    if (!connection) return connection.Failure();
+    return std::vector{*connection};
+  }
+  if (options.fast) {
+    return Status::Failed("sound from an input of its own runs in real time: --fast is for one");
+  }
+  auto pictures = LibavConnection(options.input, ofInput);
+  if (!pictures) return pictures.Failure();
+  auto sound = LibavConnection(options.audio, ofSound);
+  if (!sound) return sound.Failure();
+  return std::vector{*pictures + ",streams=video", *sound + ",streams=audio"};
+}
+
 }  // namespace
 
 Result<std::string> SourceConfiguration(const PublishOptions& options) {
@@ -67,22 +95,26 @@ Result<std::string> SourceConfiguration(const PublishOptions& options) {
       return Status::Failed(
           "the simulated camera runs in real time: --fast and --loop are for files");
     }
-    if (!options.audio.empty()) {
+    if (!options.audio.empty() || !options.inputOptions.empty() || !options.audioOptions.empty() ||
+        !options.audioBitRate.empty()) {
       return Status::Failed(
-          "the simulated camera has sound of its own: --audio is for elementary streams");
+          "the simulated camera has sound and settings of its own (test:W=1280,br=2000000): "
+          "--audio and the options of inputs and encoders are for others");
     }
     return TestConfiguration(input.substr(sizeof TestInput - 1));
   }
-  std::vector<std::string> inputs = {input};
-  if (!options.audio.empty()) inputs.push_back(options.audio);
-  auto connection = InputConnection(inputs);
+  auto connection = Connections(options);
   if (!connection) {
-    const bool meant = input + ":" == TestInput;
+    const bool meant = !base::Nearest(input.substr(0, input.find(':')) + ":", {TestInput}).empty();
     return Status::Failed(connection.Why() + (meant ? "; the simulated camera is \"test:\"" : ""));
   }
-  std::string source = *connection;
-  if (!options.loop.empty()) source += ",loop=" + options.loop;
-  return options.fast ? CapturePipeline(source + ",pace=fast", "") : CapturePipeline(source);
+  std::string text;
+  for (std::string source : *connection) {
+    if (!options.loop.empty()) source += ",loop=" + options.loop;
+    if (options.fast) source += ",pace=fast";
+    text += (text.empty() ? "" : "+") + CapturePipeline(source, options.fast ? "" : "+RingSink");
+  }
+  return text;
 }
 
 Publication::Publication()
@@ -98,7 +130,7 @@ Publication::~Publication() {
 }
 
 Status Publication::Build(const PublishOptions& options, const std::string& source) {
-  Status failed = Status::Failed("cannot publish \"" + options.input + "\"");
+  Status failed = Status::Failed("cannot publish \"" + base::ShownAddress(options.input) + "\"");
   // An output without a ring has one taker, so each address then gets a source of its own.
   std::string text = source;
   for (const std::string& url : options.urls) {
@@ -355,6 +387,7 @@ void Publication::Receive(const stream::Message& message) {
     ++_ended;
     return;
   }
+  _lost_source = _lost_source || message.name == "source_lost";
   for (std::size_t i = 0; i < _clients.size(); ++i) {
     if (stream::PathOf(*_clients[i].element) != message.path) continue;
     if (message.name == "bit_rate") continue;  // sent by Adapt

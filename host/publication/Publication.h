@@ -8,6 +8,7 @@
 
 #include "common/Status.h"
 #include "host/base/Clock.h"
+#include "host/base/ConfigText.h"
 #include "host/publication/ClientFigures.h"
 #include "host/publication/Link.h"
 #include "host/publication/RateControl.h"
@@ -23,7 +24,12 @@ namespace nimbo::publication {
 /// What is to be published, where and how.
 struct PublishOptions {
   std::string input;
-  std::string audio;  ///< elementary stream beside an elementary video input; may be empty
+  std::string audio;  ///< where the sound comes from if not from `input`; may be empty
+  /// Options of the capture source "av" for both; without any, the host reads elementary files
+  /// itself.
+  std::vector<base::Attribute> inputOptions;
+  std::vector<base::Attribute> audioOptions;
+  std::string audioBitRate;  ///< of sound that is encoded; empty: as usual
   std::vector<std::string> urls;
   std::string loop;    ///< how often a file is played: a number or "true"; empty: once
   bool fast = false;   ///< as fast as the server takes it, with nothing dropped
@@ -78,6 +84,8 @@ class Publication {
   void End() { _over = true; }
   /// True when every source has come to its end and everything it gave has been published.
   bool Finished() const;
+  /// True when a source has ended before its time.
+  bool LostSource() const noexcept { return _lost_source; }
   /// True when a message of a failure came up.
   bool SawFailure() const noexcept { return _saw_failure; }
   /// The messages that came up since the last call: CLIENT-NUMBER and name.
@@ -127,6 +135,7 @@ class Publication {
   std::vector<Client> _clients;
   std::vector<std::pair<std::size_t, std::string>> _messages;
   std::size_t _ended = 0;  ///< sources that have come to their end
+  bool _lost_source = false;
   bool _saw_failure = false;
   bool _over = false;
   unsigned int _attempts = 3;

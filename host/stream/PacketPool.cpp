@@ -65,6 +65,10 @@ void HostPacket::Describe(unsigned int size, bool key, std::int64_t timeStamp,
   _sequence = sequence;
 }
 
+void HostPacket::SetBack(std::int64_t zero) noexcept {
+  _time_stamp = std::max<std::int64_t>(_time_stamp - zero, 0);
+}
+
 void HostPacket::Destroy() noexcept {
   if (_media) _media->Release();
   _media = nullptr;

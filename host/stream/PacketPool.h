@@ -16,6 +16,8 @@ class NIMBO_API HostPacket final : public Packet {
   /// Describes the payload: `size` bytes of what was asked for are used.
   void Describe(unsigned int size, bool key, std::int64_t timeStamp, std::uint32_t sequence,
                 IMedia* media);
+  /// Counts its time from `zero` on; nothing is earlier. It must not have been shared yet.
+  void SetBack(std::int64_t zero) noexcept;
 
  protected:
   void Destroy() noexcept override;

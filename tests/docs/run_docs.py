@@ -10,7 +10,6 @@ import os
 import pathlib
 import re
 import signal
-import socketserver
 import subprocess
 import sys
 import tempfile
@@ -22,6 +21,8 @@ import time
 # "LANGUAGE (file NAME)" is written into that file; every other language is for reading.
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "tests/support"))
+import rtsp_camera  # noqa: E402  pylint: disable=wrong-import-position
 UNIT = ROOT / "packaging/nimbo-publish@.service.in"
 CLIP = "ffmpeg -nostdin -v error -y -f lavfi -i testsrc2=s=1280x720:r=30"
 ONE_SLICE = "-c:v libx264 -preset ultrafast -pix_fmt yuv420p -bf 0 -x264-params slices=1"
@@ -35,9 +36,10 @@ PLACES = [
     (r"(DNS:|-servername |-verify_hostname )server\b", "\\1localhost"),
     (r"rtsp://camera/", "rtsp://127.0.0.1:{rtsp}/"),
     (r"rtsp_transport=tcp", "rtsp_transport=udp"),
-    (r"format=(v4l2|alsa)", "format=lavfi"),
-    (r"url=/dev/video0(?=['}])", "url=testsrc2=size=1280x720:rate=30"),
-    (r"url=default(?=['}])", "url=sine=sample_rate=48000"),
+    (r"format (v4l2|alsa)", "format lavfi"),
+    (r"publish /dev/video0", "publish testsrc2=size=1280x720:rate=30"),
+    (r" --input-option (input_format=mjpeg|video_size=1280x720|framerate=30)", ""),
+    (r"--audio default", "--audio sine=sample_rate=48000"),
     (r"/etc/nimbo/", "etc/nimbo/"),
     (r"(?<![\w/])build/release\b", "{build}"),
     (r"(?<![\w/])(?:\./)?(publish\.sh|tools/)", "{root}/\\1"),
@@ -59,35 +61,6 @@ STAND_INS = {
         -t 2 {ONE_SLICE} -g "${{is[--intra]}}" -b:v "${{is[--bitrate]}}" \\
         -profile:v "${{is[--profile]}}" -f h264 "${{is[-o]}}" """,
 }
-
-
-class Camera(socketserver.StreamRequestHandler):
-    """A network camera: as much of RTSP (RFC 2326) as a client asks for. ffmpeg sends the RTP."""
-
-    description = """v=0\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=video 0 RTP/AVP 96\r
-a=rtpmap:96 H264/90000\r\na=fmtp:96 packetization-mode=1\r\na=control:video\r\n"""
-
-    def handle(self):
-        port, sender = 0, None
-        while line := self.rfile.readline().decode():
-            method = line.split()[0]
-            reply = "Session: 1\r\nPublic: DESCRIBE, SETUP, PLAY\r\n"
-            while header := self.rfile.readline().decode().strip():
-                if header.startswith("CSeq"):
-                    reply += header + "\r\n"
-                if found := re.match(r"Transport:.*client_port=(\d+)", header):
-                    port = found[1]
-                    reply += header + ";server_port=9-9\r\n"
-            body = self.description if method == "DESCRIBE" else ""
-            reply += f"Content-Type: application/sdp\r\nContent-Length: {len(body)}\r\n\r\n"
-            self.wfile.write(f"RTSP/1.0 200 OK\r\n{reply}{body}".encode())
-            if method == "PLAY":
-                sender = subprocess.Popen(f"{CLIP} {ONE_SLICE} -g 15 -f rtp rtp://127.0.0.1:{port}"
-                                          .replace("-f lavfi", "-re -f lavfi").split(),
-                                          stdout=subprocess.DEVNULL)
-        if sender:
-            sender.kill()
-            sender.wait()
 
 
 def fail(why):
@@ -121,7 +94,7 @@ def arrived(recordings, name):
 
 def run_page(page, build):
     with tempfile.TemporaryDirectory() as name, \
-            socketserver.ThreadingTCPServer(("127.0.0.1", 0), Camera) as camera:
+            rtsp_camera.serve() as camera:
         folder = pathlib.Path(name)
         threading.Thread(target=camera.serve_forever, daemon=True).start()
         for place in ("etc", "etc/nimbo", "bin"):
@@ -153,6 +126,8 @@ def run_page(page, build):
 
 def run_block(place, text, known, folder):
     streams = set(re.findall(r"rtmps?://(?:server|backup)/live/(\w+)", text))
+    # Keys, wherever they are kept.
+    streams |= set(re.findall(r"(?:^echo |^NIMBO_KEY=)(\w+)(?= > key| nimbo|\n)", text, re.M))
     for called, here in PLACES:
         text = re.sub(called, lambda m, here=here: m.expand(here).format(**known), text)
     env = dict(os.environ, PATH=f"{folder}/bin:{known['build']}:{os.environ['PATH']}")

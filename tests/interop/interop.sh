@@ -334,6 +334,62 @@ ABackupServerTakesOverUntilItFails() {
   decodes_clean "$(newest)"
 }
 
+ACameraThatEndsIsALoss() {
+  start_server
+  local signal camera input status expected round=0
+  for signal in KILL STOP; do
+    round=$((round + 1))
+    exec {said}< <(exec setsid "$tools/../tests/support/rtsp_camera.py")
+    camera=$!
+    read -r input <&"$said" || fail "the camera did not start"
+    "${host[@]}" publish "$input" "$address$round" --input-option wait=2 </dev/null >"$log" 2>&1 &
+    pusher=$!
+    children+=("$camera" "$pusher")
+    until_true recorded $round 100000 || fail "nothing was recorded"
+    kill -$signal -- "-$camera"
+    status=0
+    wait "$pusher" || status=$?
+    kill -KILL -- "-$camera" 2>/dev/null || true
+    [ $status -eq 1 ] || fail "$signal: publish ended with $status"
+    expected="has ended, as a live input should not"
+    [ $signal = KILL ] || expected="nothing was received for 2 s"
+    [ "$(grep -c "$expected" "$log")" -eq 1 ] || fail "$signal: it is not told: $(cat "$log")"
+    grep -q "not everything was published: the input was lost" "$log" || fail "$signal: no reason"
+    # Its times begin at 0, whatever the clock of the machine shows.
+    ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv=p=0 "$(newest)" |
+      awk -F, 'NR == 1 && $1 > 0.5 { exit 1 }' || fail "its times begin late"
+  done
+}
+
+TheKeyIsToldNowhere() {
+  start_server
+  local key=a-key-that-is-secret page
+  NIMBO_KEY=$key "${host[@]}" publish test:W=1280,H=720 "${address%/*}/" --json --monitor 0 \
+    </dev/null >"$folder/json" 2>"$log" &
+  pusher=$!
+  children+=("$pusher")
+  until_true recorded 1 100000 || fail "nothing was recorded"
+  page=$(sed -n 's/^monitor: //p' "$log")
+  python3 -c '
+import sys, urllib.request
+for page in ("status.json?since=0", "metrics"):
+    print(urllib.request.urlopen(sys.argv[1] + page).read().decode())' "$page" >"$folder/pages"
+  tr "\0" " " <"/proc/$pusher/cmdline" >"$folder/words"
+  kill -TERM "$pusher"
+  wait "$pusher" || fail "publish ended with $?"
+  grep -q "a-ke\.\.\." "$folder/json" && grep -q "a-ke\.\.\." "$folder/pages" ||
+    fail "its stream is not named"
+  local told
+  told=$(grep -h -- "$key" "$folder/json" "$folder/pages" "$folder/words" "$log" |
+    grep -v "url=\|disconnect to" || true)
+  [ -z "$told" ] || fail "the key is told: $told"
+  tail -n 1 "$folder/json" | python3 -c '
+import json, sys
+end = json.loads(sys.stdin.read())
+assert (end["reason"], end["exit_code"]) == ("signal", 0), end
+assert end["clients"][0]["video"] > 0, end' || fail "the last object is wrong"
+}
+
 AFrozenServerIsLeftAndFoundAgain() {
   start_camera
   kill -STOP "$(cat "$folder/server/nginx.pid")"

@@ -22,18 +22,22 @@ constexpr std::int64_t Tolerance = 100 * NsPerMillisecond;
 
 }  // namespace
 
-Status AudioTranscoder::Open(const AVCodecParameters& parameters) {
+Status AudioTranscoder::Open(const AVCodecParameters& parameters, std::int64_t bitRate) {
   const int channels = parameters.ch_layout.nb_channels == 1 ? 1 : 2;
   if (Status opened = _decoder.Open(parameters); !opened) return opened;
   const int rate = NearestAacRate(parameters.sample_rate);
-  if (Status opened = _encoder.Open(rate, channels, BitRatePerChannel * channels); !opened) {
-    return opened;
-  }
+  _bit_rate = bitRate > 0 ? bitRate : BitRatePerChannel * channels;
+  if (Status opened = _encoder.Open(rate, channels, _bit_rate); !opened) return opened;
   _frame.reset(_encoder.NewFrame());
   _fifo.reset(av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, channels, static_cast<int>(AacFrameSamples)));
   if (!_frame || !_fifo) return Status::Failed(NoMemory);
   _output.SetMedia(_encoder.NewMedia());
   return {};
+}
+
+std::string AudioTranscoder::Described() const {
+  return std::to_string(_encoder.Rate()) + " Hz, " + std::to_string(_encoder.Channels()) +
+         " channels, " + std::to_string(_bit_rate / 1000) + " kbit/s";
 }
 
 Status AudioTranscoder::Push(AVPacket& packet) {

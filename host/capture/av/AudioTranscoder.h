@@ -9,7 +9,10 @@ namespace nimbo::capture::av {
 /// Any audio to AAC LC of one or two channels, at the same rate where that can be described.
 class AudioTranscoder final : public StreamPath {
  public:
-  Status Open(const AVCodecParameters& parameters);
+  /// `bitRate` of all channels in bits per second; 0: as usual.
+  Status Open(const AVCodecParameters& parameters, std::int64_t bitRate);
+  /// What it makes, in words.
+  std::string Described() const;
   Status Push(AVPacket& packet) override;
   Status Break() override;
   Status Finish() override;
@@ -17,6 +20,7 @@ class AudioTranscoder final : public StreamPath {
  private:
   Status Resample(AVFrame& frame);
   Status EncodeWhole();
+  std::int64_t _bit_rate = 0;
   std::int64_t TimeAt(std::int64_t sample) const;
 
   Decoder _decoder;

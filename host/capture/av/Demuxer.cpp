@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "host/base/Console.h"
 #include "host/capture/Monotonic.h"
@@ -24,6 +25,7 @@ constexpr std::int64_t LargestStep = 10 * NsPerSecond;
 constexpr AVRational DefaultFrameRate = {25, 1};
 /// How much of a live elementary stream is looked at: its first pictures tell all of it.
 constexpr std::int64_t RawAnalysis = 200'000;  ///< microseconds, as libavformat counts here
+constexpr int LiveRateProbe = 3;               ///< pictures
 constexpr char AnnexBFilter[] = "h264_mp4toannexb";
 
 constexpr std::size_t Index(Kind kind) { return static_cast<std::size_t>(kind); }
@@ -90,6 +92,8 @@ bool Demuxer::OpenInput() {
   // A format that is called as a codec is nothing but that codec's stream.
   const bool raw = avcodec_descriptor_get_by_name(_input->iformat->name) != nullptr;
   if (raw && !_regular_file) _input->max_analyze_duration = RawAnalysis;
+  // What the network brings is looked at no longer than for its sets: its rate matters little.
+  if (_options.Live()) _input->fps_probe_size = LiveRateProbe;
   Expect();
   result = avformat_find_stream_info(_input.get(), nullptr);
   if (Late()) result = AVERROR_EXIT;  // which it may have taken for the end
@@ -121,6 +125,10 @@ bool Demuxer::SelectTrack(Kind kind, AVMediaType type, bool wanted) {
       const int samples = std::max(1, stream.codecpar->frame_size);
       track.fallbackDuration = av_rescale(samples, NsPerSecond, rate);
       return true;
+    }
+    if (const auto* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
+      const double turned = av_display_rotation_get(reinterpret_cast<const std::int32_t*>(matrix));
+      _rotation = std::isnan(turned) ? 0 : static_cast<int>(std::lround(-turned));
     }
     _frame_rate = av_guess_frame_rate(_input.get(), &stream, nullptr);
     if (_frame_rate.num <= 0 || _frame_rate.den <= 0) _frame_rate = DefaultFrameRate;
@@ -242,9 +250,15 @@ void Demuxer::Resume() {
 
 bool Demuxer::Fail(const char* what, int code, const std::string& detail) const {
   const bool silent = code == AVERROR_EXIT && Late() && !_abort.IsSet();
+  std::string shown = detail;  // libavformat repeats addresses whole
+  const std::string hidden = _options.Shown();
+  for (auto at = shown.find(_options.url); at != std::string::npos && hidden != _options.url;
+       at = shown.find(_options.url, at + hidden.size())) {
+    shown.replace(at, _options.url.size(), hidden);
+  }
   return Refuse(
       "av: \"", _options.Shown(), "\" ", what, ": ",
-      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code), detail,
+      silent ? "nothing was received for " + InSeconds(_options.patience) : ErrorText(code), shown,
       code == AVERROR_PROTOCOL_NOT_FOUND ? _options.WhyUnknown() : "");
 }
 

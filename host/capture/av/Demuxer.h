@@ -36,6 +36,10 @@ class Demuxer {
   const AVCodecParameters* Parameters(Kind kind) const;
   /// Pictures a second as far as the input tells; {0, 1} when it does not.
   AVRational FrameRate() const { return _frame_rate; }
+  /// By how many degrees, clockwise, pictures are to be turned when they are shown.
+  int Rotation() const { return _rotation; }
+  /// True for what can be read again and again, as fast as it is wanted.
+  bool RegularFile() const { return _regular_file; }
 
   /// [capturing] What comes next: a packet, the start of a repetition, or the end. A failure has
   /// been told in one line.
@@ -73,6 +77,7 @@ class Demuxer {
   InputPtr _input;
   std::array<Track, KindCount> _tracks;
   AVRational _frame_rate = {0, 1};
+  int _rotation = 0;
   bool _regular_file = false;
   bool _named_pipe = false;
   bool _device = false;

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstring>
+#include <cstdlib>
+#include <limits>
 #include <sstream>
 
 #include "host/base/Console.h"
 #include "host/base/Framework.h"
 #include "host/base/Nearest.h"
+#include "host/base/ShownAddress.h"
 #include "host/capture/av/Libav.h"
 #include "nimbo/base/names.h"
 
@@ -32,6 +34,9 @@ constexpr char FilterDevice[] = "lavfi";
 /// Cameras, which libavformat does not recognise by themselves.
 constexpr char CameraPath[] = "/dev/video";
 constexpr char CameraFormat[] = "v4l2";
+
+constexpr const char* Presets[] = {"ultrafast", "superfast", "veryfast", "faster",
+                                   "fast",      "medium",    "slow"};
 
 constexpr char ConsumerOption[] = "plenckeys";
 
@@ -96,6 +101,55 @@ bool SetWait(InputOptions& options, const std::string& text) {
   return patience.has_value();
 }
 
+/// A whole number from `low` to `high`, with "k" or "M" behind it a thousand or a million of them.
+template <class Number>
+bool ReadNumber(const std::string& text, Number low, Number high, Number& number) {
+  std::int64_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || value < 0 || value > std::numeric_limits<int>::max()) return false;
+  const std::string unit(stop, end);
+  value *= unit == "k" ? 1000 : unit == "M" ? 1'000'000 : 1;
+  if ((!unit.empty() && unit != "k" && unit != "M") || value < std::int64_t{low} ||
+      value > std::int64_t{high}) {
+    return false;
+  }
+  number = static_cast<Number>(value);
+  return true;
+}
+
+bool SetVideoBitRate(InputOptions& options, const std::string& text) {
+  return ReadNumber<std::int64_t>(text, 10'000, 200'000'000, options.encoding.videoBitRate);
+}
+
+bool SetAudioBitRate(InputOptions& options, const std::string& text) {
+  return ReadNumber<std::int64_t>(text, 8'000, 512'000, options.encoding.audioBitRate);
+}
+
+bool SetSize(InputOptions& options, const std::string& text) {
+  const auto by = text.find('x');
+  auto& encoding = options.encoding;
+  return by != std::string::npos && ReadNumber(text.substr(0, by), 16, 8192, encoding.width) &&
+         ReadNumber(text.substr(by + 1), 16, 8192, encoding.height) &&
+         (encoding.width | encoding.height) % 2 == 0;
+}
+
+bool SetPictures(InputOptions& options, const std::string& text) {
+  char* end = nullptr;
+  options.encoding.pictures = std::strtod(text.c_str(), &end);
+  return *end == '\0' && options.encoding.pictures >= 1 && options.encoding.pictures <= 240;
+}
+
+bool SetGop(InputOptions& options, const std::string& text) {
+  return ReadNumber(text, 1, 3000, options.encoding.gop);
+}
+
+bool SetPreset(InputOptions& options, const std::string& text) {
+  options.encoding.preset = text;
+  return std::any_of(std::begin(Presets), std::end(Presets),
+                     [&](const char* known) { return text == known; });
+}
+
 constexpr struct {
   const char* key;
   bool (*set)(InputOptions& options, const std::string& text);
@@ -106,6 +160,12 @@ constexpr struct {
     {"loop", SetLoop, "the number of rounds is needed, or true for without end"},
     {"streams", SetStreams, "it is video, audio or both"},
     {"transcode", SetTranscode, "it is true or false"},
+    {"video_bitrate", SetVideoBitRate, "bits a second are needed, from 10k to 200M"},
+    {"audio_bitrate", SetAudioBitRate, "bits a second are needed, from 8k to 512k"},
+    {"size", SetSize, "WIDTHxHEIGHT is needed, both even and from 16 to 8192"},
+    {"fps", SetPictures, "the pictures a second are needed, from 1 to 240"},
+    {"keyint", SetGop, "the pictures from one key frame to the next are needed, from 1 to 3000"},
+    {"preset", SetPreset, "it is ultrafast, superfast, veryfast, faster, fast, medium or slow"},
     {"wait", SetWait, "the seconds that the input may be silent at first are needed, such as 30"},
 };
 
@@ -144,14 +204,7 @@ bool InputOptions::Network() const {
   return !scheme.empty() && !Is(scheme, "file");
 }
 
-std::string InputOptions::Shown() const {
-  const std::size_t begin = url.find("://");
-  if (begin == std::string::npos) return url;
-  const std::size_t host = url.find('@', begin);
-  const std::size_t password = url.find(':', begin + std::strlen("://"));
-  if (host == std::string::npos || password > host || url.find('/', password) < host) return url;
-  return url.substr(0, password + 1) + "***" + url.substr(host);
-}
+std::string InputOptions::Shown() const { return base::ShownAddress(url); }
 
 std::string InputOptions::WhyUnknown() const {
   std::vector<std::string> schemes{"file", "http", "https"};

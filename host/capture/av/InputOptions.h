@@ -6,6 +6,7 @@
 
 #include "host/base/ConfigText.h"
 #include "host/capture/Patience.h"
+#include "host/capture/av/Encoding.h"
 #include "nimbo/base/attr_set.h"
 
 struct AVInputFormat;
@@ -22,6 +23,7 @@ struct InputOptions {
   bool audio = true;
   bool transcode = false;                      ///< also what could be passed through
   std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
+  Encoding encoding;                           ///< of what is transcoded
   std::vector<base::Attribute> rest;           ///< for libavformat
 
   /// The descriptor that `url` stands for; -1 when it is none.
@@ -43,8 +45,8 @@ struct InputOptions {
   static std::string WhyUseless(const std::string& key);
 };
 
-/// Reads the options url, format, pace, loop, streams, transcode and wait; all others are meant for
-/// libavformat. False, with one line, when a value is wrong or there is no url.
+/// Reads the options of LibavSource; all others are meant for libavformat. False, with one line,
+/// when a value is wrong or there is no url.
 bool ReadInputOptions(const base::AttrSet& from, InputOptions& options);
 
 }  // namespace nimbo::capture::av

@@ -11,14 +11,16 @@ namespace nimbo::capture::av {
 namespace {
 
 /// How much of an input is looked at before it is decided what can be passed through: so many key
-/// frames (whole groups of pictures lie between them), else so many packets or bytes.
+/// frames (whole groups of pictures lie between them) and pictures, else so many packets or bytes.
 struct ProbeLimits {
   int keyFrames;
+  int pictures;
   std::size_t packets;
 };
-constexpr ProbeLimits FileLimits = {3, 1000};
-/// What is looked at is late by as much.
-constexpr ProbeLimits LiveLimits = {2, 150};
+constexpr ProbeLimits FileLimits = {3, 0, 1000};
+/// What is looked at of anything but a file is late by as much. The sets stand in front of the
+/// first key frame, and pictures that are reordered or cut into slices come soon behind it.
+constexpr ProbeLimits LiveLimits = {1, 6, 150};
 constexpr std::int64_t MaxProbedBytes = std::int64_t{64} * 1024 * 1024;
 
 /// A stream may be so much ahead of the other one before it no longer waits for it.
@@ -61,6 +63,7 @@ void LibavSource::Close() {
   for (auto& path : _paths) path.reset();
   _demuxer.Close();
   _ended = false;
+  _lost = false;
   _arrival = 0;
   _position = 0;
 }
@@ -78,10 +81,12 @@ bool LibavSource::Probe() {
 }
 
 bool LibavSource::ProbeGoesOn() const {
-  const ProbeLimits& limits = _options.Live() ? LiveLimits : FileLimits;
+  const ProbeLimits& limits = _demuxer.RegularFile() ? FileLimits : LiveLimits;
   const AVCodecParameters* video = _demuxer.Parameters(Kind::Video);
   const AVCodecParameters* audio = _demuxer.Parameters(Kind::Audio);
-  int keyFrames = video && video->codec_id == AV_CODEC_ID_H264 ? limits.keyFrames : 0;
+  const bool passable = video && video->codec_id == AV_CODEC_ID_H264;
+  int keyFrames = passable ? limits.keyFrames : 0;
+  int pictures = passable ? limits.pictures : 0;
   // A stream that does not tell its configuration at the beginning tells it in every frame.
   int audioFrames = audio && audio->extradata_size == 0 ? 1 : 0;
   std::int64_t bytes = 0;
@@ -89,9 +94,11 @@ bool LibavSource::ProbeGoesOn() const {
     if (!event.packet) return false;
     bytes += event.packet->size;
     if (event.kind == Kind::Audio) --audioFrames;
-    if (event.kind == Kind::Video && (event.packet->flags & AV_PKT_FLAG_KEY) != 0) --keyFrames;
+    if (event.kind != Kind::Video) continue;
+    if ((event.packet->flags & AV_PKT_FLAG_KEY) != 0) --keyFrames;
+    --pictures;
   }
-  return (keyFrames > 0 || audioFrames > 0) && _probed.size() < limits.packets &&
+  return (keyFrames > 0 || pictures > 0 || audioFrames > 0) && _probed.size() < limits.packets &&
          bytes < MaxProbedBytes;
 }
 
@@ -105,6 +112,7 @@ std::vector<const AVPacket*> LibavSource::Beginning(Kind kind) const {
 
 bool LibavSource::ChoosePaths() {
   std::string obstacles[KindCount];
+  std::string made[KindCount];
   for (const Kind kind : {Kind::Video, Kind::Audio}) {
     const AVCodecParameters* parameters = _demuxer.Parameters(kind);
     if (!parameters) continue;
@@ -118,7 +126,9 @@ bool LibavSource::ChoosePaths() {
     } else {
       obstacle = AudioObstacle(*parameters, beginning);
     }
-    if (_options.transcode && obstacle.empty()) obstacle = "as asked for";
+    const Encoding& wanted = _options.encoding;
+    const bool asked = kind == Kind::Video ? wanted.AsksForVideo() : wanted.AsksForAudio();
+    if ((_options.transcode || asked) && obstacle.empty()) obstacle = "as asked for";
     Status opened;
     if (kind == Kind::Video && obstacle.empty()) {
       path = std::make_unique<H264Pass>(parameters->width, parameters->height, sets);
@@ -127,11 +137,13 @@ bool LibavSource::ChoosePaths() {
                                        parameters->extradata_size == 0);
     } else if (kind == Kind::Video) {
       auto transcoder = std::make_unique<VideoTranscoder>();
-      opened = transcoder->Open(*parameters, _demuxer.FrameRate());
+      opened = transcoder->Open(*parameters, _demuxer.FrameRate(), wanted);
+      if (opened) made[Index(kind)] = transcoder->Described();
       path = std::move(transcoder);
     } else {
       auto transcoder = std::make_unique<AudioTranscoder>();
-      opened = transcoder->Open(*parameters);
+      opened = transcoder->Open(*parameters, wanted.audioBitRate);
+      if (opened) made[Index(kind)] = transcoder->Described();
       path = std::move(transcoder);
     }
     if (!opened) {
@@ -145,11 +157,32 @@ bool LibavSource::ChoosePaths() {
   std::string reasons;
   for (const Kind kind : {Kind::Video, Kind::Audio}) {
     if (obstacles[Index(kind)].empty()) continue;
-    reasons += std::string(reasons.empty() ? "" : ", ") + KindNames[Index(kind)] +
-               " is transcoded (" + obstacles[Index(kind)] + ")";
+    reasons += std::string(reasons.empty() ? "" : "; ") + KindNames[Index(kind)] +
+               " is transcoded (" + obstacles[Index(kind)] + "): " + made[Index(kind)];
   }
+  Warn(obstacles[Index(Kind::Video)].empty());
   if (!reasons.empty()) Explain("av: \"", _options.Shown(), "\": ", reasons);
   return true;
+}
+
+/// Says what of its pictures servers and players will hardly take as it is.
+void LibavSource::Warn(bool passed) const {
+  const AVCodecParameters* video = _demuxer.Parameters(Kind::Video);
+  if (!video) return;
+  const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(video->format));
+  const bool deep = format && format->comp[0].depth > 8;
+  const bool full = format && (format->log2_chroma_w != 1 || format->log2_chroma_h != 1);
+  if (passed && (deep || full)) {
+    Explain("av: \"", _options.Shown(), "\": its pictures have ",
+            deep ? std::to_string(format->comp[0].depth) + " bits" : "",
+            deep && full ? " and " : "", full ? "other than 4:2:0 colours" : "",
+            ", which most servers and players cannot use; with --preset superfast they are encoded "
+            "anew");
+  }
+  if (_demuxer.Rotation() != 0) {
+    Explain("av: \"", _options.Shown(), "\": its pictures are to be turned by ",
+            _demuxer.Rotation(), " degrees, which they are not: they are published as they lie");
+  }
 }
 
 bool LibavSource::Start() {
@@ -233,6 +266,10 @@ void LibavSource::Handle(Demuxer::Event& event) {
         if (path && !_ended) EndIfFailed(path->Finish());
       }
       _ended = true;
+      _lost = _lost || _options.Live() || event.result == Demuxer::Result::Failed;
+      if (_options.Live() && event.result == Demuxer::Result::End) {
+        Refuse("av: \"", _options.Shown(), "\" has ended, as a live input should not");
+      }
       break;
     case Demuxer::Result::Aborted:
       break;
@@ -242,6 +279,7 @@ void LibavSource::Handle(Demuxer::Event& event) {
 void LibavSource::EndIfFailed(const Status& step) {
   if (step) return;
   _ended = true;
+  _lost = true;
   Refuse("av: \"", _options.Shown(), "\": ", step.Why());
 }
 

@@ -21,8 +21,9 @@ namespace nimbo::capture::av {
 /// Options: `url`; `format`, where libavformat does not find it out (v4l2, alsa, ...); `pace`:
 /// `realtime` (as usual) or `fast`; `loop`, how often it is played: a number, or `true` for without
 /// end; `streams`: `video`, `audio` or `both` (as usual); `transcode`: `true` for never passing
-/// through; `wait`: how many seconds the input may be silent while it is opened (10 as usual; what
-/// comes from the network also later). All others go to libavformat.
+/// through; `video_bitrate`, `size`, `fps`, `keyint`, `preset` and `audio_bitrate`: what
+/// transcoding makes, which they ask for; `wait`: how many seconds the input may be silent while it
+/// is opened (10 as usual; what comes from the network also later). All others go to libavformat.
 ///
 /// Devices are read without blocking and asked again every few milliseconds, so that a silent one
 /// can be stopped: those that know libavformat's flag for it (v4l2, alsa and most others).
@@ -39,8 +40,10 @@ class LibavSource final : public CaptureSource {
   bool Open() override;
   const std::vector<stream::IMedia*>& Streams() const override { return _streams; }
   bool Start() override;
+  std::int64_t Began() const override { return _shift; }
   Held<stream::Packet> Read() override;
   void Abort() override { _abort.Set(); }
+  bool Lost() const override { return _lost; }
   void Close() override;
   bool Unpaced() const override { return !_options.Live(); }
   bool Behind() const override { return _options.Live() && !_probed.empty(); }
@@ -53,6 +56,7 @@ class LibavSource final : public CaptureSource {
   bool Probe();
   bool ProbeGoesOn() const;
   bool ChoosePaths();
+  void Warn(bool passed) const;
   std::vector<const AVPacket*> Beginning(Kind kind) const;
   StreamPath* Next();
   void Pump();
@@ -67,6 +71,7 @@ class LibavSource final : public CaptureSource {
   std::vector<stream::IMedia*> _streams;
   std::deque<Demuxer::Event> _probed;
   bool _ended = false;
+  bool _lost = false;          ///< the end came before its time
   std::int64_t _arrival = 0;   ///< when the first packet came
   std::int64_t _shift = 0;     ///< from the demuxer's time line to time stamps
   std::int64_t _position = 0;  ///< on the demuxer's time line

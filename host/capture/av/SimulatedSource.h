@@ -23,6 +23,7 @@ class SimulatedSource : public CaptureSource {
   bool Open() final;
   const std::vector<stream::IMedia*>& Streams() const final { return _streams; }
   bool Start() final;
+  std::int64_t Began() const final { return _start; }
   Held<stream::Packet> Read() final;
   void Abort() final { _abort.Set(); }
   void Close() final;

@@ -1,6 +1,7 @@
 #include "host/capture/av/VideoTranscoder.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "host/capture/Monotonic.h"
 
@@ -23,9 +24,12 @@ constexpr double MaxBits = 0.25;
 constexpr double LowestBitRate = 100'000;
 constexpr double HighestBitRate = 50'000'000;
 
-std::int64_t UsualBitRate(const AVCodecParameters& parameters, double picturesPerSecond) {
-  const double elements =
-      static_cast<double>(parameters.width) * parameters.height * picturesPerSecond;
+/// What the encoder is told of a rate that is no fraction of small numbers.
+constexpr int LargestRate = 100'000;
+
+std::int64_t UsualBitRate(const AVCodecParameters& parameters, int width, int height,
+                          double picturesPerSecond) {
+  const double elements = static_cast<double>(width) * height * picturesPerSecond;
   const double asked =
       parameters.bit_rate > 0 ? static_cast<double>(parameters.bit_rate) : elements * UsualBits;
   const double fitting = std::clamp(asked, elements * MinBits, elements * MaxBits);
@@ -34,26 +38,44 @@ std::int64_t UsualBitRate(const AVCodecParameters& parameters, double picturesPe
 
 }  // namespace
 
-Status VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational frameRate) {
-  H264Encoder::Settings settings;
-  settings.width = parameters.width & ~1;
-  settings.height = parameters.height & ~1;
-  if (settings.width <= 0 || settings.height <= 0) {
+Status VideoTranscoder::Open(const AVCodecParameters& parameters, AVRational frameRate,
+                             const Encoding& wanted) {
+  _settings = {};
+  _settings.width = wanted.width > 0 ? wanted.width : parameters.width & ~1;
+  _settings.height = wanted.height > 0 ? wanted.height : parameters.height & ~1;
+  if (parameters.width <= 1 || parameters.height <= 1) {
     return Status::Failed("the size of its pictures is not known");
   }
-  const double picturesPerSecond = av_q2d(frameRate);
-  settings.frameRate = frameRate;
-  settings.bitRate = UsualBitRate(parameters, picturesPerSecond);
-  settings.gop = std::max(1, static_cast<int>(picturesPerSecond * GopSeconds));
-  settings.preset = Preset;
-  settings.profile = Profile;
+  double picturesPerSecond = av_q2d(frameRate);
+  if (wanted.pictures > 0 && wanted.pictures < picturesPerSecond) {
+    picturesPerSecond = wanted.pictures;
+    frameRate = av_d2q(picturesPerSecond, LargestRate);
+  }
+  _settings.frameRate = frameRate;
+  _settings.bitRate = wanted.videoBitRate > 0 ? wanted.videoBitRate
+                                              : UsualBitRate(parameters, _settings.width,
+                                                             _settings.height, picturesPerSecond);
+  _settings.gop =
+      wanted.gop > 0 ? wanted.gop : std::max(1, static_cast<int>(picturesPerSecond * GopSeconds));
+  _preset = wanted.preset.empty() ? Preset : wanted.preset;
+  _settings.preset = _preset.c_str();
+  _settings.profile = Profile;
   if (Status opened = _decoder.Open(parameters); !opened) return opened;
-  if (Status opened = _encoder.Open(settings); !opened) return opened;
+  if (Status opened = _encoder.Open(_settings); !opened) return opened;
   _scaled.reset(_encoder.NewFrame());
   if (!_scaled) return Status::Failed("no memory for a picture");
   _period = av_rescale(frameRate.den, NsPerSecond, frameRate.num);
+  _thin = wanted.pictures > 0;
   _output.SetMedia(_encoder.NewMedia());
   return {};
+}
+
+std::string VideoTranscoder::Described() const {
+  std::ostringstream text;
+  text << _settings.width << "x" << _settings.height << ", " << av_q2d(_settings.frameRate)
+       << " pictures/s, " << _settings.bitRate / 1000 << " kbit/s, a key frame every "
+       << _settings.gop << ", libx264 " << _preset;
+  return text.str();
 }
 
 Status VideoTranscoder::Push(AVPacket& packet) {
@@ -70,6 +92,11 @@ Status VideoTranscoder::Encode(AVFrame& frame) {
   const std::int64_t time = frame.pts != AV_NOPTS_VALUE ? frame.pts : _last + _period;
   // The encoder takes one picture for each time.
   if (_started && time <= _last) return {};
+  if (_thin) {
+    // Half a period early is in time: pictures come a little before or behind their turn.
+    if (_started && time < _due - _period / 2) return {};
+    _due = (_started && time < _due + _period ? _due : time) + _period;
+  }
   _scaler.reset(sws_getCachedContext(_scaler.release(), frame.width, frame.height,
                                      static_cast<AVPixelFormat>(frame.format), _scaled->width,
                                      _scaled->height, AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr,

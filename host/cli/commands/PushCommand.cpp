@@ -8,6 +8,7 @@
 #include "host/base/Outlet.h"
 #include "host/base/Thread.h"
 #include "host/cli/commands/Subcommand.h"
+#include "host/cli/commands/Values.h"
 #include "host/cli/terminal/StatusLine.h"
 #include "host/publication/Capture.h"
 #include "host/publication/Link.h"
@@ -25,6 +26,7 @@ using publication::ShownUrl;
 
 struct PushOptions {
   std::string url = RTMP_DEFAULT_URL;
+  KeyOptions key;
   publication::CaptureOptions capture;
   double duration = 0;  ///< seconds; 0 without limit
   bool wait = false;    ///< for a server that is away at the start
@@ -56,7 +58,9 @@ class Push {
     _pusher->Release();
     Summarise();
     if (base::LostThreads() > 0) return Status::Failed(LostThread);
-    return connected ? Status() : Status::Failed("the connection to the server was lost");
+    if (!connected) return Status::Failed("the connection to the server was lost");
+    return _view.Lost() ? Status::Failed("not everything was published: the input was lost")
+                        : Status();
   }
 
  private:
@@ -172,9 +176,8 @@ class Push {
 void AddPush(CLI::App& program, const Choose& chosen) {
   const auto options = std::make_shared<PushOptions>();
   auto* push = program.add_subcommand("push", "Publish through the stand-alone pusher service");
-  push->add_option("--url", options->url, "Publish to this address")
-      ->check(publication::UrlFault)
-      ->capture_default_str();
+  push->add_option("--url", options->url, "Publish to this address")->capture_default_str();
+  AddKeyFile(*push, options->key);
   auto* encoder = push->add_option("--encoder", options->capture.encoder,
                                    "Publish this selection of the camera's encoder");
   encoder->default_str(publication::DefaultEncoder);
@@ -187,20 +190,26 @@ void AddPush(CLI::App& program, const Choose& chosen) {
       ->excludes(encoder)
       ->excludes(cfg);
   cfg->excludes(encoder);
-  push->add_option("--duration", options->duration, "Stop after so many seconds")
-      ->check(CLI::PositiveNumber);
+  AddSeconds(*push, "--duration", options->duration, {0, 0, true},
+             "Stop after this time: 90, 2.5s, 1h30m");
   push->add_flag("--wait", options->wait,
                  "Wait for a server that is away at the start, at most for the duration");
   push->footer(
       "Ends at the end of the input or the duration, and cleanly on SIGINT, SIGTERM and\n"
       "SIGHUP; a second signal ends it at once. A lost connection is made again without limit.\n"
-      "Exit codes: 0 published, 1 could not start, or not connected when it ended, 2 wrong usage.\n"
+      "Exit codes: 0 published, 1 could not start, not connected when it ended or the input lost,\n"
+      "2 wrong usage.\n"
       "\n"
       "Examples:\n"
       "  nimbo-host push --url rtmp://127.0.0.1/live/camera\n"
       "  nimbo-host push --url rtmp://server/live/name --encoder h264-0,W=1280,H=720,fr=25\n"
       "  nimbo-host push --url rtmps://server/live/clip --input clip.h264 --input clip.aac");
   push->final_callback([options, chosen] {
+    auto key = KeyOf(options->key);
+    if (!key) throw CLI::ValidationError("--key-file", key.Why());
+    auto complete = publication::Complete({options->url}, *key);
+    if (!complete) throw CLI::ValidationError("--url", complete.Why());
+    options->url = complete->front();
     chosen([options](ControlLoop& loop) { return ExitCodeOf(Push(*options, loop).Run()); });
   });
 }

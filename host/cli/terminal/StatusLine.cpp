@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+#include <limits>
+#include <utility>
+
 #include "host/base/Console.h"
 
 namespace nimbo::cli {
@@ -10,6 +13,8 @@ namespace {
 
 constexpr std::chrono::milliseconds TerminalPeriod{500};
 constexpr std::chrono::milliseconds LogPeriod{2000};
+/// How often a log is told how it goes; what happens meanwhile is told as it does.
+constexpr std::chrono::minutes LinePeriod{1};
 
 }  // namespace
 
@@ -22,7 +27,11 @@ StatusLine::~StatusLine() { End(); }
 
 void StatusLine::Show(const std::string& text) {
   if (!_terminal) {
-    Note(text + "\n");
+    _shown = text;
+    if (const auto now = Clock::now(); now >= _next) {
+      _next = now + LinePeriod;
+      Note(std::exchange(_shown, {}) + "\n");
+    }
     return;
   }
   // A line that is wrapped could not be rewritten.
@@ -32,10 +41,18 @@ void StatusLine::Show(const std::string& text) {
 }
 
 void StatusLine::End() {
-  if (!_terminal || _shown.empty()) return;
+  if (_shown.empty()) return;
+  if (!_terminal) {
+    Note(std::exchange(_shown, {}) + "\n");
+    return;
+  }
   _screen.Hide(true);
   _screen.Write("\n");
   _shown.clear();
+}
+
+std::size_t StatusLine::Columns() const {
+  return _terminal ? _screen.Columns() - 1 : std::numeric_limits<std::size_t>::max();
 }
 
 std::chrono::milliseconds StatusLine::Period() const noexcept {

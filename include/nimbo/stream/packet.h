@@ -17,7 +17,7 @@ class NIMBO_API Packet : public base::Reference {
   unsigned int Size() const noexcept { return _size; }
   bool IsKey() const noexcept { return _key; }
   /// Decode time in nanoseconds on the clock of the capture, which all streams of an application
-  /// share (in the reference host CLOCK_MONOTONIC, in a device the maker's): times of two streams
+  /// share (the reference host's begins at 0, a device's is the maker's): times of two streams
   /// can be compared, those of two machines cannot. Never decreases in a stream.
   std::int64_t TimeStamp() const noexcept { return _time_stamp; }
   /// Grows by one per packet of a stream, modulo 2^32.

@@ -178,6 +178,45 @@ TEST(LibavSource, EndsAStreamThatCanNoLongerBeDescribed) {
   source->Close();
 }
 
+TEST(LibavSource, EncodesAsAskedForAndSaysHow) {
+  const StreamFile file({});
+  ASSERT_TRUE(WriteMedia(file.Path(), "mp4", 50));
+  ConsoleCapture console;
+  const auto source = NewSource(file.Path(),
+                                "pace=fast,size=160x90,fps=10,keyint=5,video_bitrate=100k,"
+                                "preset=ultrafast,audio_bitrate=32k");
+  ASSERT_TRUE(source->Open());
+  EXPECT_EQ(
+      console.Count("video is transcoded (as asked for): 160x90, 10 pictures/s, 100 kbit/s, a "
+                    "key frame every 5, libx264 ultrafast; audio is transcoded (as asked "
+                    "for): 44100 Hz, 2 channels, 32 kbit/s"),
+      1U)
+      << console.Text();
+  ASSERT_TRUE(source->Start());
+  const Packets packets = ReadPackets(*source);
+  const auto video = OfCodec(packets, "h264");
+  // Ten a second over two seconds; that at 1.96 s is the nearest to the turn at 2 s.
+  ASSERT_EQ(video.size(), 21U);
+  for (std::size_t i = 0; i < video.size(); ++i) EXPECT_EQ(video[i]->IsKey(), i % 5 == 0) << i;
+  EXPECT_EQ(Decode("h264", video).width, 160);
+  EXPECT_LT(BytesOf(OfCodec(packets, "aac")).size(), 2 * 32'000 / 8 * 3 / 2);
+  source->Close();
+  for (const char* wrong : {"size=161x90", "size=90", "fps=0", "fps=x", "keyint=0", "preset=fst",
+                            "video_bitrate=2G", "audio_bitrate=1"}) {
+    ConsoleCapture told;
+    EXPECT_FALSE(NewSource(file.Path(), wrong));
+    EXPECT_EQ(told.Count(wrong), 1U) << told.Text();
+  }
+}
+
+TEST(LibavSource, WarnsOfPicturesThatMostPlayersCannotUse) {
+  const StreamFile file({});
+  ASSERT_TRUE(WriteMedia(file.Path(), "mp4", 5, "-pix_fmt yuv444p10le -profile:v high444"));
+  ConsoleCapture console;
+  ASSERT_TRUE(NewSource(file.Path())->Open());
+  EXPECT_EQ(console.Count("10 bits and other than 4:2:0 colours"), 1U) << console.Text();
+}
+
 TEST(LibavSource, StartsFilesAtTheTimeOfStart) {
   const StreamFile file({});
   ASSERT_TRUE(WriteMedia(file.Path(), "mp4", 5));
