@@ -2,12 +2,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <thread>
 
 namespace nimbo::test {
 
 /// How much of a machine's time others take: what short sleeps have been late in all, in the
-/// background, since this was made.
+/// background, since this was made, and what the process itself has had to work meanwhile.
 class Lateness {
  public:
   Lateness() : _thread([this] { Run(); }) {}
@@ -18,15 +19,25 @@ class Lateness {
     _thread.join();
   }
 
-  /// What a bound in time has to grant besides its limit: the work of the case itself, and what was
-  /// lost to others by each of the threads that wait for each other in it.
+  /// What was lost to others by each of the threads that wait for each other in a case.
+  std::chrono::milliseconds Lost() const {
+    return ThreadsInTurn * std::chrono::milliseconds(_microseconds / 1000);
+  }
+  /// What a bound in time has to grant besides its limit: the work of the case itself, of which
+  /// sanitizers make a multiple and with which others share the processors, and what was lost.
   std::chrono::milliseconds Slack() const {
     constexpr std::chrono::milliseconds Work{500};
-    constexpr int ThreadsInTurn = 4;
-    return Work + ThreadsInTurn * std::chrono::milliseconds(_microseconds / 1000);
+    return Work + ThreadsInTurn * (Worked() - _worked) + Lost();
   }
 
  private:
+  static constexpr int ThreadsInTurn = 4;
+
+  static std::chrono::milliseconds Worked() {
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::milliseconds(time.tv_nsec / 1'000'000);
+  }
   void Run() {
     while (!_ended) {
       using Clock = std::chrono::steady_clock;
@@ -38,6 +49,7 @@ class Lateness {
     }
   }
 
+  const std::chrono::milliseconds _worked = Worked();
   std::atomic<bool> _ended{false};
   std::atomic<long long> _microseconds{0};
   std::thread _thread;
