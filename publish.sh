@@ -74,7 +74,7 @@ run() {
 
 build() {
   mkdir -p build
-  local targets=(nimbo-host pluginrtmp nimbo-av)
+  local targets=(nimbo-host pluginrtmp pluginlive nimbo-av)
   ! $monitor || targets+=(nimbo-monitor)
   local log=build/publish-build.log
   {

@@ -82,7 +82,7 @@ run() {
 # the program from outside.
 prepare() {
   case $1 in
-    release) build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor ;;
+    release) build release --target nimbo-host pluginrtmp pluginlive nimbo-av nimbo-monitor ;;
     stock) build stock --target pluginrtmp rtmp_plugin_test ;;
     armhf)
       heading "Making the armhf sysroot"
@@ -109,7 +109,7 @@ trap '[ -z "$beside" ] || kill -- "-$beside" 2>/dev/null || true' EXIT
 
 tools/install-deps || fail "what is needed could not be installed"
 if $soak; then
-  build release --target nimbo-host pluginrtmp nimbo-av nimbo-monitor rtmp_fault_test
+  build release --target nimbo-host pluginrtmp pluginlive nimbo-av nimbo-monitor rtmp_fault_test
   heading "Meeting every fault"
   tools/reliability build/release >build/reliability.md || fail "see build/reliability.md"
   cat build/reliability.md
@@ -124,7 +124,7 @@ if $soak; then
   exit
 fi
 if $packages; then
-  build release --target nimbo-host pluginrtmp nimbo-av
+  build release --target nimbo-host pluginrtmp pluginlive nimbo-av
   run release -L packages
   exit
 fi

@@ -50,7 +50,8 @@ set(CPACK_COMPONENTS_ALL)
 
 debian_package(pluginrtmp libs "plug-in that publishes a camera to RTMP servers"
 "For hosts of the media framework nimbo: publishes live H.264 and AAC to RTMP
-and RTMPS ingest servers and makes lost connections again."
+and RTMPS ingest servers and makes lost connections again. A second plug-in
+carries what the first one's messages cannot."
   RECOMMENDS ca-certificates ENHANCES nimbo-host)
 debian_package(nimbo-host video "runs publishing plug-ins on any Linux machine"
 "The reference host of the media framework nimbo and its plug-in pluginrtmp:

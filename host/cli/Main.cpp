@@ -49,7 +49,9 @@ int main(int argc, char** argv) {   // NOLINT(bugprone-exception-escape)
   program.fallthrough();
   std::vector<std::string> plugins;
   program
-      .add_option("--plugin", plugins, "Load this plug-in instead of libpluginrtmp.so; repeatable")
+      .add_option("--plugin", plugins,
+                  "Load this plug-in instead of those that are installed: a file, or\n"
+                  "classic or live; repeatable")
       ->type_name("PATH")
       ->allow_extra_args(false);
   Action action;

@@ -33,11 +33,32 @@ constexpr const char* FailureMessages[] = {"rtmp_disconnected", "rtmp_send_data_
 /// Attempts that a client has made when it tells that it could not reconnect.
 constexpr unsigned int AttemptsOfClient = 3;
 
-/// A client that publishes what stands before it in the same text.
-std::string ClientText(const PublishOptions& options, const std::string& url) {
-  const char* copy = options.copy ? "true" : "false";
-  return std::string("+rtmp-client:link=all,vcopy=") + copy + ",acopy=" + copy + ",url={" + url +
-         "}";
+/// The classes of the plug-ins' clients: one for what its messages describe, one for everything.
+constexpr char ClassicClient[] = "EleRtmpClient-ele-rtmp-client-muxer-sink";
+constexpr char LiveClient[] = "EleRtmpLive-ele-rtmp-live-sink";
+
+bool IsLoaded(const char* client) { return base::IClass::Find(client, true) != nullptr; }
+
+/// A client that publishes what stands before it in the same application.
+std::string ClientText(const PublishOptions& options, const std::string& url, bool live) {
+  const std::string copy = options.copy ? "true" : "false";
+  const std::string head =
+      live ? "rtmp-live:link=all" : "rtmp-client:link=all,vcopy=" + copy + ",acopy=" + copy;
+  return head + ",url={" + url + "}";
+}
+
+/// Whether a stream needs the client that carries everything: its media tells more than the other
+/// one's messages can say.
+bool NeedsLive(Application& application) {
+  for (Pipeline* pipeline : HostState(application).pipelines) {
+    for (IElement* element : HostState(*pipeline).elements) {
+      for (const auto& output : HostState(*element).outputs) {
+        unsigned char* config = nullptr;
+        if (output->Media() && output->Media()->Get("config", config)) return true;
+      }
+    }
+  }
+  return false;
 }
 
 std::string TestConfiguration(const std::string& picture) {
@@ -51,7 +72,7 @@ std::uint64_t Number(IElement& element, const char* property) {
 }
 
 bool IsClient(const IElement& element) {
-  return Framework::Property(element, "url") && Framework::Property(element, "vcopy");
+  return Framework::Property(element, "url") && Framework::Property(element, "rtmp_sts");
 }
 
 std::string Text(IElement& element, const char* property) {
@@ -110,6 +131,10 @@ Result<std::string> SourceConfiguration(const PublishOptions& options) {
   }
   std::string text;
   for (std::string source : *connection) {
+    // A source of elementary streams passes everything on as it is.
+    if (source.starts_with("av,") && IsLoaded(LiveClient)) {
+      source += IsLoaded(ClassicClient) ? ",carry=any" : ",carry=live";
+    }
     if (!options.loop.empty()) source += ",loop=" + options.loop;
     if (options.fast) source += ",pace=fast";
     text += (text.empty() ? "" : "+") + CapturePipeline(source, options.fast ? "" : "+RingSink");
@@ -132,15 +157,16 @@ Publication::~Publication() {
 Status Publication::Build(const PublishOptions& options, const std::string& source) {
   Status failed = Status::Failed("cannot publish \"" + base::ShownAddress(options.input) + "\"");
   // An output without a ring has one taker, so each address then gets a source of its own.
-  std::string text = source;
+  if (!options.fast && !BuildSource(source, options.maxLag)) return failed;
   for (const std::string& url : options.urls) {
-    text += ClientText(options, url);
-    if (options.fast) {
-      if (!BuildApplication(text, options.maxLag)) return failed;
-      text = source;
-    }
+    if (options.fast && !BuildSource(source, options.maxLag)) return failed;
+    Application& application = *_applications.back();
+    const bool live = !IsLoaded(ClassicClient) || (IsLoaded(LiveClient) && NeedsLive(application));
+    if (!stream::BuildApplication(application, ClientText(options, url, live))) return failed;
   }
-  if (!options.fast && !BuildApplication(text, options.maxLag)) return failed;
+  for (Application* application : _applications) {
+    if (!Bound(*application, options.maxLag)) return failed;
+  }
   Sort(!options.fast);
   _attempts = options.attempts;
   for (std::size_t i = 0; i < _clients.size(); ++i) {
@@ -149,23 +175,29 @@ Status Publication::Build(const PublishOptions& options, const std::string& sour
     _clients[i].pauses->SetLongest(options.longestPause);
     HostState(*_clients[i].element).pauses.SetLongest(options.longestPause);
   }
-  const bool ready = std::all_of(_sources.begin(), _sources.end(), [](const Source& from) {
-    return from.pipeline->StatusChange(IStatus::ready);
-  });
   for (const Connection& connection : OwnConnections()) _foreign.push_back(connection.inode);
-  return ready ? Status() : failed;
+  return {};
 }
 
-bool Publication::BuildApplication(const std::string& configuration, const std::string& maxLag) {
+bool Publication::BuildSource(const std::string& configuration, const std::string& maxLag) {
   const std::string name =
       "publish" +
       (_applications.empty() ? std::string() : "-" + std::to_string(_applications.size() + 1));
   Application* application = stream::CreateApplication(name, configuration);
   if (!application) return false;
   _applications.push_back(application);
-  for (Pipeline* pipeline : HostState(*application).pipelines) {
+  if (!Bound(*application, maxLag)) return false;
+  // Which client it takes is known when its media are.
+  const auto& pipelines = HostState(*application).pipelines;
+  return std::all_of(pipelines.begin(), pipelines.end(),
+                     [](Pipeline* pipeline) { return pipeline->StatusChange(IStatus::ready); });
+}
+
+bool Publication::Bound(Application& application, const std::string& maxLag) {
+  if (maxLag.empty()) return true;
+  for (Pipeline* pipeline : HostState(application).pipelines) {
     for (IElement* element : HostState(*pipeline).elements) {
-      const bool bounded = !maxLag.empty() && Framework::Property(*element, "max-lag");
+      const bool bounded = element->StatusIsNull() && Framework::Property(*element, "max-lag");
       if (bounded && !element->SetStr("max-lag", maxLag.c_str())) return false;
     }
   }
@@ -349,6 +381,8 @@ ClientFigures Publication::Figures(std::size_t index) const {
       std::chrono::duration<double, std::milli>(client.link.RoundTrip()).count();
   figures.link.lag = std::chrono::duration<double, std::milli>(client.link.Age()).count();
   for (IElement* element : HostState(*client.pipeline).elements) {
+    // The client's own is that of its connection, which was measured above.
+    if (element == client.element) continue;
     figures.link.lag += static_cast<double>(Number(*element, "lag"));
   }
   figures.connected = Text(*client.element, "rtmp_sts") == "true";

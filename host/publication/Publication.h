@@ -115,7 +115,10 @@ class Publication {
   };
   static constexpr std::size_t AllClients = static_cast<std::size_t>(-1);
 
-  bool BuildApplication(const std::string& configuration, const std::string& maxLag);
+  /// Makes an application of the configuration and opens it.
+  bool BuildSource(const std::string& configuration, const std::string& maxLag);
+  /// Sets how late live streams may be in all that is not open yet.
+  static bool Bound(stream::Application& application, const std::string& maxLag);
   /// Tells sources from clients.
   void Sort(bool shared);
   bool Serves(const Source& source) const;

@@ -21,8 +21,9 @@ bool BuildPipeline(Pipeline& pipeline, const std::string& text);
 /// one with `link=all` gets a pipeline of its own, with one BridgeSource for every output of all
 /// earlier entries and one synchroniser. Entries that name a pipeline class make that pipeline; one
 /// with `link=all` is linked from every output of all earlier entries. An entry finds its class by
-/// exact name first, then among the elements, then among the pipelines.
-bool BuildApplication(Application& application, const std::string& text);
+/// exact name first, then among the elements, then among the pipelines. What it held before stays
+/// and stands in front of the new entries.
+NIMBO_API bool BuildApplication(Application& application, const std::string& text);
 
 /// Makes an application called `name`, a name that is not in use, from a configuration text. Null
 /// on failure, when nothing is left of it.

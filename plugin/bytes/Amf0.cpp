@@ -53,12 +53,17 @@ bool Amf0Reader::ReadValue(Amf0Value& value, const Visitor& visit, int depth) {
     case Amf0Type::Date:
       return Take(DateSize, bytes);
     case Amf0Type::EcmaArray:
-      // A count that writers may get wrong, then properties as in an object.
-      return Take(4, bytes) && ReadProperties(visit, depth + 1);
     case Amf0Type::Object:
-      return ReadProperties(visit, depth + 1);
-    case Amf0Type::StrictArray:
-      return ReadElements(visit, depth + 1);
+    case Amf0Type::StrictArray: {
+      const Bytes before = _left;
+      // An array of properties has a count that writers may get wrong, then it is as an object.
+      const bool counted = value.type == Amf0Type::EcmaArray;
+      if (counted && !Take(4, bytes)) return false;
+      const bool read = value.type == Amf0Type::StrictArray ? ReadElements(visit, depth + 1)
+                                                            : ReadProperties(visit, depth + 1);
+      value.text = {reinterpret_cast<const char*>(before.data), before.size - _left.size};
+      return read;
+    }
     default:
       return false;
   }
@@ -91,6 +96,32 @@ bool Amf0Reader::ReadElements(const Visitor& visit, int depth) {
   return true;
 }
 
+namespace {
+
+/// The codecs in a property of the answer to "connect": a list of their names, or an object that
+/// has a property of each name.
+void ReadFourCcs(const Amf0Value& value, std::vector<std::string_view>& codecs) {
+  Bytes bytes = {reinterpret_cast<const unsigned char*>(value.text.data()), value.text.size()};
+  if (value.type == Amf0Type::StrictArray) {
+    constexpr std::size_t CountSize = 4;
+    Amf0Reader reader({bytes.data + CountSize, bytes.size - CountSize});
+    Amf0Value one;
+    while (!reader.AtEnd() && reader.Read(one)) {
+      if (one.type == Amf0Type::String) codecs.push_back(one.text);
+    }
+  } else if (value.type == Amf0Type::Object) {
+    // The type stands right in front of what it tells of.
+    Amf0Reader reader({bytes.data - 1, bytes.size + 1});
+    Amf0Value whole;
+    static_cast<void>(
+        reader.Read(whole, [&codecs](int depth, std::string_view name, const Amf0Value&) {
+          if (depth == 1) codecs.push_back(name);
+        }));
+  }
+}
+
+}  // namespace
+
 bool ReadCommand(Bytes body, ServerCommand& command) {
   constexpr int NameAt = 0;
   constexpr int TransactionAt = 1;
@@ -103,7 +134,12 @@ bool ReadCommand(Bytes body, ServerCommand& command) {
     if (name == "secureToken" && command.secureToken == -1) {
       command.secureToken = text ? static_cast<long>(value.text.size()) : -2;
     }
-    if (depth != 1 || at != InformationAt || !text) return;
+    if (depth != 1) return;
+    if (name == "fourCcList" || name == "videoFourCcInfoMap" || name == "audioFourCcInfoMap") {
+      ReadFourCcs(value, command.fourCcs);
+    }
+    if (at != InformationAt || !text) return;
+    if (name == "tcUrl") command.tcUrl = value.text;
     if (name == "level") command.level = value.text;
     if (name == "code") command.code = value.text;
     if (name == "description") command.description = value.text;

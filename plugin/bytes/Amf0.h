@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string_view>
+#include <vector>
 
 #include "plugin/bytes/Bytes.h"
 
@@ -26,7 +27,7 @@ enum class Amf0Type : unsigned char {
 struct Amf0Value {
   Amf0Type type = Amf0Type::Undefined;
   double number = 0;      ///< of a number
-  std::string_view text;  ///< of a string
+  std::string_view text;  ///< of a string; of all that holds other values the bytes of them
 };
 
 class Amf0Reader {
@@ -66,6 +67,10 @@ struct ServerCommand {
   /// The fourth value, where it is a number: the answer to "createStream".
   bool hasNumber = false;
   double number = 0;
+  /// Where the client is asked to connect instead (Enhanced RTMP v2, reconnect request).
+  std::string_view tcUrl;
+  /// The codecs that the server says it takes (Enhanced RTMP, connect); "*" is any.
+  std::vector<std::string_view> fourCcs;
   /// Length of a property "secureToken" at any depth: -1 when there is none, -2 when it is no text.
   long secureToken = -1;
 };

@@ -20,6 +20,7 @@ enum class MessageType : unsigned char {
   Audio = 8,
   Video = 9,
   CommandAmf3 = 17,
+  Data = 18,
   Command = 20,
 };
 

@@ -4,7 +4,7 @@
 
 #include "base/reflect/TClass.h"
 #include "nimbo/base/exit_call.h"
-#include "plugin/rtmp/Getter.h"
+#include "plugin/element/Getter.h"
 #include "plugin/rtmp/UnitMarker.h"
 
 namespace nimbo::plugin::rtmp {

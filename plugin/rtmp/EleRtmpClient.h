@@ -5,8 +5,8 @@
 
 #include "nimbo/base/class.h"
 #include "nimbo/stream/sink.h"
+#include "plugin/element/SharedText.h"
 #include "plugin/rtmp/MediaSender.h"
-#include "plugin/rtmp/SharedText.h"
 #include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "nimbo/base/exit_call.h"
-#include "nimbo/base/platform.h"
 #include "plugin/bytes/AacTag.h"
 #include "plugin/bytes/AvcTag.h"
+#include "plugin/element/VfpBracket.h"
 #include "sync/Atomic.h"
 
 namespace nimbo::plugin::rtmp {
@@ -23,22 +23,6 @@ namespace {
 
 /// All media go out on one chunk stream.
 constexpr int MediaChannel = 4;
-
-/// Switches the floating-point unit on for a scope, where `active`.
-class VfpBracket {
- public:
-  explicit VfpBracket(bool active) : _active(active) {
-    if (_active) vfp_enable();
-  }
-  ~VfpBracket() {
-    if (_active) vfp_disable();
-  }
-  VfpBracket(const VfpBracket&) = delete;
-  VfpBracket& operator=(const VfpBracket&) = delete;
-
- private:
-  bool _active;
-};
 
 /// RTMP time: milliseconds, modulo 2^32.
 std::uint32_t Milliseconds(std::int64_t nanoseconds) {

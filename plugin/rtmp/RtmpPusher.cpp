@@ -8,7 +8,7 @@
 #include "base/reflect/TClass.h"
 #include "common/SigPipeGuard.h"
 #include "nimbo/base/platform.h"
-#include "plugin/rtmp/Getter.h"
+#include "plugin/element/Getter.h"
 #include "plugin/rtmp/UnitMarker.h"
 #include "sync/Atomic.h"
 

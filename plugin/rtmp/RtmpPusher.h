@@ -11,8 +11,8 @@
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/packet_ring.h"
 #include "nimbo/stream/service.h"
+#include "plugin/element/SharedText.h"
 #include "plugin/rtmp/MediaSender.h"
-#include "plugin/rtmp/SharedText.h"
 #include "sync/Mutex.h"
 
 namespace nimbo::plugin::rtmp {

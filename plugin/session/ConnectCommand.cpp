@@ -39,6 +39,14 @@ class Values {
   void Extra(AMFObjectProperty& property) {
     if (_next) _next = AMFProp_Encode(&property, _next, _end);
   }
+  /// A list of texts.
+  void Property(const char* name, const std::vector<std::string>& texts) {
+    const std::size_t length = std::strlen(name);
+    Bytes({static_cast<int>(length >> 8), static_cast<int>(length & 0xFF)});
+    for (std::size_t i = 0; i < length; ++i) Bytes({name[i]});
+    Bytes({AMF_STRICT_ARRAY, 0, 0, 0, static_cast<int>(texts.size())});
+    for (const std::string& text : texts) Text(View(text.c_str()));
+  }
   void ObjectBegins() { Bytes({AMF_OBJECT}); }
   void ObjectEnds() { Bytes({0, 0, AMF_OBJECT_END}); }
 
@@ -58,7 +66,7 @@ class Values {
 
 }  // namespace
 
-Status SendConnectCommand(RTMP& session) {
+Status SendConnectCommand(RTMP& session, const SessionOptions& options) {
   constexpr int CommandChannel = 3;
   constexpr std::size_t RoomSize = 4096;
   char room[RoomSize];
@@ -76,6 +84,11 @@ Status SendConnectCommand(RTMP& session) {
   values.Optional("tcUrl", link.tcUrl);
   if (session.m_fEncoding != 0.0 || session.m_bSendEncoding) {
     values.Property("objectEncoding", session.m_fEncoding);
+  }
+  if (!options.codecs.empty()) {
+    constexpr double CanReconnect = 1;
+    values.Property("fourCcList", options.codecs);
+    values.Property("capsEx", CanReconnect);
   }
   values.ObjectEnds();
   if (link.auth.av_len) {

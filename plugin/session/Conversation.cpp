@@ -94,8 +94,9 @@ std::string Hint(const ServerCommand& command) {
 
 }  // namespace
 
-void Conversation::Begin(RTMP& session, Receive receive) {
+void Conversation::Begin(RTMP& session, Receive receive, const SessionOptions& options) {
   End();
+  _options = options;
   _session = &session;
   _receive = std::move(receive);
 }
@@ -110,7 +111,10 @@ void Conversation::End() {
   _receive = {};
   _reader = {};
   _stage = Stage::Handshake;
-  _deaf = _strange = false;
+  _deaf = _strange = _ping = _report = false;
+  _window = 0;
+  _reconnect = {};
+  _codecs.clear();
   _set_up_read = _begin = _end = 0;
 }
 
@@ -176,6 +180,10 @@ MessageReader::Outcome Conversation::Parse(InboundMessage& message) {
     const MessageReader::Step step = _reader.Read({_buffer + _begin, _end - _begin}, message);
     _begin += step.used;
     if (_stage != Stage::Live && !Account(step.used)) return MessageReader::Outcome::Broken;
+    if (_stage == Stage::Live && _options.answers) {
+      _session->m_nBytesIn = static_cast<int>(static_cast<std::uint32_t>(_session->m_nBytesIn) +
+                                              static_cast<std::uint32_t>(step.used));
+    }
     if (step.outcome != MessageReader::Outcome::More) return step.outcome;
   }
   return MessageReader::Outcome::More;
@@ -183,10 +191,14 @@ MessageReader::Outcome Conversation::Parse(InboundMessage& message) {
 
 bool Conversation::Account(std::size_t size) {
   constexpr int Share = 10;
-  constexpr int ControlChannel = 2;
-  constexpr std::size_t ReportSize = 4;
   _session->m_nBytesIn += static_cast<int>(size);
   if (_session->m_nBytesIn <= _session->m_nBytesInSent + _session->m_nClientBW / Share) return true;
+  return Report();
+}
+
+bool Conversation::Report() {
+  constexpr int ControlChannel = 2;
+  constexpr std::size_t ReportSize = 4;
   unsigned char room[RTMP_MAX_HEADER_SIZE + ReportSize];
   ByteWriter(room + RTMP_MAX_HEADER_SIZE).u32(static_cast<std::size_t>(_session->m_nBytesIn));
   _session->m_nBytesInSent = _session->m_nBytesIn;
@@ -222,7 +234,7 @@ Status Conversation::Greet() {
   if (Status read = ReadWhole(theirs, sizeof theirs); !read) return read;
 
   _stage = Stage::Connect;
-  return SendConnectCommand(*_session);
+  return SendConnectCommand(*_session, _options);
 }
 
 Status Conversation::AwaitPublish() {
@@ -333,6 +345,10 @@ Conversation::Meaning Conversation::UnderstandCommand(const ServerCommand& comma
                 (words.empty() ? " without a reason" : ": " + words)};
   }
   if (command.name == "onStatus") {
+    if (_options.answers && command.code == "NetConnection.Connect.ReconnectRequest") {
+      _reconnect = {true, std::string(command.tcUrl)};
+      return {};
+    }
     if (IsEnd(command)) {
       return {false, true,
               (live ? "the server ended the stream: " : "the server answered ") + WordsOf(command) +
@@ -359,6 +375,7 @@ Conversation::Meaning Conversation::UnderstandResult(const ServerCommand& comman
     if (_session->Link.token.av_len && unusable) {
       return {false, true, "the server sent a secure token that cannot be read"};
     }
+    _codecs.assign(command.fourCcs.begin(), command.fourCcs.end());
     _stage = Stage::CreateStream;
   } else if (called == "createStream") {
     const bool usable = command.hasNumber && command.number >= 0 && command.number <= INT_MAX;
@@ -402,11 +419,46 @@ Status Conversation::Listen() {
         _begin = _end;
       }
       if (outcome != MessageReader::Outcome::Message) continue;
+      if (_options.answers) Remember(message);
       const Meaning meaning = Understand(message);
       if (meaning.ends) return Status::Failed(meaning.words);
     }
   }
   return {};
+}
+
+void Conversation::Remember(const InboundMessage& message) {
+  constexpr std::size_t EventSize = 2;
+  constexpr std::size_t NumberSize = 4;
+  constexpr unsigned PingRequest = 6;
+  const auto number = [&message](std::size_t at) {
+    std::uint32_t value = 0;
+    for (std::size_t i = at; i < at + NumberSize; ++i) value = value << 8 | message.body[i];
+    return value;
+  };
+  // RTMP 1.0, 5.4.4: the server sends so much without an acknowledgement.
+  if (message.type == MessageType::WindowSize && message.size >= NumberSize && message.body) {
+    _window = number(0);
+  }
+  const bool event = message.type == MessageType::UserControl && message.body;
+  if (event && message.size >= EventSize + NumberSize && message.body[0] == 0 &&
+      message.body[1] == PingRequest) {
+    _ping = true;
+    _ping_time = number(EventSize);
+  }
+  // librtmp's counts, which go on from those of the set-up, are signed.
+  const auto received = static_cast<std::uint32_t>(_session->m_nBytesIn);
+  const auto reported = static_cast<std::uint32_t>(_session->m_nBytesInSent);
+  constexpr std::uint32_t UsualWindow = 2500000;
+  const std::uint32_t window = _window ? _window : UsualWindow;
+  if (received - reported >= window / 2) _report = true;
+}
+
+bool Conversation::GiveAnswers() {
+  constexpr short PingResponse = 7;
+  const bool pong =
+      !std::exchange(_ping, false) || RTMP_SendCtrl(_session, PingResponse, _ping_time, 0) != 0;
+  return pong && (!std::exchange(_report, false) || Report());
 }
 
 }  // namespace nimbo::plugin

@@ -3,12 +3,15 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <librtmp/rtmp.h>
 
 #include "common/Status.h"
 #include "plugin/bytes/Amf0.h"
 #include "plugin/bytes/MessageReader.h"
+#include "plugin/session/SessionOptions.h"
 
 namespace nimbo::plugin {
 
@@ -26,7 +29,7 @@ class Conversation {
   using Receive = std::function<Read(unsigned char* buffer, std::size_t size, bool wait)>;
 
   /// `session` is connected and stays so, unless librtmp closes it, until Begin or End.
-  void Begin(RTMP& session, Receive receive);
+  void Begin(RTMP& session, Receive receive, const SessionOptions& options);
   /// From now on what the server says is only read, not understood: for a connection whose set-up
   /// librtmp makes itself, or whose set-up has failed.
   void Deafen();
@@ -39,6 +42,15 @@ class Conversation {
   /// Reads what the server has said by now, without waiting and without an answer. Fails when it
   /// has ended the connection or the stream.
   Status Listen();
+
+  /// Whether the server waits for an answer to what was heard; only where the options say so.
+  bool Owes() const { return _ping || _report; }
+  /// Gives it. False when it cannot be sent.
+  bool GiveAnswers();
+  /// Whether the server has asked for a new connection since the last call.
+  ReconnectRequest TakeReconnect() { return std::exchange(_reconnect, {}); }
+  /// The codecs that the server says it takes; empty when it does not say.
+  const std::vector<std::string>& Codecs() const { return _codecs; }
 
  private:
   /// What is waited for.
@@ -57,6 +69,9 @@ class Conversation {
   MessageReader::Outcome Parse(InboundMessage& message);
   /// Counts what was read as librtmp does, which acknowledges it in time (RTMP 1.0, 5.4.3).
   bool Account(std::size_t size);
+  bool Report();
+  /// Takes note of what the server expects an answer to while it takes the stream.
+  void Remember(const InboundMessage& message);
   /// Takes a message of the set-up. Fails when it ends the attempt.
   Status Answer(const InboundMessage& message);
   Meaning Understand(const InboundMessage& message);
@@ -74,7 +89,15 @@ class Conversation {
   MessageReader _reader;
   Stage _stage = Stage::Handshake;
   bool _deaf = false;
-  bool _strange = false;         ///< the server has sent a command that is none
+  bool _strange = false;  ///< the server has sent a command that is none
+  SessionOptions _options;
+  bool _ping = false;  ///< is to be answered
+  std::uint32_t _ping_time = 0;
+  bool _report = false;  ///< what was received is to be acknowledged
+  std::uint32_t _window =
+      0;  ///< bytes that the server sends without being acknowledged; 0: unknown
+  ReconnectRequest _reconnect;
+  std::vector<std::string> _codecs;
   std::size_t _set_up_read = 0;  ///< bytes read before the publish was accepted
   unsigned char _buffer[4096];
   std::size_t _begin = 0;  ///< of what has not been used yet

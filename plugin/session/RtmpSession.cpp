@@ -219,9 +219,12 @@ Status RtmpSession::ConnectByLibrtmp() {
   const int socket = _rtmp->m_sb.sb_socket;
   if (Status adopted = Adopt(socket); !adopted) return adopted;
   if (Status watched = WatchAttempt(socket); !watched) return watched;
-  _conversation.Begin(*_rtmp, [this](unsigned char* buffer, std::size_t size, bool wait) {
-    return Receive(buffer, size, wait);
-  });
+  _conversation.Begin(
+      *_rtmp,
+      [this](unsigned char* buffer, std::size_t size, bool wait) {
+        return Receive(buffer, size, wait);
+      },
+      _options);
   _conversation.Deafen();
   return {};
 }
@@ -253,9 +256,12 @@ Status RtmpSession::ConnectOwn() {
     // Keeps librtmp from making a TLS session of its own.
     _rtmp->Link.protocol &= ~ProtocolTls;
   }
-  _conversation.Begin(*_rtmp, [this](unsigned char* buffer, std::size_t size, bool wait) {
-    return Receive(buffer, size, wait);
-  });
+  _conversation.Begin(
+      *_rtmp,
+      [this](unsigned char* buffer, std::size_t size, bool wait) {
+        return Receive(buffer, size, wait);
+      },
+      _options);
   return _conversation.Greet();
 }
 
@@ -464,6 +470,7 @@ Status RtmpSession::Listen() {
   try {
     heard = _conversation.Listen();
     if (!heard) heard = EndedByWatch() ? TakesNothing() : Hide(heard);
+    if (heard && _conversation.Owes()) heard = Answer();
   } catch (const std::bad_alloc&) {
     // What the server said is lost; what is sent to it goes on.
   }
@@ -476,6 +483,18 @@ Status RtmpSession::Listen() {
   Note();
   return heard;
 #endif
+}
+
+Status RtmpSession::Answer() {
+  const SigPipeGuard guard;
+  const LibrtmpQuiet quiet;
+  const Operation operation(*this, Activity::Sending);
+  return Sent(_conversation.GiveAnswers());
+}
+
+TcpProgress RtmpSession::Progress() {
+  const sync::Lock lock(_mutex);
+  return _control ? TcpProgress::Of(_control.Get()) : TcpProgress();
 }
 
 Conversation::Read RtmpSession::Receive(unsigned char* buffer, std::size_t size, bool wait) {

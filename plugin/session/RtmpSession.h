@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <librtmp/rtmp.h>
 
@@ -12,6 +14,8 @@
 #include "plugin/bytes/Chunk.h"
 #include "plugin/session/Conversation.h"
 #include "plugin/session/Limits.h"
+#include "plugin/session/SessionOptions.h"
+#include "plugin/session/TcpProgress.h"
 #include "plugin/session/TlsClient.h"
 #include "plugin/session/Watcher.h"
 #include "sync/Mutex.h"
@@ -43,6 +47,9 @@ class RtmpSession {
 
   /// The limits of all sessions. To be changed before the first one is opened.
   static SessionLimits& Limits();
+
+  /// What the sessions made from now on say.
+  void SetOptions(SessionOptions options) { _options = std::move(options); }
 
   /// Makes a fresh session; one that is still held is closed and freed first. False without memory.
   bool Allocate();
@@ -80,6 +87,12 @@ class RtmpSession {
   /// [session] Takes what the server has said by now, without waiting and without an answer. Fails
   /// when it has ended the stream: the session is then closed.
   Status Listen();
+  /// [session] Whether the server has asked for a new connection since the last call.
+  ReconnectRequest TakeReconnect() { return _conversation.TakeReconnect(); }
+  /// [session] The codecs that the server says it takes; empty when it does not say.
+  const std::vector<std::string>& ServerCodecs() const { return _conversation.Codecs(); }
+  /// [any] How far what was sent on the connection has come; nothing without one.
+  TcpProgress Progress() EXCLUDES(_mutex);
 
   /// Sends a message whose body has RTMP_MAX_HEADER_SIZE writable bytes in front of it. With
   /// `queue` librtmp remembers a command that it expects an answer to. A connection that fails is
@@ -110,6 +123,7 @@ class RtmpSession {
   bool Begin(Activity activity) EXCLUDES(_mutex);
   void End() EXCLUDES(_mutex);
   bool DialsItself() const;
+  Status Answer();
   Status ConnectOwn();
   Status ConnectByLibrtmp();
   Status MakeTls(const std::string& host, int socket);
@@ -151,6 +165,7 @@ class RtmpSession {
   std::string _warning;
   TlsClient _tls;
   bool _own_tls = false;  ///< librtmp's TLS session is the one made by `_tls`
+  SessionOptions _options;
   Conversation _conversation;
   std::atomic<bool> _connected{false};
   std::uint64_t _rate_taken = 0;  ///< bytes that the server had taken at `_rate_since`

@@ -16,6 +16,7 @@ TcpProgress TcpProgress::Of(int socket) {
   int queued = 0;
   if (ioctl(socket, SIOCOUTQ, &queued) != 0) queued = 0;
   progress.waiting = queued > 0;
+  progress.outstanding = static_cast<std::uint64_t>(queued);
   // The window lies behind what the headers of older systems declare; Linux tells it since 5.4.
   constexpr std::size_t WindowAt = 228;
   unsigned char told[WindowAt + sizeof(std::uint32_t)] = {};

@@ -13,6 +13,8 @@ struct TcpProgress {
   std::uint64_t promised = 0;
   /// Something was written that has not been acknowledged yet.
   bool waiting = false;
+  /// Bytes that were written and have not been acknowledged.
+  std::uint64_t outstanding = 0;
 
   static TcpProgress Of(int socket);
 };

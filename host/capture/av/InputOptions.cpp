@@ -95,6 +95,13 @@ bool SetTranscode(InputOptions& options, const std::string& text) {
   return base::ConvertToImpl(text.c_str(), options.transcode);
 }
 
+bool SetCarried(InputOptions& options, const std::string& text) {
+  const bool any = Is(text, "any");
+  const bool live = Is(text, "live");
+  options.carried = any ? Carried::Any : live ? Carried::Live : Carried::Classic;
+  return any || live || Is(text, "classic");
+}
+
 bool SetWait(InputOptions& options, const std::string& text) {
   const auto patience = ParsePatience(text);
   if (patience) options.patience = *patience;
@@ -166,6 +173,7 @@ constexpr struct {
     {"fps", SetPictures, "the pictures a second are needed, from 1 to 240"},
     {"keyint", SetGop, "the pictures from one key frame to the next are needed, from 1 to 3000"},
     {"preset", SetPreset, "it is ultrafast, superfast, veryfast, faster, fast, medium or slow"},
+    {"carry", SetCarried, "it is classic, live or any"},
     {"wait", SetWait, "the seconds that the input may be silent at first are needed, such as 30"},
 };
 

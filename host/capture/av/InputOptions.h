@@ -13,6 +13,13 @@ struct AVInputFormat;
 
 namespace nimbo::capture::av {
 
+/// What the client that gets the packets can carry.
+enum class Carried : unsigned char {
+  Classic,  ///< H.264 and AAC as its messages describe them
+  Any,      ///< that where it is so, else everything
+  Live,     ///< everything
+};
+
 /// What is to be read, and how.
 struct InputOptions {
   std::string url;          ///< anything that libavformat opens; "-" is the standard input
@@ -21,6 +28,7 @@ struct InputOptions {
   std::uint64_t plays = 1;  ///< 0: without end
   bool video = true;
   bool audio = true;
+  Carried carried = Carried::Classic;
   bool transcode = false;                      ///< also what could be passed through
   std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
   Encoding encoding;                           ///< of what is transcoded

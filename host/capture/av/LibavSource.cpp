@@ -1,7 +1,10 @@
 #include "host/capture/av/LibavSource.h"
 
+#include <algorithm>
+
 #include "host/base/Console.h"
 #include "host/capture/av/AudioTranscoder.h"
+#include "host/capture/av/LivePass.h"
 #include "host/capture/av/Obstacle.h"
 #include "host/capture/av/PassThrough.h"
 #include "host/capture/av/VideoTranscoder.h"
@@ -65,6 +68,7 @@ void LibavSource::Close() {
   _ended = false;
   _lost = false;
   _arrival = 0;
+  _early = 0;
   _position = 0;
 }
 
@@ -75,6 +79,7 @@ bool LibavSource::Probe() {
       return false;
     }
     if (_arrival == 0) _arrival = MonotonicNow();
+    if (event.packet) _early = std::max(_early, -event.packet->dts);
     _probed.push_back(std::move(event));
   }
   return true;
@@ -110,6 +115,34 @@ std::vector<const AVPacket*> LibavSource::Beginning(Kind kind) const {
   return packets;
 }
 
+std::unique_ptr<StreamPath> LibavSource::PassPath(Kind kind, const AVCodecParameters& parameters,
+                                                  std::string& obstacle) const {
+  const bool video = kind == Kind::Video;
+  const Encoding& wanted = _options.encoding;
+  const bool encode =
+      _options.transcode || (video ? wanted.AsksForVideo() : wanted.AsksForAudio());
+  const auto beginning = Beginning(kind);
+  const ParameterSets sets = video ? CollectSets(parameters, beginning) : ParameterSets();
+  if (_options.carried != Carried::Live) {
+    obstacle =
+        video ? VideoObstacle(parameters, beginning, sets) : AudioObstacle(parameters, beginning);
+    if (obstacle.empty() && video && !encode) {
+      return std::make_unique<H264Pass>(parameters.width, parameters.height, sets);
+    }
+    if (obstacle.empty() && !encode) {
+      return std::make_unique<AacPass>(parameters.sample_rate, parameters.ch_layout.nb_channels,
+                                       parameters.extradata_size == 0);
+    }
+  }
+  if (encode && obstacle.empty()) obstacle = "as asked for";
+  if (encode || _options.carried == Carried::Classic) return nullptr;
+  obstacle = video ? LiveVideoObstacle(parameters, beginning, sets)
+                   : LiveAudioObstacle(parameters, beginning);
+  if (!obstacle.empty()) return nullptr;
+  if (video) return std::make_unique<H264LivePass>(parameters, beginning);
+  return std::make_unique<AacLivePass>(parameters, beginning);
+}
+
 bool LibavSource::ChoosePaths() {
   std::string obstacles[KindCount];
   std::string made[KindCount];
@@ -118,29 +151,15 @@ bool LibavSource::ChoosePaths() {
     if (!parameters) continue;
     auto& path = _paths[Index(kind)];
     std::string& obstacle = obstacles[Index(kind)];
-    const auto beginning = Beginning(kind);
-    ParameterSets sets;
-    if (kind == Kind::Video) {
-      sets = CollectSets(*parameters, beginning);
-      obstacle = VideoObstacle(*parameters, beginning, sets);
-    } else {
-      obstacle = AudioObstacle(*parameters, beginning);
-    }
+    path = PassPath(kind, *parameters, obstacle);
     const Encoding& wanted = _options.encoding;
-    const bool asked = kind == Kind::Video ? wanted.AsksForVideo() : wanted.AsksForAudio();
-    if ((_options.transcode || asked) && obstacle.empty()) obstacle = "as asked for";
     Status opened;
-    if (kind == Kind::Video && obstacle.empty()) {
-      path = std::make_unique<H264Pass>(parameters->width, parameters->height, sets);
-    } else if (obstacle.empty()) {
-      path = std::make_unique<AacPass>(parameters->sample_rate, parameters->ch_layout.nb_channels,
-                                       parameters->extradata_size == 0);
-    } else if (kind == Kind::Video) {
+    if (!path && kind == Kind::Video) {
       auto transcoder = std::make_unique<VideoTranscoder>();
       opened = transcoder->Open(*parameters, _demuxer.FrameRate(), wanted);
       if (opened) made[Index(kind)] = transcoder->Described();
       path = std::move(transcoder);
-    } else {
+    } else if (!path) {
       auto transcoder = std::make_unique<AudioTranscoder>();
       opened = transcoder->Open(*parameters, wanted.audioBitRate);
       if (opened) made[Index(kind)] = transcoder->Described();
@@ -191,7 +210,7 @@ bool LibavSource::Start() {
   if (_options.Live()) {
     _shift = _arrival != 0 ? _arrival : MonotonicNow();
   } else {
-    _shift = _options.realtime ? MonotonicNow() - _position : 0;
+    _shift = _options.realtime ? MonotonicNow() - _position : _early;
   }
   return true;
 }

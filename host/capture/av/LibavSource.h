@@ -16,14 +16,17 @@ namespace nimbo::capture::av {
 
 /// The capture source "av": the first video and the first audio stream of anything that libavformat
 /// opens. What the wire format can describe is passed through; all else is transcoded, with one
-/// line that says why. That is decided once, by what comes first: see H264Pass.
+/// line that says why. That is decided once, by what comes first: see H264Pass, and LivePass for a
+/// client that can carry everything.
 ///
 /// Options: `url`; `format`, where libavformat does not find it out (v4l2, alsa, ...); `pace`:
 /// `realtime` (as usual) or `fast`; `loop`, how often it is played: a number, or `true` for without
 /// end; `streams`: `video`, `audio` or `both` (as usual); `transcode`: `true` for never passing
 /// through; `video_bitrate`, `size`, `fps`, `keyint`, `preset` and `audio_bitrate`: what
-/// transcoding makes, which they ask for; `wait`: how many seconds the input may be silent while it
-/// is opened (10 as usual; what comes from the network also later). All others go to libavformat.
+/// transcoding makes, which they ask for; `carry`: what the client can carry, `classic` (as usual),
+/// `live`, or `any` for the classic form where that is enough; `wait`: how many seconds the input
+/// may be silent while it is opened (10 as usual; what comes from the network also later). All
+/// others go to libavformat.
 ///
 /// Devices are read without blocking and asked again every few milliseconds, so that a silent one
 /// can be stopped: those that know libavformat's flag for it (v4l2, alsa and most others).
@@ -57,6 +60,10 @@ class LibavSource final : public CaptureSource {
   bool ProbeGoesOn() const;
   bool ChoosePaths();
   void Warn(bool passed) const;
+  /// The way of a stream that is passed through; null when it has to be transcoded because of
+  /// `obstacle`.
+  std::unique_ptr<StreamPath> PassPath(Kind kind, const AVCodecParameters& parameters,
+                                       std::string& obstacle) const;
   std::vector<const AVPacket*> Beginning(Kind kind) const;
   StreamPath* Next();
   void Pump();
@@ -73,6 +80,7 @@ class LibavSource final : public CaptureSource {
   bool _ended = false;
   bool _lost = false;          ///< the end came before its time
   std::int64_t _arrival = 0;   ///< when the first packet came
+  std::int64_t _early = 0;     ///< how far in front of the first packet another one lies
   std::int64_t _shift = 0;     ///< from the demuxer's time line to time stamps
   std::int64_t _position = 0;  ///< on the demuxer's time line
 };

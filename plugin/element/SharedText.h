@@ -5,7 +5,7 @@
 
 #include "sync/Mutex.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// A text that the control thread sets while other threads read it. The lock is held only for the
 /// copy, and no other lock is taken under it.
@@ -25,4 +25,4 @@ class SharedText {
   std::string _text GUARDED_BY(_mutex);
 };
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin

@@ -4,7 +4,7 @@
 
 #include "base/reflect/TProperty.h"
 
-namespace nimbo::plugin::rtmp {
+namespace nimbo::plugin {
 
 /// A new read-only property that gives what `member` returns, typed and as text.
 template <class T, class R>
@@ -16,4 +16,4 @@ base::TProperty* Getter(const char* name, R (T::*member)()) {
   return property;
 }
 
-}  // namespace nimbo::plugin::rtmp
+}  // namespace nimbo::plugin
