@@ -166,6 +166,50 @@ AFileIsTranscodedWhereTheWireCannotDescribeIt() {
     "aac h264" ] || fail "the recording has other codecs"
 }
 
+# packet_times FILE: when its pictures are shown, in ms behind the first one that is decoded.
+packet_times() {
+  ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv=p=0 "$1" |
+    awk -F, 'NR == 1 { first = $1 } { printf "%.0f\n", ($1 - first) * 1000 }'
+}
+
+# What several slices, reordered pictures, other parameter sets and other sound make of it is compared
+# with what ffmpeg makes of the same file by copying.
+WhatTheClassicClientCannotDescribePassesThroughAsItIs() {
+  local picture=(-c:v libx264 -preset ultrafast -pix_fmt yuv420p)
+  local deep=bframes=3:b-pyramid=normal:b-adapt=0:open-gop=1:keyint=15
+  source_file "$folder/film.mp4" -t 2 "${picture[@]}" -x264-params $deep:slices=4 -ac 6
+  source_file "$folder/half.mp4" -t 1 -ar 24000 -ac 1 "${picture[@]}" -x264-params $deep
+  # Sound whose configuration says that the upper half of its band follows: HE-AAC.
+  python3 - "$folder" <<'PYTHON'
+import pathlib, sys
+folder = pathlib.Path(sys.argv[1])
+film = (folder / "half.mp4").read_bytes()
+assert film.count(bytes.fromhex("56e500")) == 1
+(folder / "he.mp4").write_bytes(film.replace(bytes.fromhex("56e500"), bytes.fromhex("56e598")))
+PYTHON
+  # Another size, and other parameter sets of the same numbers, from the second second on.
+  source_file "$folder/one.ts" -t 1 "${picture[@]}" -x264-params $deep
+  source_file "$folder/other.ts" -t 1 -output_ts_offset 1 "${picture[@]}" -s 320x180 -x264-params bframes=0:slices=2
+  cat "$folder/one.ts" "$folder/other.ts" >"$folder/changing.ts"
+  start_server
+  local name ours theirs
+  for name in film.mp4 he.mp4 changing.ts; do
+    ffmpeg -nostdin -v error -i "$folder/$name" -c copy -f flv "$address" || fail "ffmpeg fails"
+    theirs=$(newest)
+    sleep 1.1  # recordings are called by the second
+    publish "$folder/$name" "$address" --fast || fail "publish ended with $?: $(cat "$log")"
+    ours=$(newest)
+    [ "$ours" != "$theirs" ] || fail "nothing was recorded of $name"
+    ! grep -q transcoded "$log" || fail "$name is transcoded"
+    same_frames "$theirs" "$ours"
+    same_pictures "$folder/$name" "$ours"
+    paste <(packet_times "$theirs") <(packet_times "$ours") |
+      awk '{ off = $1 - $2 } off > 1 || off < -1 { exit 1 }' || fail "$name has other times"
+  done
+  publish "$folder/film.mp4" "$address" --fast --plugin classic || fail "publish ended with $?"
+  grep -q transcoded "$log" || fail "the classic client says that it can carry $name"
+}
+
 AKilledServerIsFoundAgain() {
   start_server
   start_push --url "$address" --encoder "$camera"

@@ -212,7 +212,8 @@ Script Trickle() {
 const Who Everyone[] = {
     {Publisher::Kind::Pusher, false},        {Publisher::Kind::Pusher, true},
     {Publisher::Kind::Client, false},        {Publisher::Kind::Client, true},
-    {Publisher::Kind::ClientInPlace, false}, {Publisher::Kind::ClientInPlace, true}};
+    {Publisher::Kind::ClientInPlace, false}, {Publisher::Kind::ClientInPlace, true},
+    {Publisher::Kind::Live, false}};
 
 /// The fault's name and who meets it, in letters and digits alone.
 const auto nameOf = [](const auto& info) {

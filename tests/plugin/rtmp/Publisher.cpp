@@ -34,10 +34,14 @@ class PusherPublisher final : public Publisher {
 
 class ClientPublisher final : public Publisher {
  public:
-  ClientPublisher(const std::string& url, bool copy)
-      : _client(stream::IElement::New("EleRtmpClient", "client", nullptr, nullptr)) {
+  ClientPublisher(const std::string& url, Kind kind)
+      : _client(stream::IElement::New(kind == Kind::Live ? "EleRtmpLive" : "EleRtmpClient",
+                                      "client", nullptr, nullptr)) {
     SetUrl(url);
-    for (const char* kind : {"vcopy", "acopy"}) _client->Set(kind, copy ? "true" : "false");
+    if (kind == Kind::Live) return;
+    for (const char* copy : {"vcopy", "acopy"}) {
+      _client->Set(copy, kind == Kind::Client ? "true" : "false");
+    }
   }
   ~ClientPublisher() override { StopFeeding(); }
 
@@ -68,11 +72,11 @@ class ClientPublisher final : public Publisher {
 std::unique_ptr<Publisher> Publisher::New(Kind kind, const std::string& url,
                                           const std::string& ring) {
   if (kind == Kind::Pusher) return std::make_unique<PusherPublisher>(url, ring);
-  return std::make_unique<ClientPublisher>(url, kind == Kind::Client);
+  return std::make_unique<ClientPublisher>(url, kind);
 }
 
 const char* NameOf(Publisher::Kind kind) {
-  constexpr const char* Names[] = {"Pusher", "Client", "ClientInPlace"};
+  constexpr const char* Names[] = {"Pusher", "Client", "ClientInPlace", "Live"};
   return Names[static_cast<int>(kind)];
 }
 

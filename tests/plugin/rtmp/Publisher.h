@@ -13,7 +13,7 @@ namespace nimbo::test {
 /// own, as a camera would.
 class Publisher {
  public:
-  enum class Kind { Pusher, Client, ClientInPlace };
+  enum class Kind { Pusher, Client, ClientInPlace, Live };
 
   /// A pusher takes its frames from rings of the kind `ring`.
   static std::unique_ptr<Publisher> New(Kind kind, const std::string& url,
@@ -50,7 +50,7 @@ class Publisher {
   std::thread _feeder;
 };
 
-/// "Pusher", "Client" or "ClientInPlace".
+/// "Pusher", "Client", "ClientInPlace" or "Live".
 const char* NameOf(Publisher::Kind kind);
 
 }  // namespace nimbo::test
