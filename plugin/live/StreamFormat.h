@@ -17,9 +17,9 @@ namespace nimbo::plugin::live {
 ///   AudioSpecificConfig, an HEVCDecoderConfigurationRecord and so on; of Opus the identification
 ///   header (RFC 7845, 5.1), of FLAC its signature and the stream's information. Without it H.264
 ///   is described by "sps" and "pps", AAC by "profile", "channel" and "rate".
-/// - "cto": microseconds from a packet's decode time to its presentation; 0 as usual. A source
-/// whose
-///   pictures are reordered has a media for each such distance, alike in all else.
+/// - "cto": microseconds from a packet's decode time to its presentation; 0 as usual. Where
+/// pictures
+///   are reordered a source has a media for each such distance, alike in all else.
 struct StreamFormat {
   LiveCodec codec = LiveCodec::Avc;
   std::vector<unsigned char> config;  ///< empty: the codec needs none

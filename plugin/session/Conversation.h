@@ -93,9 +93,8 @@ class Conversation {
   SessionOptions _options;
   bool _ping = false;  ///< is to be answered
   std::uint32_t _ping_time = 0;
-  bool _report = false;  ///< what was received is to be acknowledged
-  std::uint32_t _window =
-      0;  ///< bytes that the server sends without being acknowledged; 0: unknown
+  bool _report = false;       ///< what was received is to be acknowledged
+  std::uint32_t _window = 0;  ///< bytes that the server sends unacknowledged; 0: unknown
   ReconnectRequest _reconnect;
   std::vector<std::string> _codecs;
   std::size_t _set_up_read = 0;  ///< bytes read before the publish was accepted

@@ -169,7 +169,7 @@ AFileIsTranscodedWhereTheWireCannotDescribeIt() {
 # packet_times FILE: when its pictures are shown, in ms behind the first one that is decoded.
 packet_times() {
   ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv=p=0 "$1" |
-    awk -F, 'NR == 1 { first = $1 } { printf "%.0f\n", ($1 - first) * 1000 }'
+    awk -F, 'NR == 1 { first = $1 } $1 != "" { printf "%.0f\n", ($1 - first) * 1000 }'
 }
 
 # What several slices, reordered pictures, other parameter sets and other sound make of it is compared

@@ -119,8 +119,7 @@ std::unique_ptr<StreamPath> LibavSource::PassPath(Kind kind, const AVCodecParame
                                                   std::string& obstacle) const {
   const bool video = kind == Kind::Video;
   const Encoding& wanted = _options.encoding;
-  const bool encode =
-      _options.transcode || (video ? wanted.AsksForVideo() : wanted.AsksForAudio());
+  const bool encode = _options.transcode || (video ? wanted.AsksForVideo() : wanted.AsksForAudio());
   const auto beginning = Beginning(kind);
   const ParameterSets sets = video ? CollectSets(parameters, beginning) : ParameterSets();
   if (_options.carried != Carried::Live) {
