@@ -46,14 +46,16 @@ start_server() {
 log=$folder/log
 push() { "${host[@]}" push "$@" </dev/null >"$log" 2>&1; }
 publish() { "${host[@]}" publish "$@" </dev/null >"$log" 2>&1; }
-# start_push OPTION...: sets `pusher`.
-start_push() {
-  "${host[@]}" push "$@" </dev/null >"$log" 2>&1 &
-  pusher=$!
-  children+=("$pusher")
+# start WORD...: in the background; sets `publisher`.
+start() {
+  "${host[@]}" "$@" </dev/null >"$log" 2>&1 &
+  publisher=$!
+  children+=("$publisher")
 }
-# Ends the pusher with TERM; its exit code is the result.
-stop_push() { kill -TERM "$pusher" && wait "$pusher"; }
+# Ends the publisher with TERM; its exit code is the result.
+stop() { kill -TERM "$publisher" && wait "$publisher"; }
+# kill_server [SIGNAL [FOLDER]]
+kill_server() { kill -"${1:-KILL}" "$(cat "${2:-$folder/server}/nginx.pid")"; }
 
 recordings() { ls -tr "$folder"/server/recordings/*.flv 2>/dev/null; }
 newest() { recordings | tail -n 1; }
@@ -102,6 +104,12 @@ while at + 13 <= len(data) and len(seen) < 2:
 print(" ".join(f"{name}:{what}" for name, what in sorted(seen.items())))
 PYTHON
 }
+# The recording is whole, from both sequence headers on.
+begins_anew() {
+  [ "$(first_tags "$1")" = "audio:header video:header" ] ||
+    fail "the new recording starts with $(first_tags "$1")"
+  decodes_clean "$1"
+}
 
 camera="h264-0,W=640,H=360,fr=30,br=1000000,gopTypeStr=ibbp,gop=30"
 
@@ -133,14 +141,6 @@ TheCameraArrivesWholeAndDecodesClean() {
     sed -n 's/.*mean_volume: \(-\{0,1\}[0-9]*\).*/\1/p')
   [ "$level" -gt -40 ] || fail "the tone is missing: $level dB"
   grep -q 'rtmp_sts=true' "$log" || fail "no status line"
-}
-
-AFileArrivesFrameByFrame() {
-  source_file "$folder/source.mp4" "${one_slice[@]}"
-  start_server
-  push --url "$address" --input "$folder/source.mp4" || fail "push ended with $?"
-  decodes_clean "$(newest)"
-  same_frames "$folder/source.mp4" "$(newest)"
 }
 
 ElementaryFilesArriveFrameByFrame() {
@@ -212,25 +212,23 @@ PYTHON
 
 AKilledServerIsFoundAgain() {
   start_server
-  start_push --url "$address" --encoder "$camera"
+  start push --url "$address" --encoder "$camera"
   until_true recorded 1 100000 || fail "nothing was recorded"
-  kill -KILL "$(cat "$folder/server/nginx.pid")"
+  kill_server
   sleep 2
-  kill -0 "$pusher" || fail "the host died with the server"
+  kill -0 "$publisher" || fail "the host died with the server"
   start_server
   until_true recorded 2 200000 || fail "nothing was recorded after the restart"
-  stop_push || fail "push ended with $?"
-  [ "$(first_tags "$(newest)")" = "audio:header video:header" ] ||
-    fail "the new recording starts with $(first_tags "$(newest)")"
-  decodes_clean "$(newest)"
+  stop || fail "push ended with $?"
+  begins_anew "$(newest)"
   grep -q 'reconnect success,continue' "$log" || fail "no line tells of the reconnection"
 }
 
 TermStopsCleanly() {
   start_server
-  start_push --url "$address" --encoder "$camera"
+  start push --url "$address" --encoder "$camera"
   until_true recorded 1 100000 || fail "nothing was recorded"
-  stop_push || fail "push ended with $?"
+  stop || fail "push ended with $?"
   grep -q '^Published ' "$log" || fail "no summary"
   until_true grep -q deleteStream "$folder/server/error.log" || fail "the stream was not ended"
   decodes_clean "$(newest)"
@@ -238,7 +236,7 @@ TermStopsCleanly() {
 
 ARefusedConnectionIsAFailure() {
   start_server
-  kill -KILL "$(cat "$folder/server/nginx.pid")"
+  kill_server
   wait "${children[0]}" || true
   local status=0
   push --url "$address" --encoder "$camera" || status=$?
@@ -310,31 +308,23 @@ AServerThatFailsHoldsUpNoOther() {
 # make the session anew, with a recording of its own.
 start_camera() {
   start_server
-  "${host[@]}" publish "test:W=1280,H=720,fr=15" "$address" </dev/null >"$log" 2>&1 &
-  pusher=$!
-  children+=("$pusher")
+  start publish "test:W=1280,H=720,fr=15" "$address"
   until_true recorded 1 100000 || fail "nothing was recorded"
 }
 
 AClientFindsAKilledServerAgain() {
   start_camera
-  kill -KILL "$(cat "$folder/server/nginx.pid")"
+  kill_server
   until_true grep -q rtmp_reconnect_fail "$log" || fail "the loss was not told"
   start_server
   until_true recorded 2 200000 || fail "nothing was recorded after the restart"
-  kill -TERM "$pusher"
-  wait "$pusher" && fail "what was lost counts as published"
-  [ "$(first_tags "$(newest)")" = "audio:header video:header" ] ||
-    fail "the new recording starts with $(first_tags "$(newest)")"
-  decodes_clean "$(newest)"
+  stop && fail "what was lost counts as published"
+  begins_anew "$(newest)"
   local order
   order=$(grep -o 'rtmp_send_data_fail\|rtmp_reconnect_[a-z]*' "$log" | uniq | sed -n '1p;2p;$p' | xargs)
   [ "$order" = "rtmp_send_data_fail rtmp_reconnect_fail rtmp_reconnect_success" ] ||
     fail "the messages came as $order"
 }
-
-# kill_server [FOLDER]
-kill_server() { kill -KILL "$(cat "${1:-$folder/server}/nginx.pid")"; }
 
 AServerThatIsAwayAtTheStartIsWaitedFor() {
   source_file "$folder/source.mp4" "${one_slice[@]}"
@@ -342,7 +332,7 @@ AServerThatIsAwayAtTheStartIsWaitedFor() {
   kill_server
   publish "$folder/source.mp4" "$address" --wait --duration 2 && fail "nobody was there"
   grep -q "cannot publish to" "$log" || fail "it is not told: $(cat "$log")"
-  start_push --url "${address}2" --input "$folder/source.mp4" --wait
+  start push --url "${address}2" --input "$folder/source.mp4" --wait
   "${host[@]}" publish "$folder/source.mp4" "$address" --wait --retry-max 1 </dev/null \
     >"$folder/waiting" 2>&1 &
   local client=$!
@@ -350,7 +340,7 @@ AServerThatIsAwayAtTheStartIsWaitedFor() {
   sleep 2
   start_server
   wait "$client" || fail "publish ended with $?: $(tail -n 3 "$folder/waiting")"
-  wait "$pusher" || fail "push ended with $?: $(tail -n 3 "$log")"
+  wait "$publisher" || fail "push ended with $?: $(tail -n 3 "$log")"
   local recording
   for recording in $(recordings); do same_frames "$folder/source.mp4" "$recording"; done
   [ "$(recordings | wc -l)" -eq 2 ] || fail "not both have come"
@@ -362,19 +352,16 @@ ABackupServerTakesOverUntilItFails() {
   exec {said}< <(exec "$tools/ingest-server" "$folder/second")
   children+=($!)
   read -r second <&"$said" || fail "the second server did not start"
-  "${host[@]}" publish "test:W=1280,H=720,fr=15" "$first" --backup "$second/stream" --retry-max 1 \
-    </dev/null >"$log" 2>&1 &
-  children+=($!)
+  start publish "test:W=1280,H=720,fr=15" "$first" --backup "$second/stream" --retry-max 1
   until_true recorded 1 100000 || fail "nothing was recorded"
   kill_server
   until_true grep -q address_changed "$log" || fail "it does not go on"
   until_true grep -q "publish: name" "$folder/second/error.log" ||
     fail "nothing comes to the second server"
   start_server
-  kill_server "$folder/second"
+  kill_server KILL "$folder/second"
   until_true recorded 2 100000 || fail "it did not return to the first server"
-  kill -TERM "${children[2]}"
-  wait "${children[2]}" || true
+  stop || true
   decodes_clean "$(newest)"
 }
 
@@ -386,13 +373,12 @@ ACameraThatEndsIsALoss() {
     exec {said}< <(exec setsid "$tools/../tests/support/rtsp_camera.py")
     camera=$!
     read -r input <&"$said" || fail "the camera did not start"
-    "${host[@]}" publish "$input" "$address$round" --input-option wait=2 </dev/null >"$log" 2>&1 &
-    pusher=$!
-    children+=("$camera" "$pusher")
+    children+=("$camera")
+    start publish "$input" "$address$round" --input-option wait=2
     until_true recorded $round 100000 || fail "nothing was recorded"
     kill -$signal -- "-$camera"
     status=0
-    wait "$pusher" || status=$?
+    wait "$publisher" || status=$?
     kill -KILL -- "-$camera" 2>/dev/null || true
     [ $status -eq 1 ] || fail "$signal: publish ended with $status"
     expected="has ended, as a live input should not"
@@ -410,17 +396,16 @@ TheKeyIsToldNowhere() {
   local key=a-key-that-is-secret page
   NIMBO_KEY=$key "${host[@]}" publish test:W=1280,H=720 "${address%/*}/" --json --monitor 0 \
     </dev/null >"$folder/json" 2>"$log" &
-  pusher=$!
-  children+=("$pusher")
+  publisher=$!
+  children+=("$publisher")
   until_true recorded 1 100000 || fail "nothing was recorded"
   page=$(sed -n 's/^monitor: //p' "$log")
   python3 -c '
 import sys, urllib.request
 for page in ("status.json?since=0", "metrics"):
     print(urllib.request.urlopen(sys.argv[1] + page).read().decode())' "$page" >"$folder/pages"
-  tr "\0" " " <"/proc/$pusher/cmdline" >"$folder/words"
-  kill -TERM "$pusher"
-  wait "$pusher" || fail "publish ended with $?"
+  tr "\0" " " <"/proc/$publisher/cmdline" >"$folder/words"
+  stop || fail "publish ended with $?"
   grep -q "a-ke\.\.\." "$folder/json" && grep -q "a-ke\.\.\." "$folder/pages" ||
     fail "its stream is not named"
   local told
@@ -436,16 +421,13 @@ assert end["clients"][0]["video"] > 0, end' || fail "the last object is wrong"
 
 AFrozenServerIsLeftAndFoundAgain() {
   start_camera
-  kill -STOP "$(cat "$folder/server/nginx.pid")"
+  kill_server STOP
   sleep "${NIMBO_FROZEN_SECONDS:-10}"
-  kill -CONT "$(cat "$folder/server/nginx.pid")"
+  kill_server CONT
   until_true grep -q rtmp_reconnect_success "$log" || fail "no reconnection is told"
   until_true recorded 2 200000 || fail "nothing was recorded afterwards"
-  kill -TERM "$pusher"
-  wait "$pusher" || true
-  [ "$(first_tags "$(newest)")" = "audio:header video:header" ] ||
-    fail "the new recording starts with $(first_tags "$(newest)")"
-  decodes_clean "$(newest)"
+  stop || true
+  begins_anew "$(newest)"
 }
 
 ASecureServerOfAPrivateAuthorityIsTrustedOnlyByName() {
@@ -500,30 +482,6 @@ print(s.getsockname()[1])')
 
 # shell LINE...: its output, both streams.
 shell() { printf '%s\n' "$@" | "${host[@]}" shell 2>&1 || true; }
-# The failure line of the command unit's LINE in FUNCTION.
-failed() { printf '\033[31mplugin/rtmp/_test.cpp/%s/%s:\t%s' "$1" "$2" "$3"; }
-
-TheShellPrintsTheCaptureConfiguration() {
-  local expected="====buf:
-type=pipeline,serialize={shm-source:connect={pv:$camera,plenckeys=vfrc-fifo}+fifofilter:max=60+RingSink}+type=pipeline,serialize={shm-source:connect={pv:aac-1,plenckeys=fifo}+fifofilter:max=128+RingSink}
-===="
-  local said
-  said=$(shell "rtmp p0={$camera}")
-  [[ $said == *"$expected"* ]] || fail "the block is missing: $said"
-}
-
-TheShellPrintsFailureLinesWithTheirPlaces() {
-  local said
-  # The address that is built in names a host that does not exist; a name is taken the second time.
-  said=$(shell "rtmp p0={$camera}" "call fwRtmpPusher $camera" \
-    "call fwRtmpService NoSuchClass" "objects")
-  local line
-  for line in "$(failed 91 fwRtmpPusher '!server->Set("status","play")')" \
-    "$(failed 88 fwRtmpPusher '!server')" "$(failed 104 fwRtmpService '!server')" "= 0" "= -1" \
-    'the command "rtmp" failed' "rtmp-pusher-service"; do
-    [[ $said == *"$line"* ]] || fail "\"$line\" is missing: $said"
-  done
-}
 
 TheShellStartsAndStopsAClient() {
   source_file "$folder/source.mp4" "${one_slice[@]}"

@@ -4,17 +4,6 @@
 
 namespace nimbo::test {
 
-using stream::ControlQueue;
-using stream::MessageListeners;
-
-ClientTest::ClientTest() {
-  ControlQueue::Global().Run();  // what earlier tests left
-  _listener = MessageListeners::Global().Add(
-      [this](const stream::Message& message) { _messages.push_back(message.name); });
-}
-
-ClientTest::~ClientTest() { MessageListeners::Global().Remove(_listener); }
-
 void ClientTest::Make(const std::string& url) {
   client.reset(stream::IElement::New("EleRtmpClient-ele-rtmp-client-muxer-sink", "client", nullptr,
                                      nullptr));
@@ -34,11 +23,6 @@ bool ClientTest::Receive(Bytes bytes, stream::IMedia* media, std::int64_t time, 
 
 bool ClientTest::ReceiveBoth() {
   return Receive(AccessUnit(true), video.get()) && Receive(AdtsFrame(20), audio.get());
-}
-
-std::vector<std::string> ClientTest::Messages() {
-  ControlQueue::Global().Run();
-  return std::exchange(_messages, {});
 }
 
 }  // namespace nimbo::test

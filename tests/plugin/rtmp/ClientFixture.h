@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "host/stream/ControlQueue.h"
-#include "host/stream/Message.h"
 #include "nimbo/stream/element.h"
 #include "tests/plugin/rtmp/PluginFixture.h"
 
@@ -14,9 +12,6 @@ namespace nimbo::test {
 /// Client elements that get their packets from the test.
 class ClientTest : public PluginTest {
  protected:
-  ClientTest();
-  ~ClientTest() override;
-
   /// A new element takes the place of the one before; its status stays null.
   void Make(const std::string& url);
   /// The same, brought to `status`. Its result.
@@ -26,17 +21,11 @@ class ClientTest : public PluginTest {
   bool Receive(Bytes bytes, stream::IMedia* media, std::int64_t time = 0, bool key = true);
   /// A key frame, and a frame of sound.
   bool ReceiveBoth();
-  /// What was sent up since the last call.
-  std::vector<std::string> Messages();
 
   Held<stream::Media> video = VideoMedia();
   Held<stream::Media> audio = AudioMedia();
   Owned<stream::IElement> client;
   std::uint32_t sequence = 0;
-
- private:
-  std::vector<std::string> _messages;
-  int _listener;
 };
 
 }  // namespace nimbo::test

@@ -3,16 +3,13 @@
 #include <random>
 #include <tuple>
 
-#include "host/stream/ControlQueue.h"
-#include "host/stream/Message.h"
 #include "plugin/session/RtmpSession.h"
 #include "tests/plugin/rtmp/Publisher.h"
 #include "tests/support/Lateness.h"
 #include "tests/support/TlsServer.h"
 
 // Every way to publish against everything that a server or the network can do. Deadlines are a
-// third of the real ones unless RTMP_REAL_DEADLINES is set. What was seen and measured is recorded
-// in each case's properties, of which tools/fault-table makes a table.
+// third of the real ones unless RTMP_REAL_DEADLINES is set.
 
 namespace nimbo::test {
 namespace {
@@ -30,7 +27,7 @@ constexpr std::size_t LargeFrame = 50000;
 
 class FaultCase : public PluginTest {
  protected:
-  FaultCase(const std::string& name, const Who& who) : _who(who) {
+  explicit FaultCase(const Who& who) : _who(who) {
     const int scale = std::getenv("RTMP_REAL_DEADLINES") ? 1 : 3;
     const SessionLimits real;
     RtmpSession::Limits() = {real.attempt / scale,     real.answer / scale,
@@ -38,16 +35,10 @@ class FaultCase : public PluginTest {
                              real.close / scale,       real.drain / scale};
     setenv("RTMP_CA_FILE", tls.TrustFile().c_str(), 1);
     if (Secured()) options.secure = tls.Securer();
-    RecordProperty("fault", name);
-    RecordProperty("who", NameOf(std::get<0>(who)));
-    RecordProperty("transport", Secured() ? "TLS" : "plain");
-    listener = stream::MessageListeners::Global().Add(
-        [this](const stream::Message& message) { messages.push_back(message.name); });
   }
   ~FaultCase() override {
     publisher.reset();
-    stream::ControlQueue::Global().Run();
-    stream::MessageListeners::Global().Remove(listener);
+    Messages();
     unsetenv("RTMP_CA_FILE");
     RtmpSession::Limits() = SessionLimits();
   }
@@ -62,8 +53,8 @@ class FaultCase : public PluginTest {
     publisher = Publisher::New(std::get<0>(_who), url, "RingSink:size=512");
   }
 
-  /// Records how long `action` took, which must not be longer than the session's own `limit`. What
-  /// the machine was late meanwhile, several threads in turn, is not the session's fault.
+  /// `action` takes no longer than the session's own `limit`. What the machine was late meanwhile,
+  /// several threads in turn, is not the session's fault.
   template <class Action>
   void Time(const char* what, milliseconds limit, Action action) {
     const Lateness lateness;
@@ -73,24 +64,18 @@ class FaultCase : public PluginTest {
     const milliseconds slack = lateness.Slack();
     EXPECT_LE(took.count(), (limit + slack).count())
         << what << ", of which slack " << slack.count();
-    RecordProperty(what, static_cast<int>(took.count()));
+  }
+  void CloseInTime() {
+    Time("close", RtmpSession::Limits().close, [this] { publisher->Close(); });
   }
   /// The longest until a publisher has a connection again, whatever it is doing.
   static milliseconds Back() { return RtmpSession::Limits().attempt + ReconnectPause; }
-  /// Records the explanations and failures that the console has shown since it was cleared.
-  void RecordTold() {
-    std::string told;
-    for (const ConsoleLine& line : console.Lines()) {
-      if (line.colour == '3' && line.function == "ConnectServer") told = line.text;
-    }
-    RecordProperty("told", told);
-  }
   /// The messages that came up since the last call hold these, in their order.
   void ExpectMessages(std::vector<std::string> expected) {
-    stream::ControlQueue::Global().Run();
+    const std::vector<std::string> messages = Messages();
     if (!IsClient()) expected.clear();  // a service sends none
     auto next = expected.begin();
-    for (const std::string& message : std::exchange(messages, {})) {
+    for (const std::string& message : messages) {
       if (next != expected.end() && message == *next) ++next;
     }
     EXPECT_EQ(next, expected.end()) << (next == expected.end() ? "" : *next);
@@ -99,6 +84,12 @@ class FaultCase : public PluginTest {
     return Eventually([&] {
       return server.Connections() > connection && server.Get(connection).mediaCount >= count;
     });
+  }
+  /// Opens the publisher, whose media arrive at once.
+  bool Publish(IngestServer& server, std::size_t count = 12) {
+    if (!publisher->Open()) return false;
+    publisher->StartFeeding(SmallFrame);
+    return WaitForMedia(server, 0, count);
   }
   /// The connection began with both sequence headers, and no frame is missing from the third on: a
   /// pusher whose ring has run ahead meanwhile goes on with its oldest entry. With `lapped` it may
@@ -122,8 +113,14 @@ class FaultCase : public PluginTest {
 
  private:
   const Who _who;
-  std::vector<std::string> messages;
-  int listener = 0;
+};
+
+/// What everyone does about one of several faults.
+template <class Fault>
+class Facing : public FaultCase, public testing::WithParamInterface<std::tuple<Fault, Who>> {
+ protected:
+  Facing() : FaultCase(std::get<1>(this->GetParam())) {}
+  const Fault& fault = std::get<0>(this->GetParam());
 };
 
 // ---- while connecting ---------------------------------------------------------------------------
@@ -142,13 +139,9 @@ struct SetupFault {
   }
 };
 
-class Connecting : public FaultCase,
-                   public testing::WithParamInterface<std::tuple<SetupFault, Who>> {
+class Connecting : public Facing<SetupFault> {
  protected:
-  Connecting() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
-
   std::string FaultyUrl() {
-    const SetupFault& fault = std::get<0>(GetParam());
     if (fault.server == SetupFault::NobodyListens) return Scheme(unused.Url());
     if (fault.server == SetupFault::SynsSwallowed) return Scheme(full.Url());
     faulty = std::make_unique<IngestServer>(std::vector<Script>{fault.script}, options);
@@ -170,18 +163,14 @@ TEST_P(Connecting, EndsInTimeAndIsMadeGoodLater) {
   const std::string url = FaultyUrl();
   Make(url);
   console.Clear();
-  const bool stalls = std::get<0>(GetParam()).Stalls();
-  Time("open", stalls ? RtmpSession::Limits().attempt : milliseconds(0),
+  Time("open", fault.Stalls() ? RtmpSession::Limits().attempt : milliseconds(0),
        [&] { EXPECT_FALSE(publisher->Open()); });
   EXPECT_EQ(Failures(), 1u);
   EXPECT_FALSE(publisher->Connected());
-  RecordTold();
   ExpectMessages({"rtmp_disconnected"});
 
   publisher->SetUrl(healthy.Url());
-  ASSERT_TRUE(publisher->Open());
-  publisher->StartFeeding(SmallFrame);
-  ASSERT_TRUE(WaitForMedia(healthy, 0));
+  ASSERT_TRUE(Publish(healthy));
   publisher->SetUrl(url);
   console.Clear();
   healthy.Reset(0);
@@ -198,7 +187,7 @@ TEST_P(Connecting, EndsInTimeAndIsMadeGoodLater) {
   healthy.Reset(1);
   ASSERT_TRUE(Eventually([&] { return console.Count("push ") > 0; }));
   std::this_thread::sleep_for(milliseconds(100));
-  Time("close", RtmpSession::Limits().close, [&] { publisher->Close(); });
+  CloseInTime();
   EXPECT_FALSE(publisher->Connected());
 }
 
@@ -328,27 +317,20 @@ std::vector<Attack> Attacks() {
 
 void PrintTo(const Attack& attack, std::ostream* out) { *out << attack.name; }
 
-class Attacked : public FaultCase, public testing::WithParamInterface<std::tuple<Attack, Who>> {
- protected:
-  Attacked() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
-};
+using Attacked = Facing<Attack>;
 
 TEST_P(Attacked, FailsInTimeAndPublishesToTheNextServer) {
-  const Attack& attack = std::get<0>(GetParam());
-  Rule rule = {attack.at, Reaction::Say};
-  rule.say = attack.say;
+  Rule rule = {fault.at, Reaction::Say};
+  rule.say = fault.say;
   IngestServer hostile({Script{{rule}}}, options);
   IngestServer healthy({Script{}}, options);
   Make(hostile.Url());
   console.Clear();
   Time("open", RtmpSession::Limits().attempt, [&] { EXPECT_FALSE(publisher->Open()); });
   EXPECT_FALSE(publisher->Connected());
-  RecordTold();
   publisher->SetUrl(healthy.Url());
-  ASSERT_TRUE(publisher->Open());
-  publisher->StartFeeding(SmallFrame);
-  ASSERT_TRUE(WaitForMedia(healthy, 0));
-  Time("close", RtmpSession::Limits().close, [&] { publisher->Close(); });
+  ASSERT_TRUE(Publish(healthy));
+  CloseInTime();
 }
 
 INSTANTIATE_TEST_SUITE_P(Fault, Attacked,
@@ -364,21 +346,18 @@ struct SlowServer {
   std::size_t frame;  ///< each some times what is taken while it is made
 };
 
-class Slow : public FaultCase, public testing::WithParamInterface<std::tuple<SlowServer, Who>> {
- protected:
-  Slow() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
-};
+using Slow = Facing<SlowServer>;
 
 TEST_P(Slow, IsNeverLeftAndGetsTheGoodbye) {
   // Not scaled: how often the kernel lets a slow server's window open does not scale either.
   const SessionLimits& limits = RtmpSession::Limits() = SessionLimits();
   Script slow;
-  slow.rate = std::get<0>(GetParam()).rate;
+  slow.rate = fault.rate;
   slow.receiveBuffer = 16384;
   IngestServer server({slow}, options);
   Make(server.Url());
   ASSERT_TRUE(publisher->Open());
-  publisher->StartFeeding(std::get<0>(GetParam()).frame);
+  publisher->StartFeeding(fault.frame);
   // Longer than a server that takes nothing is given.
   std::this_thread::sleep_for(std::getenv("RTMP_REAL_DEADLINES") ? seconds(60) : seconds(12));
   EXPECT_EQ(server.Connections(), 1u);
@@ -415,23 +394,16 @@ struct SendFault {
 constexpr std::size_t InHeader = 5;
 constexpr std::size_t InMessage = 72;
 
-class Publishing : public FaultCase,
-                   public testing::WithParamInterface<std::tuple<SendFault, Who>> {
- protected:
-  Publishing() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
-};
+using Publishing = Facing<SendFault>;
 
 TEST_P(Publishing, GoesOnWithANewConnection) {
-  const SendFault& fault = std::get<0>(GetParam());
   const bool stalls = fault.reaction == Reaction::Stall;
   Script faulty{{{Point::Media, fault.reaction, 8, fault.beyond, fault.stall}}};
   if (stalls) faulty.receiveBuffer = 65536;
   IngestServer server({faulty, {}, faulty}, options);
   Make(server.Url());
   console.Clear();
-  ASSERT_TRUE(publisher->Open());
-  publisher->StartFeeding(SmallFrame);
-  ASSERT_TRUE(server.WaitForMedia(0, 8));
+  ASSERT_TRUE(Publish(server, 8));
   if (stalls) publisher->StartFeeding(LargeFrame);
   // A stall is noticed within a tenth of its limit.
   const milliseconds limit = RtmpSession::Limits().stalledSend;
@@ -485,23 +457,18 @@ Bytes Chatter() {
   return piece;
 }
 
-class Listening : public FaultCase, public testing::WithParamInterface<std::tuple<Speech, Who>> {
- protected:
-  Listening() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
-};
+using Listening = Facing<Speech>;
 
 TEST_P(Listening, DoesNotDisturbPublishing) {
   constexpr int Pieces = 1000;  // some megabytes: far more than all windows between the two hold
   IngestServer server({Script{}}, options);
   Make(server.Url());
-  ASSERT_TRUE(publisher->Open());
-  publisher->StartFeeding(SmallFrame);
-  ASSERT_TRUE(WaitForMedia(server, 0));
-  for (int i = 0; i < Pieces; ++i) server.Send(0, std::get<0>(GetParam()).piece());
+  ASSERT_TRUE(Publish(server));
+  for (int i = 0; i < Pieces; ++i) server.Send(0, fault.piece());
   const std::size_t sent = server.Get(0).mediaCount;
   ASSERT_TRUE(WaitForMedia(server, 0, sent + 20));
   EXPECT_EQ(server.Connections(), 1u);
-  Time("close", RtmpSession::Limits().close, [&] { publisher->Close(); });
+  CloseInTime();
   ASSERT_TRUE(server.WaitForEnd(0));
   // The goodbye arrives although more was said than anybody had read.
   const Record record = server.Get(0);
@@ -509,21 +476,15 @@ TEST_P(Listening, DoesNotDisturbPublishing) {
   ExpectWhole(record, !IsClient());
 }
 
-class Dismissed : public FaultCase, public testing::WithParamInterface<std::tuple<Speech, Who>> {
- protected:
-  Dismissed() : FaultCase(std::get<0>(GetParam()).name, std::get<1>(GetParam())) {}
-};
+using Dismissed = Facing<Speech>;
 
 TEST_P(Dismissed, MakesANewConnection) {
   IngestServer server({Script{}}, options);
   Make(server.Url());
-  ASSERT_TRUE(publisher->Open());
-  publisher->StartFeeding(SmallFrame);
-  ASSERT_TRUE(WaitForMedia(server, 0));
+  ASSERT_TRUE(Publish(server));
   console.Clear();
-  server.Send(0, std::get<0>(GetParam()).piece());
+  server.Send(0, fault.piece());
   Time("back", milliseconds(0), [&] { ASSERT_TRUE(WaitForMedia(server, 1)); });
-  RecordTold();
   EXPECT_EQ(console.Count("the server ended the stream"), 1u);
   EXPECT_EQ(console.Count("IsConnected"), 0u);
   ExpectWhole(server.Get(1), !IsClient());

@@ -4,10 +4,16 @@
 
 #include <regex>
 #include <stdexcept>
+#include <utility>
 
 #include "host/base/PluginLoader.h"
+#include "host/stream/ControlQueue.h"
+#include "host/stream/Message.h"
 
 namespace nimbo::test {
+
+using stream::ControlQueue;
+using stream::MessageListeners;
 
 #ifndef RTMP_PLUGIN
 // The plug-in's objects are part of the program.
@@ -55,6 +61,16 @@ Pusher::Pusher(const std::string& url, const std::string& cfg) {
 PluginTest::PluginTest() {
   LoadPlugin();
   console.Clear();
+  ControlQueue::Global().Run();  // what earlier tests left
+  _listener = MessageListeners::Global().Add(
+      [this](const stream::Message& message) { _messages.push_back(message.name); });
+}
+
+PluginTest::~PluginTest() { MessageListeners::Global().Remove(_listener); }
+
+std::vector<std::string> PluginTest::Messages() {
+  ControlQueue::Global().Run();
+  return std::exchange(_messages, {});
 }
 
 std::vector<std::string> PluginTest::Told(const std::string& unit) {

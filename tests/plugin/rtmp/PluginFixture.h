@@ -66,16 +66,23 @@ class Pusher {
   Owned<stream::Service> _service;
 };
 
-/// A test with a captured console and the plug-in loaded.
+/// A test with a captured console and the plug-in loaded, which hears all messages.
 class PluginTest : public testing::Test {
  protected:
   PluginTest();
+  ~PluginTest() override;
   /// All lines of one of the plug-in's sources as "FUNCTION: TEXT", the commands' with their fixed
   /// numbers in front; those that are not red with the digit of their colour; addresses masked. The
   /// console is cleared.
   std::vector<std::string> Told(const std::string& unit = "_test");
+  /// What was sent up since the last call.
+  std::vector<std::string> Messages();
 
   ConsoleCapture console;
+
+ private:
+  std::vector<std::string> _messages;
+  int _listener;
 };
 
 /// A test with one video and one audio source as well.
