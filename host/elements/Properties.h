@@ -6,6 +6,7 @@
 
 #include "base/reflect/TClass.h"
 #include "host/base/ClassRegistry.h"
+#include "nimbo/base/api.h"
 
 /// How the host's own elements are registered, with their properties.
 
@@ -48,10 +49,10 @@ constexpr char MaxLagText[] =
 
 /// [control] Sets the property `key` of `element` to the time that `text` tells in seconds. False
 /// with one console line when it tells none, or one above an hour.
-bool SetSeconds(const base::object& element, const char* key, const char* text,
-                std::atomic<std::chrono::nanoseconds>& value);
+NIMBO_API bool SetSeconds(const base::object& element, const char* key, const char* text,
+                          std::atomic<std::chrono::nanoseconds>& value);
 /// "2", "0.5"
-std::string SecondsText(std::chrono::nanoseconds value);
+NIMBO_API std::string SecondsText(std::chrono::nanoseconds value);
 
 /// [control] Sets the property `key` of `element` to the number of packets that `text` tells. False
 /// with one console line when it tells none, or one beyond what a ring or queue can hold.

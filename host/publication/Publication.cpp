@@ -61,6 +61,12 @@ bool NeedsLive(Application& application) {
   return false;
 }
 
+/// What records all that stands before it in the same text.
+std::string RecorderText(const PublishOptions& options) {
+  return "recorder:link=all,file={" + options.record +
+         "},segment=" + std::to_string(options.recordSegment);
+}
+
 std::string TestConfiguration(const std::string& picture) {
   return CapturePipeline("h264-0," + (picture.empty() ? DefaultPicture : picture)) + "+" +
          CapturePipeline("aac-0");
@@ -73,6 +79,10 @@ std::uint64_t Number(IElement& element, const char* property) {
 
 bool IsClient(const IElement& element) {
   return Framework::Property(element, "url") && Framework::Property(element, "rtmp_sts");
+}
+
+bool IsRecorder(const IElement* element) {
+  return Framework::Property(*element, "file") && Framework::Property(*element, "segment");
 }
 
 std::string Text(IElement& element, const char* property) {
@@ -151,6 +161,7 @@ Publication::~Publication() {
   // What ends first are the clients, so that they say goodbye while the source still stands.
   for (const Client& client : _clients) client.pipeline->StatusChange(IStatus::null);
   for (const Source& source : _sources) source.pipeline->StatusChange(IStatus::null);
+  if (_recording) _recording->StatusChange(IStatus::null);
   for (Application* application : _applications) application->Release();
 }
 
@@ -164,6 +175,10 @@ Status Publication::Build(const PublishOptions& options, const std::string& sour
     const bool live = !IsLoaded(ClassicClient) || (IsLoaded(LiveClient) && NeedsLive(application));
     if (!stream::BuildApplication(application, ClientText(options, url, live))) return failed;
   }
+  if (!options.record.empty() &&
+      !stream::BuildApplication(*_applications.back(), RecorderText(options))) {
+    return failed;
+  }
   for (Application* application : _applications) {
     if (!Bound(*application, options.maxLag)) return failed;
   }
@@ -176,7 +191,7 @@ Status Publication::Build(const PublishOptions& options, const std::string& sour
     HostState(*_clients[i].element).pauses.SetLongest(options.longestPause);
   }
   for (const Connection& connection : OwnConnections()) _foreign.push_back(connection.inode);
-  return {};
+  return !_recording || _recording->StatusChange(IStatus::ready) ? Status() : failed;
 }
 
 bool Publication::BuildSource(const std::string& configuration, const std::string& maxLag) {
@@ -209,6 +224,10 @@ void Publication::Sort(bool shared) {
     const std::size_t next = _clients.size();
     for (Pipeline* pipeline : HostState(*application).pipelines) {
       const auto& elements = HostState(*pipeline).elements;
+      if (std::ranges::any_of(elements, IsRecorder)) {
+        _recording = pipeline;
+        continue;
+      }
       const auto client = std::find_if(elements.begin(), elements.end(),
                                        [](const IElement* element) { return IsClient(*element); });
       if (client == elements.end()) {
@@ -349,6 +368,7 @@ void Publication::Fail(std::size_t index, unsigned int attempts) {
 Status Publication::Start() {
   _started = Clock::now();
   _saw_failure = false;  // nothing of the stream is missing yet
+  if (_recording && !_recording->StatusChange(IStatus::play)) return Status::Failed();
   const bool started = std::all_of(_sources.begin(), _sources.end(), [this](const Source& source) {
     return !Serves(source) || source.pipeline->StatusChange(IStatus::play);
   });
@@ -407,6 +427,7 @@ bool Publication::Finished() const {
     }
     if (!drained(*source.pipeline)) return false;
   }
+  if (_recording && !drained(*_recording)) return false;
   return _ended >= sources && std::all_of(_clients.begin(), _clients.end(), [&](const Client& c) {
            return !c.opened || drained(*c.pipeline);
          });

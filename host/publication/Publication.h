@@ -31,11 +31,13 @@ struct PublishOptions {
   std::vector<base::Attribute> audioOptions;
   std::string audioBitRate;  ///< of sound that is encoded; empty: as usual
   std::vector<std::string> urls;
-  std::string loop;    ///< how often a file is played: a number or "true"; empty: once
-  bool fast = false;   ///< as fast as the server takes it, with nothing dropped
-  bool copy = true;    ///< frames are copied, not sent from where they lie
-  bool adapt = false;  ///< what is encoded follows what the links hold
-  std::string maxLag;  ///< seconds that a live stream may be late; empty: as usual
+  std::string loop;          ///< how often a file is played: a number or "true"; empty: once
+  bool fast = false;         ///< as fast as the server takes it, with nothing dropped
+  bool copy = true;          ///< frames are copied, not sent from where they lie
+  bool adapt = false;        ///< what is encoded follows what the links hold
+  std::string record;        ///< path of a recording; empty: there is none
+  double recordSegment = 0;  ///< seconds of it that make a file; 0: all
+  std::string maxLag;        ///< seconds that a live stream may be late; empty: as usual
   std::vector<std::string> backups;  ///< where the only client goes on when its server stays away
   unsigned int attempts = 3;         ///< that fail before it goes on at the next address
   std::chrono::nanoseconds longestPause = stream::Backoff::UsualLongest;  ///< between attempts
@@ -136,6 +138,7 @@ class Publication {
   std::vector<stream::Application*> _applications;
   std::vector<Source> _sources;
   std::vector<Client> _clients;
+  stream::Pipeline* _recording = nullptr;  ///< what records; null: nothing does
   std::vector<std::pair<std::size_t, std::string>> _messages;
   std::size_t _ended = 0;  ///< sources that have come to their end
   bool _lost_source = false;

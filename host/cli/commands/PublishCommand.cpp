@@ -96,6 +96,17 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
   publish->add_flag(
       "--no-copy", [options](std::int64_t) { options->what.copy = false; },
       "Send frames from where they lie, without copying them");
+  auto* record =
+      publish
+          ->add_option(
+              "--record", options->what.record,
+              "Record what is published to this file, too, in fragmented MP4; %Y, %m, %d, %H,\n"
+              "%M and %S stand for the time of day")
+          ->type_name("FILE")
+          ->excludes(fast);
+  AddSeconds(*publish, "--record-segment", options->what.recordSegment, {1, 3600},
+             "Begin another file behind this time, at a key frame")
+      ->needs(record);
   publish->add_flag("--wait", options->wait,
                     "Wait for a server that is away at the start, at most for the duration");
   publish

@@ -4,6 +4,7 @@
 #include "host/capture/av/SimulatedCamera.h"
 #include "host/capture/av/SimulatedMicrophone.h"
 #include "host/elements/av/AvSource.h"
+#include "host/elements/av/Recorder.h"
 #include "host/elements/av/RtmpServer.h"
 #include "nimbo/base/api.h"
 
@@ -26,5 +27,6 @@ extern "C" NIMBO_API void RegisterAvModule() {
   registry.Add("av", LibavSource::Make,
                "file, device or network stream: url, format, pace, loop, streams, transcode, wait");
   stream::AvSource::Register();
+  stream::Recorder::Register();
   stream::RtmpServer::Register();
 }

@@ -16,6 +16,7 @@
 #include "host/capture/av/Libav.h"
 #include "host/capture/av/LibavLog.h"
 #include "host/elements/Properties.h"
+#include "host/elements/av/RecordingPath.h"
 
 namespace nimbo::stream {
 
@@ -56,15 +57,6 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using FilePtr = std::unique_ptr<std::FILE, CloseFile>;
-
-/// The path of the `number`th recording, counted from 1.
-std::string NumberedPath(const std::string& path, int number) {
-  if (number == 1) return path;
-  const std::size_t name = path.find_last_of('/') + 1;  // 0 where there is no folder
-  const std::size_t dot = path.find_last_of('.');
-  const std::size_t end = dot == std::string::npos || dot <= name ? path.size() : dot;
-  return path.substr(0, end) + "-" + std::to_string(number) + path.substr(end);
-}
 
 /// Tries the address out, because the thread that listens later could only tell the console.
 Status CanListen(const std::string& address) {

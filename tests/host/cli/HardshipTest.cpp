@@ -258,7 +258,7 @@ TEST_F(Program, EndsWithALineWhenAnExceptionHasEndedOneOfItsThreads) {
   unsetenv("ECHO_FAILS");
   EXPECT_EQ(host.Wait(), 1);
   EXPECT_THAT(host.Output(), testing::HasSubstr("thread failing: an exception escaped: no good\n"));
-  EXPECT_THAT(host.Output(), testing::HasSubstr("\nnimbo-host: a part of it has failed"));
+  EXPECT_THAT(host.Output(), testing::HasSubstr("nimbo-host: a part of it has failed"));
   ExpectGoodbye(server, server.Connections() - 1);
 }
 
