@@ -286,6 +286,20 @@ Application* CreateApplication(const std::string& name, const std::string& text)
   return nullptr;
 }
 
+bool ExtendApplication(Application& application, const std::string& text) {
+  const auto& pipelines = HostState(application).pipelines;
+  const std::size_t before = pipelines.size();
+  bool made = BuildApplication(application, text);
+  // Entries are fed by earlier ones, so the last comes first.
+  StatusSteps::Children added;
+  for (std::size_t i = pipelines.size(); i > before; --i) added.push_back(pipelines[i - 1]);
+  for (const auto to : {IStatus::ready, IStatus::play}) {
+    made = made && (application.StatusGet() < to || StatusSteps::Raise(added, to));
+  }
+  while (!made && pipelines.size() > before) pipelines.back()->Release();
+  return made;
+}
+
 void DestroyElements(Pipeline& pipeline) {
   auto& elements = HostState(pipeline).elements;
   while (!elements.empty()) elements.back()->Release();

@@ -29,6 +29,11 @@ NIMBO_API bool BuildApplication(Application& application, const std::string& tex
 /// on failure, when nothing is left of it.
 NIMBO_API Application* CreateApplication(const std::string& name, const std::string& text);
 
+/// Adds the entries of `text` to an application as if they stood behind its own, and brings what
+/// they make to the application's status. What there was before goes on meanwhile. False on
+/// failure, when nothing is left of them.
+NIMBO_API bool ExtendApplication(Application& application, const std::string& text);
+
 /// Takes down and destroys what a container holds, the last first.
 void DestroyElements(Pipeline& pipeline);
 void DestroyPipelines(Application& application);

@@ -488,9 +488,13 @@ TheShellStartsAndStopsAClient() {
   start_server
   local said
   said=$(shell "call fwRtmpClientStart cam $address {shm-source:connect={pv:av,url={$folder/source.mp4}}+RingSink}" \
-    "sleep 5" "get cam/EleRtmpClient rtmp_sts" "call fwRtmpClientStop cam" "call fwRtmpClientStop cam")
-  same_frames "$folder/source.mp4" "$(newest)"
-  [[ $said == *"= 1"*true*"= 1"*"Did not find the rtmp client named cam"*"= 0"* ]] ||
+    "add cam rtmp-client:link=all,name=second,url=${address}2" "sleep 1" "remove cam/second" \
+    "add cam rtmp-client:link=all,url=rtmp://127.0.0.1:1/live/nowhere" \
+    "sleep 4" "get cam/EleRtmpClient rtmp_sts" "call fwRtmpClientStop cam" "call fwRtmpClientStop cam")
+  # A target that came and went, and one that could not come, cost the other nothing.
+  same_frames "$folder/source.mp4" "$(recordings | grep stream-)"
+  decodes_clean "$(recordings | grep stream2-)"
+  [[ $said == *"= 1"*"nothing was added to \"cam\""*true*"= 1"*"Did not find the rtmp client named cam"*"= 0"* ]] ||
     fail "the shell said: $said"
 }
 

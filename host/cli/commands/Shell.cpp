@@ -76,6 +76,11 @@ const std::vector<Shell::Command>& Shell::Commands() {
        nullptr},
       {"create", "NAME CONFIGURATION", "make an application from a configuration text",
        &Shell::Create, nullptr},
+      {"add", "APPLICATION CONFIGURATION",
+       "add entries to an application, such as rtmp-client:link=all, while the others go on",
+       &Shell::Add, ObjectPaths},
+      {"remove", "OBJECT", "stop and destroy an object, of an element all that stands in its line",
+       &Shell::Remove, ObjectPaths},
       {"get", "OBJECT PROPERTY", "print a property", &Shell::Get, ObjectPaths},
       {"set", "OBJECT PROPERTY VALUE", "set a property; \"status\" starts and stops", &Shell::Set,
        ObjectPaths},
@@ -202,6 +207,34 @@ Status Shell::Create(const std::string& rest) {
   if (words->size() == 1) text = words->front();
   if (stream::CreateApplication(name, text)) return {};
   return Status::Failed("cannot make \"" + name + "\"");
+}
+
+Status Shell::Add(const std::string& rest) {
+  auto text = rest;
+  const auto path = TakeWord(text);
+  auto words = SplitWords(text);
+  if (!words) return Status::Failed("add: " + words.Why());
+  if (path.empty() || words->empty()) return Status::Failed("usage: add APPLICATION CONFIGURATION");
+  auto found = ObjectAt(path);
+  if (!found) return found.Failure();
+  auto* application = dynamic_cast<stream::Application*>(*found);
+  if (!application) return Status::Failed("\"" + path + "\" is no application");
+  if (words->size() == 1) text = words->front();
+  if (stream::ExtendApplication(*application, text)) return {};
+  return Status::Failed("nothing was added to \"" + path + "\"");
+}
+
+Status Shell::Remove(const std::string& rest) {
+  if (rest.empty()) return Status::Failed("usage: remove OBJECT");
+  auto found = ObjectAt(rest);
+  if (!found) return found.Failure();
+  stream::Object* object = *found;
+  if (const auto* element = dynamic_cast<const stream::IElement*>(object)) {
+    if (auto* pipeline = Framework::Pipeline(*element)) object = pipeline;
+  }
+  object->StatusChange(stream::IStatus::null);
+  object->Release();
+  return {};
 }
 
 Status Shell::SleepFor(const std::string& rest) {

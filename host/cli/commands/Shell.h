@@ -43,6 +43,8 @@ class Shell {
   Status Get(const std::string& rest);
   Status Set(const std::string& rest);
   Status Create(const std::string& rest);
+  Status Add(const std::string& rest);
+  Status Remove(const std::string& rest);
   Status SleepFor(const std::string& rest);
   Status Help(const std::string& rest);
   Status Quit(const std::string& rest);
