@@ -13,6 +13,9 @@ namespace {
 /// Longer waits have no limit: adding them to the clock's time could overflow, the seconds of the
 /// system's calls on 32-bit machines first.
 constexpr std::chrono::hours LongestWait{24 * 365};
+/// A ring without a packet for so long is silent, and waited for no longer than this then.
+constexpr std::chrono::milliseconds Silence{500};
+constexpr std::chrono::milliseconds WaitInSilence{5};
 
 std::optional<Clock::time_point> DeadlineAfter(std::chrono::nanoseconds timeout) {
   if (timeout > LongestWait) return std::nullopt;
@@ -42,7 +45,8 @@ void RingBuffer::Write(Packet& packet) {
   Held<Packet> dropped;
   {
     const sync::Lock lock(_mutex);
-    const Written added = {Share(packet).release(), Clock::now()};
+    _heard = Clock::now();
+    const Written added = {Share(packet).release(), _heard};
     dropped.reset(std::exchange(_slots[_next], added).packet);
     if (_go_on && !_go_on->pictures && IsVideo(packet)) _go_on->pictures = true;
     _next = (_next + 1) % _slots.size();
@@ -152,6 +156,7 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
     done.reset();
   }
   if (_writer_waits) _room.NotifyAll();
+  const Deadline end = EndOfWait(deadline);
   bool ready = false;
   for (bool in_time = true; !_ending;) {
     if (std::exchange(member->aborted, false)) {
@@ -161,11 +166,16 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
     ready = MoveReader(*member);
     if (ready) PinFor(*member);
     if (ready || !in_time) break;
-    in_time = WaitOnce(deadline);
+    in_time = WaitOnce(end);
   }
   --_inside;
   if (_ending && _inside == 0) _left.NotifyAll();
   return ready ? 1 : 0;
+}
+
+RingBuffer::Deadline RingBuffer::EndOfWait(const Deadline& deadline) {
+  if (!deadline || !_go_on || _go_on->held == 0) return deadline;
+  return std::min(*deadline, std::max(_heard + Silence, Clock::now() + WaitInSilence));
 }
 
 bool RingBuffer::WaitOnce(const Deadline& deadline) {
@@ -189,6 +199,7 @@ void RingBuffer::AddReader(Reader& reader) {
   const sync::Lock lock(_mutex);
   _pins.push_back(std::make_unique<Pinned>());
   _members.push_back(std::make_unique<Member>(Member{&reader}));
+  _heard = Clock::now();
   sync::Store(reader.ring, this);
   sync::Store(reader.position, WritePosition());
 }
@@ -335,9 +346,12 @@ void RingBuffer::PinFor(Member& member) {
     place->packet = Share(*Slot(position)->packet).release();
   }
   member.pin = place;
+  member.counts = _go_on;
+  if (member.counts) ++member.counts->held;
 }
 
 Held<Packet> RingBuffer::Unpin(Member& member) {
+  if (const auto counts = std::exchange(member.counts, nullptr)) --counts->held;
   Pinned* pin = std::exchange(member.pin, nullptr);
   if (!pin || --pin->readers > 0) return nullptr;
   return Held<Packet>(std::exchange(pin->packet, nullptr));

@@ -21,6 +21,7 @@ struct GoOn {
   std::atomic<bool> pictures{false};  ///< one of the rings carries some
   /// Time stamp (ns) of the key frame that a reader was moved to last: sound goes on there, too.
   std::atomic<std::int64_t> from{std::numeric_limits<std::int64_t>::min()};
+  std::atomic<int> held{0};  ///< packets that readers which wait have taken, and not let go yet
 };
 
 /// The packet ring of the reference host. All its memory is made by the constructor and AddReader:
@@ -106,11 +107,15 @@ class NIMBO_API RingBuffer final : public PacketRing,
   struct Member {
     Reader* reader;
     Pinned* pin = nullptr;
+    std::shared_ptr<GoOn> counts{};  ///< where the pin is counted
     bool aborted = false;
     LagJudge judge{};
   };
 
   int WaitUntil(Reader& reader, bool& woken, const Deadline& deadline) EXCLUDES(_mutex);
+  /// When a wait that begins now ends. Nobody waits on and on for a ring that has fallen silent,
+  /// its track may have ended, while a packet of another one could be sent.
+  Deadline EndOfWait(const Deadline& deadline) REQUIRES(_mutex);
   /// Waits once for a change. False when the deadline has passed.
   bool WaitOnce(const Deadline& deadline) REQUIRES(_mutex);
   Member* Find(const Reader& reader) REQUIRES(_mutex);
@@ -149,6 +154,7 @@ class NIMBO_API RingBuffer final : public PacketRing,
   bool _ending GUARDED_BY(_mutex) = false;
   bool _hurry GUARDED_BY(_mutex) = false;
   bool _writer_waits GUARDED_BY(_mutex) = false;
+  Clock::time_point _heard GUARDED_BY(_mutex);  ///< when the last packet was written
   std::chrono::nanoseconds _max_lag GUARDED_BY(_mutex){0};
   std::shared_ptr<GoOn> _go_on GUARDED_BY(_mutex);
   Lost _lost GUARDED_BY(_mutex);

@@ -144,7 +144,7 @@ TheCameraArrivesWholeAndDecodesClean() {
 }
 
 ElementaryFilesArriveFrameByFrame() {
-  source_file "$folder/source.mp4" "${one_slice[@]}"
+  source_file "$folder/source.mp4" "${one_slice[@]}" -af atrim=end=1  # the sound ends first
   ffmpeg -nostdin -v error -i "$folder/source.mp4" -c copy -map 0:v "$folder/v.h264" -c copy \
     -map 0:a "$folder/a.aac"
   start_server
