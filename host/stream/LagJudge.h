@@ -9,8 +9,8 @@ namespace nimbo::stream {
 /// Tells when a reader is so late that it should go on at the newest key frame: when the packet
 /// that goes next has waited for longer than the limit; or for longer than half of it, where that
 /// has lasted, so that the delay is the link's and no hiccup: for the limit, or where the delay has
-/// grown meanwhile for a quarter of it. Whoever was late once is held to half the limit until it has
-/// kept it for a while: on a link that stays too slow as many pictures are lost either way, and
+/// grown meanwhile for a quarter of it. Whoever was late once is held to half the limit until it
+/// has kept it for a while: on a link that stays too slow as many pictures are lost either way, and
 /// fewer at a time come sooner.
 class LagJudge {
  public:
