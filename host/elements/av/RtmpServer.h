@@ -41,8 +41,7 @@ class RtmpServer final : public Service {
 
  private:
   void Run();
-  /// Waits for a publisher. Null when there was none; `error` then says why.
-  /// The next publisher, whom the caller closes.
+  /// Waits for the next publisher, which the caller closes. Fails when there was none.
   nimbo::Result<AVIOContext*> Accept(const std::string& address);
   void Record(AVIOContext& publisher, const std::string& path);
   bool ReadWhole(AVIOContext& publisher, unsigned char* to, std::size_t size);

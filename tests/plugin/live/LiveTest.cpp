@@ -168,7 +168,9 @@ TEST_F(Live, TheServerIsAnsweredAndFollowed) {
   ASSERT_TRUE(answered(record));
   EXPECT_EQ(record.OfType(UserControlMessage)[0].body, Bytes({0, 7, 1, 2, 3, 4}));
   EXPECT_GE(ReadBig(record.OfType(AcknowledgementMessage)[0].body.data(), 4), 2000u);
+#ifndef EMULATED  // an emulator does not tell what the kernel does of connections
   EXPECT_NE(Get("acknowledged"), "0");
+#endif
 
   // Enhanced RTMP v2, reconnect request; the stream's name stays.
   Bytes request = EncodeCommand("onStatus", 0, {});
