@@ -10,6 +10,7 @@
 #include "host/publication/Capture.h"
 #include "host/publication/Url.h"
 #include "host/stream/Builder.h"
+#include "host/stream/Media.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
 
@@ -19,6 +20,7 @@ namespace {
 
 using stream::Application;
 using stream::IElement;
+using stream::IMedia;
 using stream::IStatus;
 using stream::MessageListeners;
 using stream::Pipeline;
@@ -43,8 +45,13 @@ bool IsLoaded(const char* client) { return base::IClass::Find(client, true) != n
 std::string ClientText(const PublishOptions& options, const std::string& url, bool live) {
   const std::string copy = options.copy ? "true" : "false";
   const std::string head =
-      live ? "rtmp-live:link=all" : "rtmp-client:link=all,vcopy=" + copy + ",acopy=" + copy;
+      live ? std::string("rtmp-live:link=all") + (options.enhanced ? ",enhanced=true" : "")
+           : "rtmp-client:link=all,vcopy=" + copy + ",acopy=" + copy;
   return head + ",url={" + url + "}";
+}
+
+bool IsClassic(const char* codec) {
+  return base::Hash(codec) == base::Hash("h264") || base::Hash(codec) == base::Hash("aac");
 }
 
 /// Whether a stream needs the client that carries everything: its media tells more than the other
@@ -54,7 +61,8 @@ bool NeedsLive(Application& application) {
     for (IElement* element : HostState(*pipeline).elements) {
       for (const auto& output : HostState(*element).outputs) {
         unsigned char* config = nullptr;
-        if (output->Media() && output->Media()->Get("config", config)) return true;
+        IMedia* media = output->Media();
+        if (media && (media->Get("config", config) || !IsClassic(media->Codec()))) return true;
       }
     }
   }
@@ -121,6 +129,9 @@ Result<std::vector<std::string>> Connections(const PublishOptions& options) {
 
 Result<std::string> SourceConfiguration(const PublishOptions& options) {
   const std::string& input = options.input;
+  if (options.enhanced && !IsLoaded(LiveClient)) {
+    return Status::Failed("--enhanced takes the live client: --plugin live, or none");
+  }
   if (input.starts_with(TestInput)) {
     if (options.fast || !options.loop.empty()) {
       return Status::Failed(
@@ -144,6 +155,7 @@ Result<std::string> SourceConfiguration(const PublishOptions& options) {
     // A source of elementary streams passes everything on as it is.
     if (source.starts_with("av,") && IsLoaded(LiveClient)) {
       source += IsLoaded(ClassicClient) ? ",carry=any" : ",carry=live";
+      if (options.enhanced) source += ",enhanced=true";
     }
     if (!options.loop.empty()) source += ",loop=" + options.loop;
     if (options.fast) source += ",pace=fast";
@@ -380,7 +392,9 @@ ClientFigures Publication::Figures(std::size_t index) const {
   ClientFigures figures;
   for (const auto& input : HostState(*client.element).inputs) {
     const stream::PortFigures& port = input->Figures();
-    const bool video = base::Hash(input->Caps()) == base::Hash("h264");
+    // What may be of any codec tells by its media which one it is.
+    const IMedia* media = *input->Caps() ? nullptr : input->Media();
+    const bool video = stream::IsVideo(media ? media->Codec() : input->Caps());
     (video ? figures.videoPackets : figures.audioPackets) += port.packets;
     figures.bytes += port.bytes;
     figures.dropped.refused += port.refused;

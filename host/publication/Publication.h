@@ -34,6 +34,7 @@ struct PublishOptions {
   std::string loop;          ///< how often a file is played: a number or "true"; empty: once
   bool fast = false;         ///< as fast as the server takes it, with nothing dropped
   bool copy = true;          ///< frames are copied, not sent from where they lie
+  bool enhanced = false;     ///< the server may be sent what takes Enhanced RTMP
   bool adapt = false;        ///< what is encoded follows what the links hold
   std::string record;        ///< path of a recording; empty: there is none
   double recordSegment = 0;  ///< seconds of it that make a file; 0: all

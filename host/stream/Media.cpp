@@ -147,9 +147,11 @@ Held<Media> NewAacMedia(int adtsLength, int profile, int channels, int rate) {
   return media;
 }
 
-bool IsVideo(const Packet& packet) {
-  static const std::uint32_t h264 = base::Hash("h264");
-  return packet.Media() && base::Hash(packet.Media()->Codec()) == h264;
+bool IsVideo(const char* codec) {
+  static const std::uint32_t codecs[] = {base::Hash("h264"), base::Hash("hevc"), base::Hash("av1")};
+  return std::ranges::find(codecs, base::Hash(codec)) != std::end(codecs);
 }
+
+bool IsVideo(const Packet& packet) { return packet.Media() && IsVideo(packet.Media()->Codec()); }
 
 }  // namespace nimbo::stream

@@ -51,7 +51,8 @@ NIMBO_API Held<Media> NewH264Media(int width, int height, std::span<const unsign
 /// The media of an AAC stream: adtslen, profile, channel, rate.
 NIMBO_API Held<Media> NewAacMedia(int adtsLength, int profile, int channels, int rate);
 
-/// [any] True for a packet of H.264 video.
+/// [any] True for a codec of pictures, by its name in a media, and for a packet of one.
+NIMBO_API bool IsVideo(const char* codec);
 NIMBO_API bool IsVideo(const Packet& packet);
 
 }  // namespace nimbo::stream

@@ -26,7 +26,6 @@ constexpr AVRational DefaultFrameRate = {25, 1};
 /// How much of a live elementary stream is looked at: its first pictures tell all of it.
 constexpr std::int64_t RawAnalysis = 200'000;  ///< microseconds, as libavformat counts here
 constexpr int LiveRateProbe = 3;               ///< pictures
-constexpr char AnnexBFilter[] = "h264_mp4toannexb";
 
 constexpr std::size_t Index(Kind kind) { return static_cast<std::size_t>(kind); }
 
@@ -133,15 +132,18 @@ bool Demuxer::SelectTrack(Kind kind, AVMediaType type, bool wanted) {
     _frame_rate = av_guess_frame_rate(_input.get(), &stream, nullptr);
     if (_frame_rate.num <= 0 || _frame_rate.den <= 0) _frame_rate = DefaultFrameRate;
     track.fallbackDuration = av_rescale(_frame_rate.den, NsPerSecond, _frame_rate.num);
-    return stream.codecpar->codec_id != AV_CODEC_ID_H264 || OpenFilter(track, stream);
+    const AVCodecID codec = stream.codecpar->codec_id;
+    const char* filter = codec == AV_CODEC_ID_H264 ? "h264_mp4toannexb" : nullptr;
+    if (codec == AV_CODEC_ID_HEVC && _options.enhanced) filter = "hevc_mp4toannexb";
+    return !filter || OpenFilter(track, stream, filter);
   }
   return true;
 }
 
-bool Demuxer::OpenFilter(Track& track, const AVStream& stream) {
+bool Demuxer::OpenFilter(Track& track, const AVStream& stream, const char* name) {
   LogScope log;
   AVBSFContext* filter = nullptr;
-  int result = av_bsf_alloc(av_bsf_get_by_name(AnnexBFilter), &filter);
+  int result = av_bsf_alloc(av_bsf_get_by_name(name), &filter);
   track.filter.reset(filter);
   if (result >= 0) result = avcodec_parameters_copy(filter->par_in, stream.codecpar);
   if (result >= 0) {
@@ -149,7 +151,7 @@ bool Demuxer::OpenFilter(Track& track, const AVStream& stream) {
     result = av_bsf_init(filter);
   }
   if (result >= 0) result = avcodec_parameters_copy(track.parameters.get(), filter->par_out);
-  return result >= 0 || Fail("has an H.264 stream that cannot be read", result, log.Detail());
+  return result >= 0 || Fail("has a video stream that cannot be read", result, log.Detail());
 }
 
 Demuxer::Event Demuxer::Read() {

@@ -62,7 +62,7 @@ class Demuxer {
 
   bool OpenInput();
   bool SelectTrack(Kind kind, AVMediaType type, bool wanted);
-  bool OpenFilter(Track& track, const AVStream& stream);
+  bool OpenFilter(Track& track, const AVStream& stream, const char* name);
   Event ReadInput();
   Result Filter(Track& track, AVPacket& packet);
   void SetTimes(Track& track, AVPacket& packet);

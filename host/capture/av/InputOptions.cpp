@@ -102,6 +102,10 @@ bool SetCarried(InputOptions& options, const std::string& text) {
   return any || live || Is(text, "classic");
 }
 
+bool SetEnhanced(InputOptions& options, const std::string& text) {
+  return base::ConvertToImpl(text.c_str(), options.enhanced);
+}
+
 bool SetWait(InputOptions& options, const std::string& text) {
   const auto patience = ParsePatience(text);
   if (patience) options.patience = *patience;
@@ -174,6 +178,7 @@ constexpr struct {
     {"keyint", SetGop, "the pictures from one key frame to the next are needed, from 1 to 3000"},
     {"preset", SetPreset, "it is ultrafast, superfast, veryfast, faster, fast, medium or slow"},
     {"carry", SetCarried, "it is classic, live or any"},
+    {"enhanced", SetEnhanced, "it is true or false"},
     {"wait", SetWait, "the seconds that the input may be silent at first are needed, such as 30"},
 };
 

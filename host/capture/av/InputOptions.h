@@ -29,6 +29,7 @@ struct InputOptions {
   bool video = true;
   bool audio = true;
   Carried carried = Carried::Classic;
+  bool enhanced = false;                       ///< carries what takes Enhanced RTMP, too
   bool transcode = false;                      ///< also what could be passed through
   std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
   Encoding encoding;                           ///< of what is transcoded

@@ -48,8 +48,11 @@ LibavSource::LibavSource(InputOptions options)
 
 std::vector<std::string> LibavSource::Outputs() const {
   std::vector<std::string> codecs;
-  if (_options.video) codecs.emplace_back(KindCodecs[Index(Kind::Video)]);
-  if (_options.audio) codecs.emplace_back(KindCodecs[Index(Kind::Audio)]);
+  const auto codec = [this](Kind kind) {
+    return _options.enhanced ? "" : KindCodecs[Index(kind)];  // which one, the input tells
+  };
+  if (_options.video) codecs.emplace_back(codec(Kind::Video));
+  if (_options.audio) codecs.emplace_back(codec(Kind::Audio));
   return codecs;
 }
 
@@ -89,7 +92,8 @@ bool LibavSource::ProbeGoesOn() const {
   const ProbeLimits& limits = _demuxer.RegularFile() ? FileLimits : LiveLimits;
   const AVCodecParameters* video = _demuxer.Parameters(Kind::Video);
   const AVCodecParameters* audio = _demuxer.Parameters(Kind::Audio);
-  const bool passable = video && video->codec_id == AV_CODEC_ID_H264;
+  const bool passable = video && (video->codec_id == AV_CODEC_ID_H264 ||
+                                  (_options.enhanced && video->codec_id == AV_CODEC_ID_HEVC));
   int keyFrames = passable ? limits.keyFrames : 0;
   int pictures = passable ? limits.pictures : 0;
   // A stream that does not tell its configuration at the beginning tells it in every frame.
@@ -135,11 +139,8 @@ std::unique_ptr<StreamPath> LibavSource::PassPath(Kind kind, const AVCodecParame
   }
   if (encode && obstacle.empty()) obstacle = "as asked for";
   if (encode || _options.carried == Carried::Classic) return nullptr;
-  obstacle = video ? LiveVideoObstacle(parameters, beginning, sets)
-                   : LiveAudioObstacle(parameters, beginning);
-  if (!obstacle.empty()) return nullptr;
-  if (video) return std::make_unique<H264LivePass>(parameters, beginning);
-  return std::make_unique<AacLivePass>(parameters, beginning);
+  obstacle = LiveObstacle(parameters, beginning, _options.enhanced);
+  return obstacle.empty() ? NewLivePass(parameters, beginning) : nullptr;
 }
 
 bool LibavSource::ChoosePaths() {

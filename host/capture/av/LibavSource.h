@@ -24,7 +24,8 @@ namespace nimbo::capture::av {
 /// end; `streams`: `video`, `audio` or `both` (as usual); `transcode`: `true` for never passing
 /// through; `video_bitrate`, `size`, `fps`, `keyint`, `preset` and `audio_bitrate`: what
 /// transcoding makes, which they ask for; `carry`: what the client can carry, `classic` (as usual),
-/// `live`, or `any` for the classic form where that is enough; `wait`: how many seconds the input
+/// `live`, or `any` for the classic form where that is enough; `enhanced`: `true` where it also
+/// carries what takes Enhanced RTMP; `wait`: how many seconds the input
 /// may be silent while it is opened (10 as usual; what comes from the network also later). All
 /// others go to libavformat.
 ///

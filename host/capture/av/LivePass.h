@@ -1,6 +1,9 @@
 #pragma once
 
 #include <map>
+#include <memory>
+#include <optional>
+#include <vector>
 
 #include "host/capture/Adts.h"
 #include "host/capture/av/H264Units.h"
@@ -25,21 +28,62 @@ class LivePass : public StreamPath {
   std::map<int, Held<stream::Media>> _media;  ///< by that time
 };
 
-/// H.264 with any pictures, slices and parameter sets.
-class H264LivePass final : public LivePass {
+/// Pictures in Annex B form, of any kind, with any slices and parameter sets. The configuration
+/// record is made of those sets.
+class SetsLivePass : public LivePass {
  public:
-  /// `beginning` are the first packets.
-  H264LivePass(const AVCodecParameters& parameters, const std::vector<const AVPacket*>& beginning);
   Status Push(AVPacket& packet) override;
+
+ protected:
+  using Sets = std::map<std::uint32_t, Bytes>;  ///< by number
+
+  /// Where the configuration record holds a parameter set.
+  struct Place {
+    std::size_t kind;
+    std::uint32_t number;
+  };
+  /// A kind of parameter sets, and how many of them a record can hold.
+  struct SetKind {
+    unsigned char type;  ///< of their NAL units
+    std::size_t most;
+  };
+
+  /// `kinds` are in the order of the record.
+  explicit SetsLivePass(std::vector<SetKind> kinds) : _kinds(std::move(kinds)) {
+    _sets.resize(_kinds.size());
+  }
+  /// Takes the sets that the beginning of the stream tells.
+  void Begin(const AVCodecParameters& parameters, const std::vector<const AVPacket*>& beginning);
+  /// None for a unit that is no parameter set, or an unusable one.
+  virtual std::optional<Place> PlaceOf(ByteSpan unit) const = 0;
+  /// The kind of a NAL unit of that type; none where it is no parameter set.
+  std::optional<std::size_t> KindOf(unsigned char type) const;
+
+  std::vector<Sets> _sets;  ///< by kind
 
  private:
   /// Keeps the parameter sets, each in the place of the one with its number. True when one is new.
   bool Take(ByteSpan annexB);
-  Held<stream::Media> Describe() const override;
 
-  using Sets = std::map<std::uint32_t, Bytes>;  ///< by number
-  Sets _sps;
-  Sets _pps;
+  std::vector<SetKind> _kinds;
+};
+
+class H264LivePass final : public SetsLivePass {
+ public:
+  H264LivePass(const AVCodecParameters& parameters, const std::vector<const AVPacket*>& beginning);
+
+ private:
+  std::optional<Place> PlaceOf(ByteSpan unit) const override;
+  Held<stream::Media> Describe() const override;
+};
+
+class HevcLivePass final : public SetsLivePass {
+ public:
+  HevcLivePass(const AVCodecParameters& parameters, const std::vector<const AVPacket*>& beginning);
+
+ private:
+  std::optional<Place> PlaceOf(ByteSpan unit) const override;
+  Held<stream::Media> Describe() const override;
 };
 
 /// AAC of any kind.
@@ -60,11 +104,24 @@ class AacLivePass final : public LivePass {
   bool _framed = false;  ///< the packets have ADTS headers
 };
 
-/// Why not even these can pass a stream on; empty when they can.
-std::string LiveVideoObstacle(const AVCodecParameters& parameters,
-                              const std::vector<const AVPacket*>& beginning,
-                              const ParameterSets& sets);
-std::string LiveAudioObstacle(const AVCodecParameters& parameters,
-                              const std::vector<const AVPacket*>& beginning);
+/// Any other stream, whose packets and configuration are taken as they are.
+class PlainLivePass final : public LivePass {
+ public:
+  explicit PlainLivePass(const AVCodecParameters& parameters);
+  Status Push(AVPacket& packet) override;
+
+ private:
+  Held<stream::Media> Describe() const override;
+
+  ParametersPtr _parameters;
+};
+
+/// Why not even these can pass a stream on; empty when they can. `enhanced` says whether codecs
+/// that take Enhanced RTMP count.
+std::string LiveObstacle(const AVCodecParameters& parameters,
+                         const std::vector<const AVPacket*>& beginning, bool enhanced);
+/// The way of a stream without such an obstacle. `beginning` are its first packets.
+std::unique_ptr<StreamPath> NewLivePass(const AVCodecParameters& parameters,
+                                        const std::vector<const AVPacket*>& beginning);
 
 }  // namespace nimbo::capture::av

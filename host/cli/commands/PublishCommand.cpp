@@ -107,6 +107,11 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
   AddSeconds(*publish, "--record-segment", options->what.recordSegment, {1, 3600},
              "Begin another file behind this time, at a key frame")
       ->needs(record);
+  publish
+      ->add_flag("--enhanced", options->what.enhanced,
+                 "HEVC, AV1, Opus, FLAC and AC-3 go through as they are, to a server that knows\n"
+                 "Enhanced RTMP")
+      ->excludes(record);
   publish->add_flag("--wait", options->wait,
                     "Wait for a server that is away at the start, at most for the duration");
   publish

@@ -42,9 +42,31 @@ int MediaInt(stream::IMedia& media, const char* name) {
   return value;
 }
 
+namespace {
+
+Bytes SlicesBehindLengths(const Bytes& annexB) {
+  Bytes all;
+  for (const NalUnit& unit : SplitAnnexB(annexB)) {
+    if ((unit.bytes[0] >> 1) >= 32) continue;
+    AppendBig(all, unit.bytes.size(), 4);
+    Append(all, Bytes(unit.bytes.begin(), unit.bytes.end()));
+  }
+  return all;
+}
+
+}  // namespace
+
 Decoded Decode(const char* codec, const std::vector<stream::Packet*>& packets) {
   Decoded decoded;
-  const CodecPtr decoder(avcodec_alloc_context3(avcodec_find_decoder_by_name(codec)));
+  const AVCodecID id = avcodec_descriptor_get_by_name(codec)->id;
+  const CodecPtr decoder(avcodec_alloc_context3(avcodec_find_decoder(id)));
+  unsigned char* told = nullptr;
+  if (!packets.empty() && packets.front()->Media()->Get("config", told)) {
+    const Bytes config = MediaBytes(*packets.front()->Media(), "config", "iconfig");
+    decoder->extradata_size = static_cast<int>(config.size());
+    decoder->extradata = static_cast<std::uint8_t*>(av_mallocz(config.size() + 64));
+    std::ranges::copy(config, decoder->extradata);
+  }
   decoder->err_recognition = AV_EF_EXPLODE;
   decoder->thread_count = 1;
   const FramePtr frame(av_frame_alloc());
@@ -53,8 +75,10 @@ Decoded Decode(const char* codec, const std::vector<stream::Packet*>& packets) {
   for (std::size_t i = 0; i <= packets.size(); ++i) {
     const bool end = i == packets.size();
     if (!end) {
-      av_new_packet(packet.get(), static_cast<int>(packets[i]->Size()));
-      std::copy_n(packets[i]->Data(), packets[i]->Size(), packet->data);
+      Bytes bytes(packets[i]->Data(), packets[i]->Data() + packets[i]->Size());
+      if (id == AV_CODEC_ID_HEVC) bytes = SlicesBehindLengths(bytes);
+      av_new_packet(packet.get(), static_cast<int>(bytes.size()));
+      std::ranges::copy(bytes, packet->data);
     }
     if (avcodec_send_packet(decoder.get(), end ? nullptr : packet.get()) < 0) return {-1};
     av_packet_unref(packet.get());

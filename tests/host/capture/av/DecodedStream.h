@@ -20,7 +20,8 @@ Bytes MediaBytes(stream::IMedia& media, const char* bytes, const char* length);
 int MediaInt(stream::IMedia& media, const char* name);
 
 /// How many pictures, or frames of sound, libav's decoder for `codec` makes of the packets without
-/// an error; -1 when there is one. `width` and `height` (or rate and channels) are those of the
+/// an error; -1 when there is one. HEVC is given to it as players have it: configuration record and
+/// lengths, no parameter sets inside. `width` and `height` (or rate and channels) are those of the
 /// last.
 struct Decoded {
   int frames = 0;

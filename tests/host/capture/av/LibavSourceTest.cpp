@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "host/capture/Adts.h"
@@ -132,6 +133,46 @@ INSTANTIATE_TEST_SUITE_P(Reasons, Transcoding,
                                                  "several slices"},
                                          Unusual{"Mp3", "-c:a libmp3lame", "it is mp3, not aac"},
                                          Unusual{"Rate", "-ar 8000", "its rate is 8000 Hz"}));
+
+TEST(LibavSource, PassesOnWhatTakesEnhancedRtmp) {
+  const struct {
+    const char* format;
+    const char* codecs;
+    const char* video;
+    const char* audio;
+  } cases[] = {
+      {"mp4", "-c:v libx265 -preset ultrafast -bf 3 -x265-params log-level=none -c:a libopus",
+       "hevc", "opus"},
+      {"mpegts", "-c:v libx265 -preset ultrafast -x265-params log-level=none -c:a eac3", "hevc",
+       "eac3"},
+      {"matroska", "-c:v libsvtav1 -preset 12 -c:a flac", "av1", "flac"}};
+  for (const auto& [format, codecs, pictures, sound] : cases) {
+    const StreamFile file({});
+    ASSERT_TRUE(WriteMedia(file.Path(), format, 25, std::string(codecs) + " -ar 48000 2>&-"));
+    ConsoleCapture console;
+    const auto source = NewSource(file.Path(), "pace=fast,carry=any,enhanced=true");
+    ASSERT_TRUE(source->Open() && source->Start());
+    const Packets packets = ReadPackets(*source);
+    const auto video = OfCodec(packets, pictures);
+    ASSERT_EQ(video.size(), 25U) << codecs << console.Text();
+    const Decoded decoded = Decode(pictures, video);
+    EXPECT_EQ(decoded.frames, 25) << codecs;
+    EXPECT_EQ(decoded.width, 320);
+    std::set<std::int64_t> shown;  // when, in ms
+    for (const auto* picture : video) {
+      int later = 0;
+      picture->Media()->GetIntT("cto", later);
+      shown.insert((picture->TimeStamp() + later * 1000LL + 1) / NsPerMillisecond);
+    }
+    EXPECT_EQ(shown.size(), 25U) << codecs;
+    EXPECT_EQ(*shown.rbegin() - *shown.begin(), 24 * 40) << codecs;
+    const auto audio = OfCodec(packets, sound);
+    ASSERT_FALSE(audio.empty()) << codecs;
+    EXPECT_GE(Decode(sound, audio).frames, static_cast<int>(audio.size()) - 1) << codecs;
+    EXPECT_EQ(MediaInt(*audio[0]->Media(), "rate"), 48000);
+    EXPECT_EQ(console.Text(), "");
+  }
+}
 
 TEST(LibavSource, ContinuesTheTimeLineOverRepetitions) {
   const StreamFile file({});
