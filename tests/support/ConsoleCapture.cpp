@@ -8,7 +8,8 @@
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
+
+#include "tests/support/Eventually.h"
 
 namespace nimbo::test {
 
@@ -83,13 +84,8 @@ std::size_t ConsoleCapture::Count(const std::string& text) {
   return count;
 }
 
-bool ConsoleCapture::WaitFor(const std::string& text, std::chrono::nanoseconds timeout) {
-  const auto end = std::chrono::steady_clock::now() + timeout;
-  while (Text().find(text) == std::string::npos) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
+bool ConsoleCapture::WaitFor(const std::string& text) {
+  return Eventually([&] { return Text().find(text) != std::string::npos; });
 }
 
 }  // namespace nimbo::test

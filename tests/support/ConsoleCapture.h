@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -32,7 +31,7 @@ class ConsoleCapture {
   std::vector<std::string> Failures();
   /// Lines of any colour that hold `text`.
   std::size_t Count(const std::string& text);
-  bool WaitFor(const std::string& text, std::chrono::nanoseconds timeout = std::chrono::minutes(1));
+  bool WaitFor(const std::string& text);
   /// Forgets what was written so far.
   void Clear() { _cleared += Text().size(); }
 

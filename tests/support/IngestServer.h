@@ -11,15 +11,13 @@
 
 #include "tests/support/ChunkReader.h"
 #include "tests/support/Command.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Transport.h"
 
 namespace nimbo::test {
 
 /// Binds a socket to a loopback port (0: a free one), which is stored.
 int BoundSocket(bool ipv6, int& port);
-
-/// What no machine that runs these tests should need for one step.
-constexpr std::chrono::seconds LongTime{60};
 
 /// Where in a connection's life something can happen.
 enum class Point {

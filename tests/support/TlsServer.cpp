@@ -3,11 +3,8 @@
 #include <gnutls/gnutls.h>
 #include <gnutls/x509.h>
 #include <netinet/in.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <stdexcept>
 
@@ -153,16 +150,11 @@ TlsServer::TlsServer(const Certificate& certificate, const std::string& priority
   const Pair& trusted = certificate.issued ? _keys->authority : _keys->server;
   gnutls_datum_t pem = {};
   Check(gnutls_x509_crt_export2(trusted.certificate, GNUTLS_X509_FMT_PEM, &pem), "export");
-  const char* folder = std::getenv("TMPDIR");
-  _trust_file = std::string(folder ? folder : "/tmp") + "/trust-XXXXXX";
-  const int file = mkstemp(_trust_file.data());
-  const ssize_t wrote = write(file, pem.data, pem.size);
-  close(file);
+  _trust_file = std::make_unique<StreamFile>(Bytes(pem.data, pem.data + pem.size));
   gnutls_free(pem.data);
-  if (wrote < 0) throw std::runtime_error("cannot write " + _trust_file);
 }
 
-TlsServer::~TlsServer() { unlink(_trust_file.c_str()); }
+TlsServer::~TlsServer() = default;
 
 IngestServer::Securer TlsServer::Securer() {
   return [this](int descriptor) { return std::make_unique<Layer>(*this, descriptor); };

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/IngestServer.h"
+#include "tests/support/StreamFile.h"
 
 namespace nimbo::test {
 
@@ -34,7 +35,7 @@ class TlsServer {
   /// For IngestServer::Options.
   IngestServer::Securer Securer();
   /// A PEM file that trusts the certificate or its authority; removed with this object.
-  const std::string& TrustFile() const { return _trust_file; }
+  const std::string& TrustFile() const { return _trust_file->Path(); }
   /// All handshakes that succeeded, as "VERSION NAME-ASKED-FOR".
   std::vector<std::string> Handshakes() const;
   /// How often keys were changed.
@@ -47,7 +48,7 @@ class TlsServer {
   std::unique_ptr<Keys> _keys;
   const unsigned _changes_keys;
   std::atomic<unsigned> _key_changes{0};
-  std::string _trust_file;
+  std::unique_ptr<StreamFile> _trust_file;
   mutable std::mutex _mutex;
   std::vector<std::string> _handshakes;
 };

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <random>
 
-#include "tests/host/capture/StreamFile.h"
 #include "tests/support/MediaSamples.h"
+#include "tests/support/StreamFile.h"
 
 namespace nimbo::capture {
 namespace {

@@ -10,9 +10,9 @@
 #include "host/capture/CaptureRegistry.h"
 #include "host/capture/Monotonic.h"
 #include "log/Line.h"
-#include "tests/host/capture/StreamFile.h"
 #include "tests/support/ConsoleCapture.h"
 #include "tests/support/MediaSamples.h"
+#include "tests/support/StreamFile.h"
 
 namespace nimbo::capture {
 namespace {

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <fstream>
 #include <thread>
 
 #include "host/base/Outlet.h"
@@ -14,7 +12,7 @@
 #include "tests/host/monitor/Visitor.h"
 #include "tests/support/IngestServer.h"
 #include "tests/support/Lateness.h"
-#include "tests/support/MediaSamples.h"
+#include "tests/support/StreamFile.h"
 
 // What befalls the program while it publishes: readers of its output that stop or go, signals, and
 // limits.
@@ -29,26 +27,6 @@ using test::Reaction;
 using test::Record;
 using test::Script;
 using Streams = HostProcess::Streams;
-
-/// Two seconds of pictures, as an elementary stream.
-class Film {
- public:
-  Film() : _path(testing::TempDir() + "film-" + std::to_string(getpid()) + ".h264") {
-    std::ofstream file(_path, std::ios::binary);
-    for (int picture = 0; picture < 50; ++picture) {
-      const test::Bytes unit = test::AccessUnit(picture % 10 == 0, 500);
-      file.write(reinterpret_cast<const char*>(unit.data()),
-                 static_cast<std::streamsize>(unit.size()));
-    }
-  }
-  Film(const Film&) = delete;
-  Film& operator=(const Film&) = delete;
-  ~Film() { std::remove(_path.c_str()); }
-  const std::string& Path() const { return _path; }
-
- private:
-  std::string _path;
-};
 
 /// The connection that media come on: for the first picture of the film the session is made anew.
 constexpr std::size_t First = 1;
@@ -65,7 +43,8 @@ class Program : public testing::Test {
     EXPECT_EQ(server.Get(connection).CommandNames().back(), "deleteStream");
   }
 
-  Film film;
+  /// Two seconds of pictures.
+  const test::StreamFile film{test::VideoStream(50, 10, 500), ".h264"};
 };
 
 // ---- readers ------------------------------------------------------------------------------------

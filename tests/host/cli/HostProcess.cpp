@@ -13,8 +13,9 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <thread>
 #include <utility>
+
+#include "tests/support/Eventually.h"
 
 namespace nimbo::test {
 
@@ -112,13 +113,11 @@ int HostProcess::Wait() {
 }
 
 int HostProcess::WaitUnread() {
-  const auto until = std::chrono::steady_clock::now() + Patience;
   siginfo_t ended = {};
-  while (waitid(P_PID, static_cast<id_t>(_process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-         ended.si_pid == 0 && std::chrono::steady_clock::now() < until) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  return Ended(ended.si_pid != 0);
+  return Ended(Eventually([&] {
+    waitid(P_PID, static_cast<id_t>(_process), &ended, WEXITED | WNOHANG | WNOWAIT);
+    return ended.si_pid != 0;
+  }));
 }
 
 int HostProcess::Ended(bool inTime) {
@@ -131,8 +130,7 @@ int HostProcess::Ended(bool inTime) {
 void HostProcess::Signal(int number) { kill(_process, number); }
 
 bool HostProcess::WaitForSignals() {
-  const auto until = std::chrono::steady_clock::now() + Patience;
-  while (std::chrono::steady_clock::now() < until) {
+  return Eventually([this] {
     std::ifstream status("/proc/" + std::to_string(_process) + "/status");
     const std::string text((std::istreambuf_iterator<char>(status)), {});
     const auto mask = [&text](const char* name) {
@@ -142,10 +140,8 @@ bool HostProcess::WaitForSignals() {
                  : std::stoull(text.substr(at + std::strlen(name)), nullptr, 16);
     };
     constexpr unsigned long long Terminate = 1ULL << (SIGTERM - 1);
-    if ((mask("SigBlk:\t") & Terminate) != 0 && mask("ShdPnd:\t") == 0) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return false;
+    return (mask("SigBlk:\t") & Terminate) != 0 && mask("ShdPnd:\t") == 0;
+  });
 }
 
 bool HostProcess::ReadOn(std::chrono::steady_clock::time_point until) {

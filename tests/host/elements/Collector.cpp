@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 #include "base/reflect/Class.h"
 #include "base/reflect/TClass.h"
 #include "host/stream/Tree.h"
+#include "tests/support/Eventually.h"
 
 namespace nimbo::stream::test {
 
@@ -76,13 +76,9 @@ IElement& Element(const std::string& name) {
 Collector& TheCollector(const std::string& name) { return dynamic_cast<Collector&>(Element(name)); }
 
 bool Reaches(const std::string& element, const char* figure, const std::string& value) {
-  const auto limit = std::chrono::steady_clock::now() + Patience;
   std::string text;
-  while (Element(element).GetStr(figure, text) && text != value) {
-    if (std::chrono::steady_clock::now() > limit) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return text == value;
+  return nimbo::test::Eventually(
+      [&] { return Element(element).GetStr(figure, text) && text == value; });
 }
 
 }  // namespace nimbo::stream::test

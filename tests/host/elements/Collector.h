@@ -8,6 +8,7 @@
 
 #include "nimbo/stream/application.h"
 #include "nimbo/stream/sink.h"
+#include "tests/support/Owned.h"
 
 /// What the tests of the host's elements share.
 
@@ -35,10 +36,7 @@ class Collector : public ISink {
   bool _stopped = false;
 };
 
-struct ObjectRelease {
-  void operator()(base::object* object) const { object->Release(); }
-};
-using OwnedApplication = std::unique_ptr<Application, ObjectRelease>;
+using OwnedApplication = nimbo::test::Owned<Application>;
 
 /// The application "app" from a configuration text; null when it cannot be built.
 OwnedApplication Build(const std::string& text);

@@ -10,9 +10,10 @@
 #include "host/stream/ControlQueue.h"
 #include "host/stream/RingBuffer.h"
 #include "host/stream/State.h"
-#include "tests/host/capture/StreamFile.h"
 #include "tests/host/elements/Collector.h"
 #include "tests/support/ConsoleCapture.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/StreamFile.h"
 #include "tests/support/TestCapture.h"
 
 namespace nimbo::stream::test {
@@ -182,11 +183,7 @@ TEST_P(BackPressureTest, HoldsAFileUpAndLosesNothing) {
   std::iota(expected.begin(), expected.end(), 1);
   EXPECT_EQ(TheCollector().Sequences(), expected);
   EXPECT_TRUE(Reaches("ShmSource", "packets", std::to_string(Pictures)));
-  const auto limit = std::chrono::steady_clock::now() + Patience;
-  while (*ends == 0 && std::chrono::steady_clock::now() < limit) {
-    ControlQueue::Global().Run();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  nimbo::test::Eventually([&] { return ControlQueue::Global().Run(), *ends > 0; });
   ASSERT_TRUE(app->StatusSet("null"));
   ControlQueue::Global().Run();
   EXPECT_EQ(*ends, 1) << "the source tells its end once";
@@ -243,7 +240,7 @@ TEST(PipelineTest, ABridgeCountsWhatTheRingOverwroteBeforeItReadIt) {
   Feed feed("h264-feed", nimbo::test::VideoMedia());
   auto producer = Build("shm-source:connect={pv:h264-feed}+RingSink:size=4");
   auto attrs = Object::AttrSetInit({{"type", "Pipeline"}, {"name", "reader"}});
-  const std::unique_ptr<Pipeline, ObjectRelease> pipeline(base::IClass::New<Pipeline>(attrs));
+  const nimbo::test::Owned<Pipeline> pipeline(base::IClass::New<Pipeline>(attrs));
   ASSERT_TRUE(producer && pipeline);
   IElement* bridge = IElement::New("BridgeSource", "h264", pipeline.get(), "h264");
   auto* collector =

@@ -4,9 +4,9 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <thread>
 
 #include "common/FileDescriptor.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/IngestServer.h"
 
 namespace nimbo::publication {
@@ -68,10 +68,7 @@ TEST(OwnConnectionsTest, TellWhatTheOtherEndHasTaken) {
   };
   ASSERT_EQ(mine().descriptor, client.Get());
   ASSERT_EQ(send(client.Get(), "12345", 5, 0), 5);
-  const auto limit = std::chrono::steady_clock::now() + test::LongTime;
-  while (mine().outstanding != 0 && std::chrono::steady_clock::now() < limit) {
-    std::this_thread::sleep_for(1ms);
-  }
+  EXPECT_TRUE(test::Eventually([&] { return mine().outstanding == 0; }));
   EXPECT_GE(mine().acknowledged, 5U);
   EXPECT_LE(mine().acknowledged, 6U) << "systems may count the one of the connection itself";
 }

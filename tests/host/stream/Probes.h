@@ -16,6 +16,7 @@
 #include "nimbo/stream/factory.h"
 #include "nimbo/stream/service.h"
 #include "nimbo/stream/sink.h"
+#include "tests/support/Owned.h"
 
 /// Elements and services that write down what happens to them and fail on demand.
 
@@ -112,11 +113,8 @@ class TestPipeline : public Probe<Pipeline> {};
 /// TestRing-test-ring and TestService-test-service, once.
 void RegisterProbes();
 
-/// An application under `name`, not configured; released at the end of the scope.
-struct Releaser {
-  void operator()(base::object* object) const { object->Release(); }
-};
-using ApplicationHolder = std::unique_ptr<Application, Releaser>;
+/// An application under `name`, not configured.
+using ApplicationHolder = nimbo::test::Owned<Application>;
 ApplicationHolder NewApplication(const char* name);
 /// An application built from `text`; null when it cannot be built.
 ApplicationHolder NewApplication(const char* name, const std::string& text);

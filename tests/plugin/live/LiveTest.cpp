@@ -17,16 +17,6 @@ using testing::Not;
 
 constexpr std::uint8_t DataMessage = 18;
 
-/// A message of a server on chunk stream 2, with stream id 0 and time 0.
-Bytes ServerMessage(std::uint8_t type, const Bytes& body) {
-  Bytes bytes = {0x02, 0, 0, 0};
-  AppendBig(bytes, body.size(), 3);
-  bytes.push_back(type);
-  AppendBig(bytes, 0, 4);
-  Append(bytes, body);
-  return bytes;
-}
-
 std::string TextOf(const Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
 Bytes LengthPrefixed(const std::vector<Bytes>& units) {
@@ -149,23 +139,24 @@ TEST_F(Live, TheServerIsAnsweredAndFollowed) {
   IngestServer next;
   ASSERT_TRUE(Open(server.Url()));
   // A window of 4000 bytes (RTMP 1.0, 5.4.4), and a ping (7.1.7) in the midst of much else.
-  server.Send(0, ServerMessage(5, {0, 0, 0x0F, 0xA0}));
-  server.Send(0, ServerMessage(DataMessage, Bytes(100, 7)));
-  server.Send(0, ServerMessage(UserControlMessage, {0, 6, 1, 2, 3, 4}));
+  server.Send(0, EncodeMessage(2, 5, 0, {0, 0, 0x0F, 0xA0}));
+  server.Send(0, EncodeMessage(2, DataMessage, 0, Bytes(100, 7)));
+  server.Send(0, EncodeMessage(2, UserControlMessage, 0, {0, 6, 1, 2, 3, 4}));
   const auto video = VideoMedia();
-  for (int i = 0; i < 40; ++i) server.Send(0, ServerMessage(DataMessage, Bytes(100, 7)));
-  const auto answered = [](const Record& record) {
+  for (int i = 0; i < 40; ++i) server.Send(0, EncodeMessage(2, DataMessage, 0, Bytes(100, 7)));
+  std::int64_t time = 0;
+  const auto publishUntil = [&](auto condition) {
+    return Eventually([&] {
+      EXPECT_TRUE(Receive(AccessUnit(true), *video, time += 20));
+      return condition();
+    });
+  };
+  Record record;
+  ASSERT_TRUE(publishUntil([&] {
+    record = server.Get(0);
     return !record.OfType(UserControlMessage).empty() &&
            !record.OfType(AcknowledgementMessage).empty();
-  };
-  const auto end = std::chrono::steady_clock::now() + LongTime;
-  std::int64_t time = 0;
-  while (!answered(server.Get(0)) && std::chrono::steady_clock::now() < end) {
-    ASSERT_TRUE(Receive(AccessUnit(true), *video, time += 20));
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  const Record record = server.Get(0);
-  ASSERT_TRUE(answered(record));
+  }));
   EXPECT_EQ(record.OfType(UserControlMessage)[0].body, Bytes({0, 7, 1, 2, 3, 4}));
   EXPECT_GE(ReadBig(record.OfType(AcknowledgementMessage)[0].body.data(), 4), 2000u);
 #ifndef EMULATED  // an emulator does not tell what the kernel does of connections
@@ -187,15 +178,8 @@ TEST_F(Live, TheServerIsAnsweredAndFollowed) {
     Append(request, {value.begin(), value.end()});
   }
   Append(request, {0, 0, 9});
-  // A chunk of 128 bytes at most, then the rest behind a header of one byte.
-  Bytes message = ServerMessage(CommandMessage, request);
-  constexpr std::size_t FirstChunk = 12 + 128;
-  if (message.size() > FirstChunk) message.insert(message.begin() + FirstChunk, 0xC2);
-  server.Send(0, message);
-  while (next.Connections() == 0 && std::chrono::steady_clock::now() < end) {
-    ASSERT_TRUE(Receive(AccessUnit(true), *video, time += 20));
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  server.Send(0, EncodeMessage(2, CommandMessage, 0, request));
+  ASSERT_TRUE(publishUntil([&] { return next.Connections() > 0; }));
   ASSERT_TRUE(Receive(AccessUnit(true), *video, time += 20));
   ASSERT_TRUE(next.WaitForMedia(0, 2));
   const Record followed = next.Get(0);

@@ -34,15 +34,6 @@ void* PluginSymbol(const char* name) {
 }
 #endif
 
-bool Eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + LongTime;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
 std::string GetText(stream::Object& object, const char* property) {
   std::string value;
   return object.GetStr(property, value) ? value : "unreadable";

@@ -10,7 +10,9 @@
 #include "base/reflect/Class.h"
 #include "nimbo/stream/service.h"
 #include "tests/support/ConsoleCapture.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/IngestServer.h"
+#include "tests/support/Owned.h"
 #include "tests/support/TestCapture.h"
 
 namespace nimbo::test {
@@ -33,21 +35,12 @@ T PluginFunction(const char* name) {
   return reinterpret_cast<T>(PluginSymbol(name));
 }
 
-struct Destroyer {
-  void operator()(base::object* owned) const { owned->Release(); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, Destroyer>;
-
 /// An object of a registered class; null when it cannot be made.
 template <class T>
 Owned<T> New(const char* type, const char* name) {
   auto attrs = stream::Object::AttrSetInit({{"type", type}, {"name", name}});
   return Owned<T>(base::IClass::New<T>(attrs));
 }
-
-/// Asks until `condition` holds; false when it has not for LongTime.
-bool Eventually(const std::function<bool()>& condition);
 
 /// A readable property as a text.
 std::string GetText(stream::Object& object, const char* property);

@@ -11,10 +11,10 @@
 #include "host/capture/Adts.h"
 #include "host/capture/av/DayClock.h"
 #include "host/capture/av/LibavLog.h"
-#include "tests/host/capture/StreamFile.h"
 #include "tests/host/capture/av/DecodedStream.h"
 #include "tests/host/capture/av/MediaFile.h"
 #include "tests/support/ConsoleCapture.h"
+#include "tests/support/StreamFile.h"
 
 namespace nimbo::test {
 namespace {

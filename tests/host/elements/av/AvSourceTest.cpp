@@ -3,9 +3,9 @@
 #include <tuple>
 
 #include "host/capture/CaptureRegistry.h"
-#include "tests/host/capture/StreamFile.h"
 #include "tests/host/capture/av/MediaFile.h"
 #include "tests/host/elements/Collector.h"
+#include "tests/support/StreamFile.h"
 
 namespace nimbo::stream::test {
 namespace {

@@ -6,20 +6,16 @@
 #include "host/capture/CaptureRegistry.h"
 #include "host/capture/av/Libav.h"
 #include "nimbo/stream/service.h"
-#include "tests/host/capture/StreamFile.h"
 #include "tests/host/capture/av/MediaFile.h"
 #include "tests/support/ConsoleCapture.h"
 #include "tests/support/IngestServer.h"
+#include "tests/support/Owned.h"
+#include "tests/support/StreamFile.h"
 
 namespace nimbo::test {
 namespace {
 
 using namespace capture::av;
-
-struct ReleaseObject {
-  void operator()(base::object* instance) const { instance->Release(); }
-};
-using ServicePtr = std::unique_ptr<stream::Service, ReleaseObject>;
 
 class RtmpServer : public testing::Test {
  protected:
@@ -46,7 +42,7 @@ class RtmpServer : public testing::Test {
   const std::string second = first.Path() + "-2";
   const UnusedPort port;
   const std::string address = port.Url();
-  ServicePtr server;
+  Owned<stream::Service> server;
 };
 
 TEST_F(RtmpServer, RecordsOnePublisherAfterTheOther) {

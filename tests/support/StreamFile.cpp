@@ -1,19 +1,23 @@
-#include "tests/host/capture/StreamFile.h"
+#include "tests/support/StreamFile.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
+#include <stdexcept>
 
 #include "tests/support/MediaSamples.h"
 
 namespace nimbo::test {
 
-StreamFile::StreamFile(const Bytes& bytes) : _path(testing::TempDir() + "nimbo-stream-XXXXXX") {
-  const int file = mkstemp(_path.data());
-  EXPECT_EQ(write(file, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+StreamFile::StreamFile(const Bytes& bytes, const std::string& suffix) {
+  const char* const folder = std::getenv("TMPDIR");
+  _path = std::string(folder ? folder : "/tmp") + "/nimbo-XXXXXX" + suffix;
+  const int file = mkstemps(_path.data(), static_cast<int>(suffix.size()));
+  const ssize_t wrote = write(file, bytes.data(), bytes.size());
   close(file);
+  if (wrote != static_cast<ssize_t>(bytes.size()))
+    throw std::runtime_error("cannot write " + _path);
 }
 
 StreamFile::~StreamFile() { unlink(_path.c_str()); }

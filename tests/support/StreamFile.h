@@ -9,7 +9,7 @@ namespace nimbo::test {
 /// A file with these bytes that lives as long as the object.
 class StreamFile {
  public:
-  explicit StreamFile(const Bytes& bytes);
+  explicit StreamFile(const Bytes& bytes, const std::string& suffix = "");
   StreamFile(const StreamFile&) = delete;
   StreamFile& operator=(const StreamFile&) = delete;
   ~StreamFile();
