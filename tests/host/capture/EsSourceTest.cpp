@@ -93,16 +93,15 @@ TEST(EsSourceTest, StreamsAreDescribedAndMergedByTime) {
                           "aac 189 8 K", "h264 200 6 K"));
 }
 
-TEST(EsSourceTest, RoundsFollowEachOtherWithoutAGap) {
+TEST(EsSourceTest, RoundsFollowEachOtherWithoutAGapAndWithoutEnd) {
   const test::StreamFile audio(test::AdtsStream(3, 100));
-  auto source = Opened("audio=" + audio.Path() + ",loop=2,pace=fast");
+  const auto source = Opened("audio=" + audio.Path() + ",loop=true,pace=fast");
   ASSERT_TRUE(source);
-  // Three frames of 1,024 samples at 44,100 Hz last 69 ms.
-  EXPECT_THAT(ReadAll(*source), ElementsAre("aac 0 1 K", "aac 23 2 K", "aac 46 3 K", "aac 69 4 K",
-                                            "aac 92 5 K", "aac 116 6 K"));
-  source = Opened("audio=" + audio.Path() + ",loop=true,pace=fast");
-  for (int frame = 0; frame < 100; ++frame) {
-    ASSERT_TRUE(Held<stream::Packet>(source->Read())) << "it has no last round";
+  for (std::int64_t frame = 0; frame < 100; ++frame) {
+    const Held<stream::Packet> packet(source->Read());
+    ASSERT_TRUE(packet);
+    // Three frames of 1,024 samples last as long as three others, but for what a ns cannot tell.
+    EXPECT_LE(std::abs(packet->TimeStamp() - frame * 1024 * 1000000000 / 44100), 100);
   }
 }
 

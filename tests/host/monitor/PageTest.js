@@ -6,7 +6,6 @@
 const assert = require('node:assert');
 const { execFileSync, spawn, spawnSync } = require('node:child_process');
 const fs = require('node:fs');
-const http = require('node:http');
 const os = require('node:os');
 const path = require('node:path');
 const readline = require('node:readline');
@@ -38,16 +37,6 @@ async function startServer() {
 const killServer = () =>
   process.kill(Number(fs.readFileSync(path.join(folder, 'server/nginx.pid'), 'utf8')), 'SIGKILL');
 
-// The status code of a request, and what came.
-const ask = (url, method = 'GET', headers = {}) => new Promise((resolve, reject) => {
-  const request = http.request(url, { method, headers }, (response) => {
-    let text = '';
-    response.on('data', (data) => { text += data; });
-    response.on('end', () => resolve({ code: response.statusCode, type: response.headers['content-type'], text }));
-  });
-  request.on('error', reject).end();
-});
-
 // Pictures are shown and time goes on, from where both are now.
 async function waitForPicture(page) {
   const look = () => page.evaluate(() => {
@@ -64,13 +53,7 @@ async function waitForPicture(page) {
 const waitForEvent = (page, message) => page.waitForFunction((name) =>
   [...document.querySelectorAll('#events .message')].some((line) => line.textContent === name), message);
 
-async function checkRequests(address) {
-  const cases = [['', 'GET', {}, 200], ['', 'HEAD', {}, 200], ['', 'POST', {}, 405], ['nothing', 'GET', {}, 404],
-    ['', 'GET', { host: 'localhost:1' }, 200], ['', 'GET', { host: 'elsewhere.example' }, 403],
-    ['', 'GET', { host: 'localhost.example' }, 403], ['', 'GET', { host: '127.0.0.1:1x' }, 403]];
-  for (const [file, method, headers, code] of cases) {
-    assert.equal((await ask(address + file, method, headers)).code, code, `${method} ${file} ${headers.host}`);
-  }
+function checkPort(address) {
   const port = new URL(address).port;
   const second = spawnSync(host, ['publish', 'test:', 'rtmp://127.0.0.1:1/a/b', '--monitor', port], { encoding: 'utf8' });
   assert.equal(second.status, 1);
@@ -78,8 +61,9 @@ async function checkRequests(address) {
 }
 
 async function checkMetrics(address) {
-  const { type, text } = await ask(`${address}metrics`);
-  assert.equal(type, 'text/plain; version=0.0.4; charset=utf-8');
+  const answer = await fetch(`${address}metrics`);
+  const text = await answer.text();
+  assert.equal(answer.headers.get('content-type'), 'text/plain; version=0.0.4; charset=utf-8');
   const line = /^(# (HELP|TYPE) \w+ .+|\w+(\{(\w+="([^"\\\n]|\\["\\n])*",?)+\})? [\d.]+)$/;
   for (const told of text.trimEnd().split('\n')) assert.match(told, line);
   assert.match(text, /^nimbo_publish_reconnections_total\{.*live\/camera"\} 1$/m);
@@ -144,7 +128,7 @@ async function test() {
   fs.mkdirSync(screenshots, { recursive: true });
   await page.screenshot({ path: path.join(screenshots, 'monitor.png'), fullPage: true });
   assert(!(await page.content()).includes('secret'));
-  await checkRequests(monitor);
+  checkPort(monitor);
   await checkMetrics(monitor);
   assert.deepEqual(faults, []);
   await takeOthers(await browser.newPage());

@@ -59,6 +59,8 @@ TEST(Server, RefusesWhatIsNotForIt) {
       {Request("/", "Host: elsewhere.example\r\n"), "HTTP/1.1 403"},
       {Request("/", "Host: localhost.elsewhere.example\r\n"), "HTTP/1.1 403"},
       {Request("/", "Host: 127.0.0.1:1@elsewhere.example\r\n"), "HTTP/1.1 403"},
+      {Request("/", "Host: 127.0.0.1:1x\r\n"), "HTTP/1.1 403"},
+      {Request("/", "Host: localhost:1\r\n"), "HTTP/1.1 200"},
       {Request("/", ""), "HTTP/1.1 4"},
       {Request("/metrics", "Host: localhost\r\nOrigin: http://elsewhere.example\r\n"),
        "HTTP/1.1 403"},
@@ -74,6 +76,7 @@ TEST(Server, RefusesWhatIsNotForIt) {
       {Request("/status.json?since=99999999999999999999999999"), "HTTP/1.1 200"},
       {Request("/" + huge), "HTTP/1.1 4"},
       {Request("/", "Host: localhost\r\nX: " + huge + "\r\n"), "HTTP/1.1 4"},
+      {"HEAD / HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n", "HTTP/1.1 200"},
       {"DELETE / HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n", "HTTP/1.1 405"},
       {"POST / HTTP/1.1\r\nHost: localhost\r\nContent-Length: -1\r\n\r\n", "HTTP/1.1 4"},
   };

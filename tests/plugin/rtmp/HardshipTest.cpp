@@ -3,9 +3,7 @@
 #include "host/stream/ControlQueue.h"
 #include "plugin/session/RtmpSession.h"
 #include "tests/plugin/rtmp/Publisher.h"
-#include "tests/support/FaultySockets.h"
-#include "tests/support/MovedClock.h"
-#include "tests/support/Scarcity.h"
+#include "tests/support/Hardship.h"
 #include "tests/support/TlsServer.h"
 
 // What the system gives too little of, in too small pieces, or not at all.
