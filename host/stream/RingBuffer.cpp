@@ -174,7 +174,7 @@ int RingBuffer::WaitUntil(Reader& reader, bool& woken, const Deadline& deadline)
 }
 
 RingBuffer::Deadline RingBuffer::EndOfWait(const Deadline& deadline) {
-  if (!deadline || !_go_on || _go_on->held == 0) return deadline;
+  if (!deadline || _max_lag.count() == 0 || !_go_on || _go_on->held == 0) return deadline;
   return std::min(*deadline, std::max(_heard + Silence, Clock::now() + WaitInSilence));
 }
 

@@ -113,8 +113,8 @@ class NIMBO_API RingBuffer final : public PacketRing,
   };
 
   int WaitUntil(Reader& reader, bool& woken, const Deadline& deadline) EXCLUDES(_mutex);
-  /// When a wait that begins now ends. Nobody waits on and on for a ring that has fallen silent,
-  /// its track may have ended, while a packet of another one could be sent.
+  /// When a wait that begins now ends. Where lag counts, nobody waits on and on for a ring that has
+  /// fallen silent, its track may have ended, while a packet of another one could be sent.
   Deadline EndOfWait(const Deadline& deadline) REQUIRES(_mutex);
   /// Waits once for a change. False when the deadline has passed.
   bool WaitOnce(const Deadline& deadline) REQUIRES(_mutex);
