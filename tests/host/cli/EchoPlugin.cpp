@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host/stream/ControlQueue.h"
+#include "host/stream/Message.h"
 #include "nimbo/base/command.h"
 #include "nimbo/base/ostream.h"
 #include "nimbo/base/thread.h"
@@ -29,6 +30,10 @@ const bool registered = [] {
       throw std::runtime_error("no good");
     });
   }
+  // Hears what an encoder of a device's own would.
+  nimbo::stream::MessageListeners::Global().Add([](const nimbo::stream::Message& message) {
+    if (message.name == "bit_rate") cout << "bit_rate: " + message.text + "\n";
+  });
   // Prints from a thread of its own and from the control queue, a moment later.
   nimbo::base::omfCmdRegister("later", [](AttrSet&) {
     std::thread([] {

@@ -47,6 +47,21 @@ class Program : public testing::Test {
   const test::StreamFile film{test::VideoStream(50, 10, 500), ".h264"};
 };
 
+TEST_F(Program, TellsWhoeverEncodesWhatTheLinkHolds) {
+  constexpr std::size_t Picture = 20'000, Pictures = 25, Link = 100'000;  // bytes, a second
+  const test::StreamFile large{test::VideoStream(50, 10, Picture), ".h264"};
+  Script slow;
+  slow.receiveBuffer = 16 * 1024;
+  slow.rate = Link;
+  IngestServer server({slow});
+  HostProcess host(Streams::Pipes, {"publish", "--plugin", ECHO_PLUGIN, "--plugin", RTMP_PLUGIN,
+                                    large.Path(), server.Url(), "--loop", "--adapt"});
+  constexpr char Asked[] = "bit_rate: ";
+  ASSERT_TRUE(host.WaitFor(Asked) && host.WaitFor("\n"));
+  const auto number = host.Output().find(Asked) + sizeof Asked - 1;
+  EXPECT_LT(std::stoull(host.Output().substr(number)), Picture * Pictures * 8 / 2);
+}
+
 // ---- readers ------------------------------------------------------------------------------------
 
 struct Reader {
