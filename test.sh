@@ -117,7 +117,7 @@ if $soak; then
   cat build/reliability.md
   NIMBO_FROZEN_SECONDS=60 run release -L interop
   heading "Publishing over slow links"
-  tools/slow-link build/release --seconds 60 --bound | tee -a build/reliability.md
+  tools/slow-link build/release --side-by-side --bound | tee -a build/reliability.md
   heading "Publishing to a server that does its worst"
   tools/chaos build/release | tee -a build/reliability.md
   build asan --target nimbo-host pluginrtmp nimbo-av

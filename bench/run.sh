@@ -18,7 +18,7 @@ fail() { printf 'run.sh: %s\n' "$1" >&2; exit 1; }
 usage() { sed -n '2,/^set /{/^set /!s/^# \{0,1\}//p}' "$0"; }
 peers=(ffmpeg strace iproute2 openssl gnuplot-nox python3 libbenchmark-dev valgrind
        gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
-       gstreamer1.0-plugins-bad)
+       gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly)
 
 rounds=5 seconds=10 only='' build='' install=false
 while [ $# -gt 0 ]; do
