@@ -380,7 +380,7 @@ void AacLivePass::Read(const AdtsHeader& header) {
   // ISO/IEC 14496-3, 1.6.2.1: object type, rate and channels, as the header has them.
   const auto index = static_cast<unsigned>(std::ranges::find(AacRates, _rate) - AacRates.begin());
   constexpr int EightChannels = 8;
-  const unsigned channels = static_cast<unsigned>(_channels == EightChannels ? 7 : _channels);
+  const auto channels = static_cast<unsigned>(_channels == EightChannels ? 7 : _channels);
   const unsigned both = static_cast<unsigned>(_profile + 1) << 11 | index << 7 | channels << 3;
   _config = {static_cast<unsigned char>(both >> 8), static_cast<unsigned char>(both)};
 }

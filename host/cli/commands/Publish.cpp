@@ -37,7 +37,7 @@ class Publish {
   Publish(const PublishSettings& options, ControlLoop& loop) : _options(options), _loop(loop) {}
 
   Status Run() {
-    const Status status = Work();
+    Status status = Work();
     if (_json) {
       const auto figures = Figures();
       const auto addresses = _publication.Addresses();

@@ -49,7 +49,7 @@ std::string PictureConfig(IMedia& media) {
 
 /// AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1).
 std::string SoundConfig(IMedia& media) {
-  const std::string own = BytesOf(media, "config", "iconfig");
+  std::string own = BytesOf(media, "config", "iconfig");
   if (!own.empty()) return own;
   const int rate = capture::AacRateIndex(IntOf(media, "rate"));
   const int channels = IntOf(media, "channel");
@@ -156,7 +156,7 @@ Status MovieFile::Write(const Packet& packet) {
   _packet->dts = av_rescale_q(packet.TimeStamp() - _start, NanosecondBase, track->time_base);
   _packet->pts =
       _packet->dts + av_rescale_q(IntOf(media, "cto"), MicrosecondBase, track->time_base);
-  const Status written = StatusOf(av_write_frame(_format.get(), _packet.get()));
+  Status written = StatusOf(av_write_frame(_format.get(), _packet.get()));
   av_packet_unref(_packet.get());
   if (!written) return written;
   // What the file itself refuses is noticed when its buffer is emptied.
