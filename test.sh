@@ -70,7 +70,7 @@ run() {
   heading "Testing $preset"
   cores=$(nproc)
   if [ $# -eq 0 ] && [[ $preset =~ debug|san ]]; then
-    [ "$preset" = debug ] || every=(-E 'Attacked[.].*(PusherTls|Client|ClientInPlaceTls|LiveTls) ')
+    [ "$preset" = debug ] || every=(-E '(Attacked[.].*(PusherTls|Client|ClientInPlaceTls|LiveTls)|Connecting[.].*Live) ')
     ctest --preset "$preset" -L waiting -j $((cores * 4)) "${every[@]}"
     ctest --preset "$preset" -L interop -j $((cores * 2))
     set -- -LE 'waiting|interop'

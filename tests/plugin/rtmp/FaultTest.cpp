@@ -9,7 +9,8 @@
 #include "tests/support/TlsServer.h"
 
 // Every way to publish against everything that a server or the network can do. Deadlines are a
-// third of the real ones unless RTMP_REAL_DEADLINES is set.
+// third of the real ones unless RTMP_REAL_DEADLINES is set. What was measured and told is recorded
+// in each case's properties, of which tools/reliability makes a table.
 
 namespace nimbo::test {
 namespace {
@@ -27,7 +28,9 @@ constexpr std::size_t LargeFrame = 50000;
 
 class FaultCase : public PluginTest {
  protected:
-  explicit FaultCase(const Who& who) : _who(who) {
+  FaultCase(const char* fault, const Who& who) : _who(who) {
+    RecordProperty("fault", fault);
+    RecordProperty("who", NameOf(std::get<0>(who)));
     const int scale = std::getenv("RTMP_REAL_DEADLINES") ? 1 : 3;
     const SessionLimits real;
     RtmpSession::Limits() = {real.attempt / scale,     real.answer / scale,
@@ -53,8 +56,8 @@ class FaultCase : public PluginTest {
     publisher = Publisher::New(std::get<0>(_who), url, "RingSink:size=512");
   }
 
-  /// `action` takes no longer than the session's own `limit`. What the machine was late meanwhile,
-  /// several threads in turn, is not the session's fault.
+  /// Records how long `action` took, which is no longer than the session's own `limit`. What the
+  /// machine was late meanwhile, several threads in turn, is not the session's fault.
   template <class Action>
   void Time(const char* what, milliseconds limit, Action action) {
     const Lateness lateness;
@@ -64,9 +67,19 @@ class FaultCase : public PluginTest {
     const milliseconds slack = lateness.Slack();
     EXPECT_LE(took.count(), (limit + slack).count())
         << what << ", of which slack " << slack.count();
+    RecordProperty(what, static_cast<int>(took.count()));
   }
   void CloseInTime() {
     Time("close", RtmpSession::Limits().close, [this] { publisher->Close(); });
+  }
+  /// Records the last explanation since the console was cleared.
+  void RecordTold() {
+    std::string told;
+    for (const ConsoleLine& line : console.Lines()) {
+      if (line.colour == '3' && (line.function == "ConnectServer" || line.function == "Explain"))
+        told = line.text;
+    }
+    RecordProperty("told", told);
   }
   /// The longest until a publisher has a connection again, whatever it is doing.
   static milliseconds Back() { return RtmpSession::Limits().attempt + ReconnectPause; }
@@ -119,7 +132,7 @@ class FaultCase : public PluginTest {
 template <class Fault>
 class Facing : public FaultCase, public testing::WithParamInterface<std::tuple<Fault, Who>> {
  protected:
-  Facing() : FaultCase(std::get<1>(this->GetParam())) {}
+  Facing() : FaultCase(std::get<0>(this->GetParam()).name, std::get<1>(this->GetParam())) {}
   const Fault& fault = std::get<0>(this->GetParam());
 };
 
@@ -150,7 +163,7 @@ class Connecting : public Facing<SetupFault> {
   /// Attempts that have failed since the console was cleared.
   std::size_t Failures() {
     return console.Count("RTMP_Connect(_rtmp, __null) == 0") +
-           console.Count("RTMP_ConnectStream(_rtmp, 0) == 0");
+           console.Count("RTMP_ConnectStream(_rtmp, 0) == 0") + console.Count("!_rtmp.Connect");
   }
 
   UnusedPort unused;
@@ -165,6 +178,7 @@ TEST_P(Connecting, EndsInTimeAndIsMadeGoodLater) {
   console.Clear();
   Time("open", fault.Stalls() ? RtmpSession::Limits().attempt : milliseconds(0),
        [&] { EXPECT_FALSE(publisher->Open()); });
+  RecordTold();
   EXPECT_EQ(Failures(), 1u);
   EXPECT_FALSE(publisher->Connected());
   ExpectMessages({"rtmp_disconnected"});
@@ -185,7 +199,8 @@ TEST_P(Connecting, EndsInTimeAndIsMadeGoodLater) {
   publisher->SetUrl(url);
   console.Clear();
   healthy.Reset(1);
-  ASSERT_TRUE(Eventually([&] { return console.Count("push ") > 0; }));
+  ASSERT_TRUE(
+      Eventually([&] { return console.Count("push ") + console.Count(" is not sent") > 0; }));
   std::this_thread::sleep_for(milliseconds(100));
   CloseInTime();
   EXPECT_FALSE(publisher->Connected());
@@ -199,10 +214,10 @@ Script Trickle() {
 }
 
 const Who Everyone[] = {
-    {Publisher::Kind::Pusher, false},        {Publisher::Kind::Pusher, true},
-    {Publisher::Kind::Client, false},        {Publisher::Kind::Client, true},
-    {Publisher::Kind::ClientInPlace, false}, {Publisher::Kind::ClientInPlace, true},
-    {Publisher::Kind::Live, false}};
+    {Publisher::Kind::Pusher, false},      {Publisher::Kind::Pusher, true},
+    {Publisher::Kind::Client, false},      {Publisher::Kind::Client, true},
+    {Publisher::Kind::Live, false},        {Publisher::Kind::ClientInPlace, false},
+    {Publisher::Kind::ClientInPlace, true}};
 
 /// The fault's name and who meets it, in letters and digits alone.
 const auto nameOf = [](const auto& info) {
@@ -233,7 +248,7 @@ INSTANTIATE_TEST_SUITE_P(
             SetupFault{"stall at publish", When(Point::Publish, Reaction::Stall)},
             SetupFault{"publish refused (BadName)", When(Point::Publish, Reaction::Refuse)},
             SetupFault{"answers trickle", Trickle()}),
-        testing::ValuesIn(Everyone, Everyone + 4)),
+        testing::ValuesIn(Everyone, Everyone + 5)),
     nameOf);
 
 // ---- hostile answers ----------------------------------------------------------------------------
@@ -327,6 +342,7 @@ TEST_P(Attacked, FailsInTimeAndPublishesToTheNextServer) {
   Make(hostile.Url());
   console.Clear();
   Time("open", RtmpSession::Limits().attempt, [&] { EXPECT_FALSE(publisher->Open()); });
+  RecordTold();
   EXPECT_FALSE(publisher->Connected());
   publisher->SetUrl(healthy.Url());
   ASSERT_TRUE(Publish(healthy));
@@ -365,7 +381,7 @@ TEST_P(Slow, IsNeverLeftAndGetsTheGoodbye) {
   console.Clear();
   // The send that is under way ends by itself, then the goodbye follows.
   Time("close", 2 * limits.drain + limits.close, [&] { publisher->Close(); });
-  EXPECT_EQ(console.Count("push "), 0u);
+  EXPECT_EQ(console.Count("push ") + console.Count(" is not sent"), 0u);
   ASSERT_TRUE(server.WaitForEnd(0));
   const Record record = server.Get(0);
   EXPECT_EQ(record.error, "");
@@ -485,6 +501,7 @@ TEST_P(Dismissed, MakesANewConnection) {
   console.Clear();
   server.Send(0, fault.piece());
   Time("back", milliseconds(0), [&] { ASSERT_TRUE(WaitForMedia(server, 1)); });
+  RecordTold();
   EXPECT_EQ(console.Count("the server ended the stream"), 1u);
   EXPECT_EQ(console.Count("IsConnected"), 0u);
   ExpectWhole(server.Get(1), !IsClient());

@@ -72,6 +72,10 @@ TEST_P(Soak, ReconnectionsLeaveNothingBehindHoweverLongTheStream) {
   EXPECT_LE(after.descriptors, before.descriptors + 2);
   EXPECT_LE(after.threads, before.threads + 2);
   EXPECT_LE(after.heap, before.heap + 50000);
+  RecordProperty("rounds", static_cast<int>(rounds));
+  RecordProperty("descriptors", static_cast<int>(after.descriptors - before.descriptors));
+  RecordProperty("threads", static_cast<int>(after.threads - before.threads));
+  RecordProperty("heap", static_cast<int>(after.heap - before.heap));
   publisher->Close();
   stop = true;
   for (std::thread& reader : readers) reader.join();
@@ -80,7 +84,7 @@ TEST_P(Soak, ReconnectionsLeaveNothingBehindHoweverLongTheStream) {
 
 INSTANTIATE_TEST_SUITE_P(Publishers, Soak,
                          testing::Values(Publisher::Kind::Pusher, Publisher::Kind::Client,
-                                         Publisher::Kind::ClientInPlace),
+                                         Publisher::Kind::ClientInPlace, Publisher::Kind::Live),
                          [](const auto& kind) { return std::string(NameOf(kind.param)); });
 
 }  // namespace
