@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "host/stream/ControlQueue.h"
 #include "tests/plugin/rtmp/Publisher.h"
 
 // Seven weeks of stream time with a lost connection every other hour or so, in seconds: time stamps
@@ -58,14 +57,17 @@ TEST_P(Soak, ReconnectionsLeaveNothingBehindHoweverLongTheStream) {
     EXPECT_EQ(record.error, "");
     for (const Message& message : record.Media()) {
       if (message.body.at(1) == 0) continue;  // sequence headers carry no time
-      // Of the time before the leap, or of a few leaps ago: a ring holds some frames.
-      const auto age = static_cast<std::uint32_t>(publisher->time - message.time);
+      // Of the time before the leap, or of a few leaps ago: a ring holds some frames. With the live
+      // client every connection's times begin at 0.
+      const bool own = GetParam() == Publisher::Kind::Live;
+      const auto age =
+          static_cast<std::uint32_t>(own ? message.time : publisher->time - message.time);
       EXPECT_LE(age, 30 * step);
-      EXPECT_GT(age, 0u);
+      EXPECT_TRUE(own || age > 0);
     }
     publisher->time += step;
     server.Forget(round);
-    stream::ControlQueue::Global().Run();
+    Messages();
     if (round == settled) before = Holdings();
   }
   const Holdings after;
