@@ -43,6 +43,17 @@ def tuned_ffmpeg(clip, url, fast):
             "-rtmp_live", "live", url]
 
 
+def floor(build, unit):
+    """What is left when nothing is read, copied or looked for: a gathered write for each `unit`."""
+    return lambda clip, url, _fast: [os.path.join(build, "bench-loop"), clip + ".flv", url,
+                                     "--floor", unit]
+
+
+def film(build, *options):
+    return lambda clip, url, _fast: [os.path.join(build, "nimbo-host"), "publish", clip + ".mp4",
+                                     url, "--quiet", *options]
+
+
 def pipeline(sink):
     def command(clip, url, fast):
         return ["gst-launch-1.0", "-q", "filesrc", f"location={clip}.mp4", "!", "qtdemux", "name=d",
