@@ -15,8 +15,6 @@ namespace nimbo::capture {
 namespace {
 
 constexpr std::uint32_t MaxFramesPerSecond = 1000;
-/// Sound goes with the picture that stands so closely before it (ns).
-constexpr std::int64_t TogetherWithin = 50'000'000;
 
 /// The last one is the consumer's.
 const std::vector<std::string> Options = {"video", "audio", "fr",       "loop",
@@ -127,7 +125,8 @@ bool EsSource::Open() {
     _streams.push_back(track->Media());
   }
   _played = 1;
-  _round_start = _position = _picture = _origin = 0;
+  _round_start = _position = _origin = 0;
+  _pace.Restart();
   _failed = false;
   return true;
 }
@@ -148,15 +147,10 @@ Held<stream::Packet> EsSource::Read() {
   EsTrack* track = Next();
   if (!track) return nullptr;
   _position = _round_start + track->Time();
-  const bool due = _fast ? !_abort.IsSet() : _abort.WaitUntil(_origin + Due(*track));
+  const bool leads = track == _tracks.front().get();
+  const bool due =
+      _fast ? !_abort.IsSet() : _abort.WaitUntil(_origin + _pace.Due(_position, leads));
   return due ? track->Take(_origin + _round_start) : nullptr;
-}
-
-/// When the frame at `_position`, one of `track`, is handed out. Whoever merges sound and pictures
-/// lets no picture go before the sound behind it has come, so the two go together.
-std::int64_t EsSource::Due(const EsTrack& track) {
-  if (&track == _tracks.front().get()) return _picture = _position;
-  return _position - _picture <= TogetherWithin ? _picture : _position;
 }
 
 /// The track whose frame comes next. Null at the end, after an abort and after a failure.

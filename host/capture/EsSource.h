@@ -6,6 +6,7 @@
 
 #include "host/capture/CaptureSource.h"
 #include "host/capture/EsTrack.h"
+#include "host/capture/PicturePace.h"
 #include "nimbo/base/attr_set.h"
 
 namespace nimbo::capture {
@@ -44,7 +45,6 @@ class NIMBO_API EsSource final : public CaptureSource {
  private:
   EsSource() = default;
   EsTrack* Next();
-  std::int64_t Due(const EsTrack& track);
   bool Again();
 
   AbortEvent _abort;
@@ -59,7 +59,7 @@ class NIMBO_API EsSource final : public CaptureSource {
   std::int64_t _round_start = 0;  ///< time of the first frame of this round, in the source's time
   std::int64_t _origin = 0;       ///< time stamp of the source's time 0
   std::int64_t _position = 0;     ///< source's time of the next packet
-  std::int64_t _picture = 0;      ///< source's time of the latest picture
+  PicturePace _pace;
 };
 
 }  // namespace nimbo::capture

@@ -73,6 +73,7 @@ void LibavSource::Close() {
   _arrival = 0;
   _early = 0;
   _position = 0;
+  _pace.Restart();
 }
 
 bool LibavSource::Probe() {
@@ -229,7 +230,9 @@ Held<stream::Packet> LibavSource::Read() {
     if (StreamPath* next = Next()) {
       _position = next->Output().FrontTime();
       const bool paced = _options.realtime && !_options.Live();
-      if (paced && !_abort.WaitUntil(_position + _shift)) return nullptr;
+      const auto& video = _paths[Index(Kind::Video)];
+      const bool leads = !video || next == video.get();
+      if (paced && !_abort.WaitUntil(_pace.Due(_position, leads) + _shift)) return nullptr;
       return next->Output().Take(_shift);
     }
     if (_ended) return nullptr;

@@ -8,6 +8,7 @@
 
 #include "host/capture/AbortEvent.h"
 #include "host/capture/CaptureSource.h"
+#include "host/capture/PicturePace.h"
 #include "host/capture/av/Demuxer.h"
 #include "host/capture/av/StreamPath.h"
 #include "nimbo/base/attr_set.h"
@@ -84,6 +85,7 @@ class LibavSource final : public CaptureSource {
   std::int64_t _early = 0;     ///< how far in front of the first packet another one lies
   std::int64_t _shift = 0;     ///< from the demuxer's time line to time stamps
   std::int64_t _position = 0;  ///< on the demuxer's time line
+  PicturePace _pace;
 };
 
 }  // namespace nimbo::capture::av
