@@ -150,6 +150,9 @@ try_completion() {
   completed=$(inside bash -c '. /usr/share/bash-completion/completions/nimbo-host
     COMP_WORDS=(nimbo-host pub) COMP_CWORD=1; _nimbo_host; echo "${COMPREPLY[@]}"')
   [ "$completed" = publish ] || fail "\"pub\" is completed to \"$completed\""
+  grep -q publish "$root/usr/share/zsh/vendor-completions/_nimbo-host" \
+    "$root/usr/share/fish/vendor_completions.d/nimbo-host.fish" ||
+    fail "zsh or fish complete nothing"
   zcat "$root/usr/share/man/man1/nimbo-host.1.gz" | grep -q '^\.SS "nimbo\\-host publish ' ||
     fail "the manual says nothing of publishing"
 }

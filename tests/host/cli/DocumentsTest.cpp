@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdio>
+#include <regex>
 
 #include "host/cli/commands/Graph.h"
 #include "host/cli/commands/Inventory.h"
@@ -69,6 +70,32 @@ TEST(Graph, IsDrawnAsAnImage) {
                          {"--plugin", ECHO_PLUGIN, "graph", "ring-sink", "-o", path});
   EXPECT_EQ(host.Wait(), 0) << host.Output();
   EXPECT_TRUE(Takes(("grep -q '</svg>' " + path).c_str(), ""));
+}
+
+/// What the program says to `arguments`.
+std::string Said(std::vector<std::string> arguments) {
+  test::HostProcess host(test::HostProcess::Streams::Pipes, std::move(arguments));
+  EXPECT_EQ(host.Wait(), 0) << host.Output();
+  return host.Output();
+}
+
+TEST(Completion, KnowsEveryOptionOfTheHelpInEachShell) {
+  const std::string help = Said({"publish", "--help"});
+  const std::string bash = Said({"completion", "bash"}), zsh = Said({"completion", "zsh"}),
+                    fish = Said({"completion", "fish"});
+  EXPECT_TRUE(Takes("bash -n", bash));
+  const std::regex option("\n  (?:-\\w,)?--([a-z-]+)");
+  const std::sregex_iterator end;
+  std::size_t options = 0;
+  for (std::sregex_iterator found(help.begin(), help.end(), option); found != end; ++found) {
+    const std::string name = (*found)[1];
+    if (name == "help") continue;
+    EXPECT_THAT(bash, testing::ContainsRegex(" --" + name + "[ ']"));
+    EXPECT_THAT(zsh, HasSubstr("'*--" + name + "["));
+    EXPECT_THAT(fish, HasSubstr(" -l " + name + " "));
+    ++options;
+  }
+  EXPECT_GT(options, 20U);
 }
 
 }  // namespace
