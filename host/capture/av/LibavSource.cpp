@@ -120,28 +120,33 @@ std::vector<const AVPacket*> LibavSource::Beginning(Kind kind) const {
   return packets;
 }
 
-std::unique_ptr<StreamPath> LibavSource::PassPath(Kind kind, const AVCodecParameters& parameters,
-                                                  std::string& obstacle) const {
+Result<std::unique_ptr<StreamPath>> LibavSource::PassPath(
+    Kind kind, const AVCodecParameters& parameters) const {
+  using Path = std::unique_ptr<StreamPath>;
   const bool video = kind == Kind::Video;
   const Encoding& wanted = _options.encoding;
   const bool encode = _options.transcode || (video ? wanted.AsksForVideo() : wanted.AsksForAudio());
   const auto beginning = Beginning(kind);
   const ParameterSets sets = video ? CollectSets(parameters, beginning) : ParameterSets();
+  std::string obstacle;
   if (_options.carried != Carried::Live) {
     obstacle =
         video ? VideoObstacle(parameters, beginning, sets) : AudioObstacle(parameters, beginning);
     if (obstacle.empty() && video && !encode) {
-      return std::make_unique<H264Pass>(parameters.width, parameters.height, sets);
+      return Path(std::make_unique<H264Pass>(parameters.width, parameters.height, sets));
     }
     if (obstacle.empty() && !encode) {
-      return std::make_unique<AacPass>(parameters.sample_rate, parameters.ch_layout.nb_channels,
-                                       parameters.extradata_size == 0);
+      return Path(std::make_unique<AacPass>(parameters.sample_rate,
+                                            parameters.ch_layout.nb_channels,
+                                            parameters.extradata_size == 0));
     }
   }
-  if (encode && obstacle.empty()) obstacle = "as asked for";
-  if (encode || _options.carried == Carried::Classic) return nullptr;
-  obstacle = LiveObstacle(parameters, beginning, _options.enhanced);
-  return obstacle.empty() ? NewLivePass(parameters, beginning) : nullptr;
+  if (encode) return Status::Failed(obstacle.empty() ? "as asked for" : obstacle);
+  if (_options.carried != Carried::Classic) {
+    obstacle = LiveObstacle(parameters, beginning, _options.enhanced);
+    if (obstacle.empty()) return NewLivePass(parameters, beginning);
+  }
+  return Status::Failed(obstacle);
 }
 
 bool LibavSource::ChoosePaths() {
@@ -151,8 +156,11 @@ bool LibavSource::ChoosePaths() {
     const AVCodecParameters* parameters = _demuxer.Parameters(kind);
     if (!parameters) continue;
     auto& path = _paths[Index(kind)];
-    std::string& obstacle = obstacles[Index(kind)];
-    path = PassPath(kind, *parameters, obstacle);
+    if (auto passed = PassPath(kind, *parameters)) {
+      path = std::move(*passed);
+    } else {
+      obstacles[Index(kind)] = passed.Why();
+    }
     const Encoding& wanted = _options.encoding;
     Status opened;
     if (!path && kind == Kind::Video) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "common/Status.h"
 #include "host/capture/AbortEvent.h"
 #include "host/capture/CaptureSource.h"
 #include "host/capture/PicturePace.h"
@@ -62,10 +63,9 @@ class LibavSource final : public CaptureSource {
   bool ProbeGoesOn() const;
   bool ChoosePaths();
   void Warn(bool passed) const;
-  /// The way of a stream that is passed through; null when it has to be transcoded because of
-  /// `obstacle`.
-  std::unique_ptr<StreamPath> PassPath(Kind kind, const AVCodecParameters& parameters,
-                                       std::string& obstacle) const;
+  /// The way of a stream that is passed through, or why it has to be transcoded.
+  Result<std::unique_ptr<StreamPath>> PassPath(Kind kind,
+                                               const AVCodecParameters& parameters) const;
   std::vector<const AVPacket*> Beginning(Kind kind) const;
   StreamPath* Next();
   void Pump();
