@@ -139,8 +139,10 @@ bool HostProcess::WaitForSignals() {
                  ? 0
                  : std::stoull(text.substr(at + std::strlen(name)), nullptr, 16);
     };
+    // A thread that is being made has every signal blocked for a moment.
     constexpr unsigned long long Terminate = 1ULL << (SIGTERM - 1);
-    return (mask("SigBlk:\t") & Terminate) != 0 && mask("ShdPnd:\t") == 0;
+    constexpr unsigned long long Other = 1ULL << (SIGUSR1 - 1);
+    return (mask("SigBlk:\t") & (Terminate | Other)) == Terminate && mask("ShdPnd:\t") == 0;
   });
 }
 
