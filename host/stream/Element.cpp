@@ -11,6 +11,7 @@
 #include "host/stream/FreeName.h"
 #include "host/stream/State.h"
 #include "host/stream/Tree.h"
+#include "nimbo/base/exit_call.h"
 
 namespace nimbo::stream {
 
@@ -55,6 +56,10 @@ Port* IElement::State::FreeOutput() {
     if (!port->Linked()) return port.get();
   }
   return nullptr;
+}
+
+void IElement::State::SetGates(Gate gate) {
+  for (const auto& input : inputs) input->SetGate(gate);
 }
 
 void IElement::State::OfferRings() {
@@ -159,15 +164,26 @@ bool IElement::Linked(const IElement& sink) const {
 bool IElement::ReceivePacket(Packet&, void*) { return false; }
 
 bool IElement::StatusUp(Status to) {
-  if (to == play) {
+  if (to != ready) {
     for (const auto& port : _state->outputs) port->Resume();
+    return Object::StatusUp(to);
   }
-  return Object::StatusUp(to);
+  // What leads to it may play already, and an element makes in Open what ReceivePacket uses.
+  _state->SetGates(Gate::Shut);
+  _state->SetGates(Gate::Held);
+  base::ExitCall shut([this] { _state->SetGates(Gate::Shut); });
+  if (!Object::StatusUp(to)) return false;
+  shut.Clear();
+  _state->pauseUntil = 0;
+  _state->SetGates(Gate::Open);
+  return true;
 }
 
 bool IElement::StatusDown(Status to) {
   if (to == ready) {
     for (const auto& port : _state->outputs) port->Interrupt();
+  } else {
+    _state->SetGates(Gate::Shut);
   }
   return Object::StatusDown(to);
 }

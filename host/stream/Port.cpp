@@ -121,7 +121,11 @@ bool Port::Deliver(Packet& packet) {
   const sync::Lock delivering(_delivering);
   Port* const peer = _peer;
   IElement* const receiver = peer ? peer->_receiver : nullptr;
-  if (!receiver || !WaitForPause(*receiver, peer)) return false;
+  if (!receiver) return false;
+  if (!WaitFor(*receiver, peer)) {
+    if (peer->_gate == Gate::Shut) peer->Count(packet, false);
+    return false;
+  }
   const bool taken =
       Shielded("ReceivePacket", receiver, [&] { return receiver->ReceivePacket(packet, peer); });
   peer->Count(packet, taken);
@@ -147,15 +151,35 @@ void Port::Count(const Packet& packet, bool taken) noexcept {
   }
 }
 
-bool Port::WaitForPause(IElement& receiver, const Port* peer) {
-  const Clock::time_point until(std::chrono::duration_cast<Clock::duration>(
-      std::chrono::nanoseconds(HostState(receiver).pauseUntil.load())));
-  if (until <= Clock::now()) return true;
+bool Port::WaitFor(IElement& receiver, const Port* peer) {
+  const auto until = [&receiver] {
+    const std::chrono::nanoseconds sinceBoot(HostState(receiver).pauseUntil);
+    return Clock::time_point(std::chrono::duration_cast<Clock::duration>(sinceBoot));
+  };
+  if (peer->_gate == Gate::Open && until() <= Clock::now()) return true;
   const sync::Lock lock(_mutex);
-  while (!_interrupted && _peer == peer && Clock::now() < until) {
-    _changed.WaitUntil(_mutex, Clock::WakeAt(until));
+  while (!_interrupted && _peer == peer && peer->_gate != Gate::Shut) {
+    if (peer->_gate == Gate::Held) {
+      _changed.Wait(_mutex);
+    } else if (Clock::now() < until()) {
+      _changed.WaitUntil(_mutex, Clock::WakeAt(until()));
+    } else {
+      return true;
+    }
   }
-  return !_interrupted && _peer == peer;
+  return false;
+}
+
+void Port::SetGate(Gate gate) {
+  _gate = gate;
+  Port* const output = _peer;
+  if (!output) return;
+  {
+    const sync::Lock lock(output->_mutex);
+    output->_changed.NotifyAll();
+  }
+  // Whoever delivers has looked at the gate under this mutex, and does not wait while it is shut.
+  if (gate == Gate::Shut) const sync::Lock ended(output->_delivering);
 }
 
 void Port::Interrupt() {

@@ -21,6 +21,13 @@ struct PortFigures {
   std::atomic<std::uint32_t> gaps{0};     ///< packets whose number did not follow the one before
 };
 
+/// What becomes of packets that are delivered to an input.
+enum class Gate {
+  Open,  ///< its element gets them
+  Held,  ///< they wait with whoever delivers them, until the gate is open or shut
+  Shut,  ///< they are refused, without a pause
+};
+
 /// A port of the reference host. Owned by its element (or, a pipeline's, by the pipeline).
 ///
 /// Empty caps stand for any. A port of empty caps tells those of what it is linked to, or, when it
@@ -66,11 +73,14 @@ class NIMBO_API Port : public IPort {
   /// offered meanwhile wait with the caller, and are not taken when they were interrupted. An
   /// exception that escapes becomes one console line and a false result. False when the packet was
   /// not taken. The element gets its input as `from`, a Port*. The other end and its element stay
-  /// until it returns, see Unlink.
+  /// until it returns, see Unlink. The input's gate decides first.
   bool Deliver(Packet& packet) EXCLUDES(_delivering, _mutex);
   /// [sending] Counts a packet that was offered to this input: by Deliver, or by an element that
   /// takes packets out of the ring in front of it.
   void Count(const Packet& packet, bool taken) noexcept;
+  /// [control] Sets the gate of this input. Once it is shut, no packet is under way to the element
+  /// any more: one that has reached it is waited for, as by Unlink.
+  void SetGate(Gate gate) EXCLUDES(_delivering, _mutex);
   /// [any] What was delivered to this input since it was made.
   const PortFigures& Figures() const noexcept { return _figures; }
   /// [any] Ends a pause of Deliver; further pauses end at once until Resume. The status machine
@@ -85,8 +95,9 @@ class NIMBO_API Port : public IPort {
   void SetMedia(IMedia* media);
 
  private:
-  /// False when the pause was ended, by Interrupt or because this output leads to `peer` no more.
-  bool WaitForPause(IElement& receiver, const Port* peer) REQUIRES(_delivering) EXCLUDES(_mutex);
+  /// Waits for a pause, and for a gate that is held. False when the packet cannot go on: after
+  /// Interrupt, because this output leads to `peer` no more, or because the gate of that is shut.
+  bool WaitFor(IElement& receiver, const Port* peer) REQUIRES(_delivering) EXCLUDES(_mutex);
 
   IElement* const _owner;
   const std::string _caps;
@@ -96,6 +107,7 @@ class NIMBO_API Port : public IPort {
   PacketRing* _ring = nullptr;
   std::atomic<Port*> _peer{nullptr};
   std::atomic<IMedia*> _media{nullptr};
+  std::atomic<Gate> _gate{Gate::Open};  ///< of an input
   PortFigures _figures;
   std::uint32_t _next_sequence = 0;  ///< [sending] of this input
   /// Of an output, held by Deliver; taken before all others.

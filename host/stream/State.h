@@ -42,6 +42,9 @@ struct IElement::State {
   Port* FreeOutput();
   /// [control] Adds an output for every ring whose outputs are all linked.
   void OfferRings();
+  /// [control] Sets the gates of all inputs. The element is given nothing from the beginning of
+  /// Close to the end of Open, however those around it play.
+  void SetGates(Gate gate);
   /// [control] Takes `self`, whose state this is and which has been taken down, out of its pipeline
   /// and unlinks its inputs: from here on nothing is delivered to it, and nothing under way. Done
   /// while the object is still whole: by Release, and by the destructor of a class that is also

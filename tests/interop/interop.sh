@@ -488,12 +488,15 @@ TheShellStartsAndStopsAClient() {
   start_server
   local said
   said=$(shell "call fwRtmpClientStart cam $address {shm-source:connect={pv:av,url={$folder/source.mp4}}+RingSink}" \
-    "add cam rtmp-client:link=all,name=second,url=${address}2" "sleep 1" "remove cam/second" \
+    "add cam rtmp-client:link=all,name=second,url=${address}2" "sleep 1" \
+    "set cam/second status null" "set cam/second url ${address}3" "set cam/second status play" \
+    "sleep 1" "remove cam/second" \
     "add cam rtmp-client:link=all,url=rtmp://127.0.0.1:1/live/nowhere" \
     "sleep 4" "get cam/EleRtmpClient rtmp_sts" "call fwRtmpClientStop cam" "call fwRtmpClientStop cam")
-  # A target that came and went, and one that could not come, cost the other nothing.
+  # A target that came, went elsewhere and left, and one that could not come, cost the other nothing.
   same_frames "$folder/source.mp4" "$(recordings | grep stream-)"
   decodes_clean "$(recordings | grep stream2-)"
+  decodes_clean "$(recordings | grep stream3-)"
   [[ $said == *"= 1"*"nothing was added to \"cam\""*true*"= 1"*"Did not find the rtmp client named cam"*"= 0"* ]] ||
     fail "the shell said: $said"
 }

@@ -205,6 +205,64 @@ TEST(PipelineRelease, WaitsForWhoeverDeliversToItFromOutside) {
   delivering.join();
 }
 
+/// Takes its time in Open and Close, and notes whether it was given a packet meanwhile.
+class SteppedSink : public ISink {
+ public:
+  bool Open() override { return Step() && ISink::Open(); }
+  bool Close() override { return Step() && ISink::Close(); }
+  bool ReceivePacket(Packet&, void*) override {
+    ++packets;
+    if (_stepping) disturbed = true;
+    const std::unique_lock lock(_own, std::try_to_lock);
+    if (!lock) disturbed = true;
+    return true;
+  }
+  bool Step() {
+    const std::lock_guard lock(_own);
+    _stepping = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    _stepping = false;
+    return !fails;
+  }
+  std::atomic<int> packets{0};
+  std::atomic<bool> disturbed{false};
+  bool fails = false;
+
+ private:
+  std::mutex _own;
+  std::atomic<bool> _stepping{false};
+};
+
+TEST(ElementStep, OneThatIsSteppedAloneIsGivenNothingBetweenCloseAndOpen) {
+  TestSource source;
+  SteppedSink sink;
+  ASSERT_TRUE(source.Link(sink) && source.StatusSet("play"));
+  std::atomic<bool> ended{false};
+  std::atomic<int> refused{0};
+  std::thread delivering([&] {
+    while (!ended) refused += source.Output().Deliver(*NewPacket()) ? 0 : 1;
+  });
+  const auto goesOn = [](std::atomic<int>& count) {
+    for (const int before = count; count == before;) std::this_thread::yield();
+  };
+  goesOn(sink.packets);
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_TRUE(sink.StatusSet("play"));
+    HostState(sink).pauseUntil = std::chrono::nanoseconds::max().count();
+    ASSERT_TRUE(sink.StatusSet("null"));
+    goesOn(refused);  // where one leaves, its source does not wait for it
+    sink.fails = true;
+    EXPECT_FALSE(sink.StatusSet("ready"));
+    goesOn(refused);
+    sink.fails = false;
+    ASSERT_TRUE(sink.StatusSet("ready"));
+    goesOn(sink.packets);  // without the pause from before
+  }
+  EXPECT_FALSE(sink.disturbed);
+  ended = true;
+  delivering.join();
+}
+
 TEST(ElementPorts, AreAddedOnDemandAndCheckedForTheirDirection) {
   TestSink sink;
   EXPECT_FALSE(sink.PortAdd("h264", "sideways"));
