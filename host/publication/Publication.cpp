@@ -106,6 +106,7 @@ Result<std::vector<std::string>> Connections(const PublishOptions& options) {
   if (!options.audioBitRate.empty()) {
     (options.audio.empty() ? ofInput : ofSound).emplace_back("audio_bitrate", options.audioBitRate);
   }
+  if (options.silence && options.audio.empty()) ofInput.emplace_back("silence", "true");
   const bool elementary = IsElementary(options.input) && ofInput.empty() && ofSound.empty();
   if (elementary || options.audio.empty()) {
     std::vector<std::string> inputs = {options.input};

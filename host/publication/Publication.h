@@ -35,6 +35,7 @@ struct PublishOptions {
   bool fast = false;         ///< as fast as the server takes it, with nothing dropped
   bool copy = true;          ///< frames are copied, not sent from where they lie
   bool enhanced = false;     ///< the server may be sent what takes Enhanced RTMP
+  bool silence = false;      ///< where the input has no sound
   bool adapt = false;        ///< what is encoded follows what the links hold
   std::string record;        ///< path of a recording; empty: there is none
   double recordSegment = 0;  ///< seconds of it that make a file; 0: all

@@ -106,6 +106,10 @@ bool SetEnhanced(InputOptions& options, const std::string& text) {
   return base::ConvertToImpl(text.c_str(), options.enhanced);
 }
 
+bool SetSilence(InputOptions& options, const std::string& text) {
+  return base::ConvertToImpl(text.c_str(), options.silence);
+}
+
 bool SetWait(InputOptions& options, const std::string& text) {
   const auto patience = ParsePatience(text);
   if (patience) options.patience = *patience;
@@ -179,6 +183,7 @@ constexpr struct {
     {"preset", SetPreset, "it is ultrafast, superfast, veryfast, faster, fast, medium or slow"},
     {"carry", SetCarried, "it is classic, live or any"},
     {"enhanced", SetEnhanced, "it is true or false"},
+    {"silence", SetSilence, "it is true or false"},
     {"wait", SetWait, "the seconds that the input may be silent at first are needed, such as 30"},
 };
 

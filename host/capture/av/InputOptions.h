@@ -30,6 +30,7 @@ struct InputOptions {
   bool audio = true;
   Carried carried = Carried::Classic;
   bool enhanced = false;                       ///< carries what takes Enhanced RTMP, too
+  bool silence = false;                        ///< where there is no sound
   bool transcode = false;                      ///< also what could be passed through
   std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
   Encoding encoding;                           ///< of what is transcoded

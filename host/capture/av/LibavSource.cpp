@@ -66,6 +66,7 @@ void LibavSource::Close() {
   _streams.clear();
   _media.clear();
   _probed.clear();
+  _silence = nullptr;
   for (auto& path : _paths) path.reset();
   _demuxer.Close();
   _ended = false;
@@ -190,6 +191,21 @@ bool LibavSource::ChoosePaths() {
   }
   Warn(obstacles[Index(Kind::Video)].empty());
   if (!reasons.empty()) Explain("av: \"", _options.Shown(), "\": ", reasons);
+  return AddSilence();
+}
+
+bool LibavSource::AddSilence() {
+  auto& sound = _paths[Index(Kind::Audio)];
+  if (!_options.silence || sound || !_paths[Index(Kind::Video)]) return true;
+  auto silence = std::make_unique<SilentPath>();
+  if (const Status opened = silence->Open(); !opened) {
+    return Refuse("av: \"", _options.Shown(), "\": silence cannot be made: ", opened.Why());
+  }
+  _silence = silence.get();
+  sound = std::move(silence);
+  stream::IMedia* media = sound->Output().Media();
+  _media.push_back(Share(*media));
+  _streams.push_back(media);
   return true;
 }
 
@@ -253,11 +269,17 @@ Held<stream::Packet> LibavSource::Read() {
 StreamPath* LibavSource::Next() {
   StreamPath* next = nullptr;
   bool waiting = false;
+  if (_silence) {
+    const StreamOutput& pictures = _paths[Index(Kind::Video)]->Output();
+    if (!pictures.Empty()) {
+      _silence->Fill(pictures.FrontTime(), pictures.FrontTime() + pictures.Span());
+    }
+  }
   for (const auto& path : _paths) {
     if (!path) continue;
     StreamOutput& output = path->Output();
     if (output.Empty()) {
-      waiting = true;
+      waiting = waiting || path.get() != _silence;
     } else if (!next || output.FrontTime() < next->Output().FrontTime()) {
       next = path.get();
     }

@@ -11,6 +11,7 @@
 #include "host/capture/CaptureSource.h"
 #include "host/capture/PicturePace.h"
 #include "host/capture/av/Demuxer.h"
+#include "host/capture/av/SilentPath.h"
 #include "host/capture/av/StreamPath.h"
 #include "nimbo/base/attr_set.h"
 
@@ -27,7 +28,8 @@ namespace nimbo::capture::av {
 /// through; `video_bitrate`, `size`, `fps`, `keyint`, `preset` and `audio_bitrate`: what
 /// transcoding makes, which they ask for; `carry`: what the client can carry, `classic` (as usual),
 /// `live`, or `any` for the classic form where that is enough; `enhanced`: `true` where it also
-/// carries what takes Enhanced RTMP; `wait`: how many seconds the input
+/// carries what takes Enhanced RTMP; `silence`: `true` for silence where the input has no sound;
+/// `wait`: how many seconds the input
 /// may be silent while it is opened (10 as usual; what comes from the network also later). All
 /// others go to libavformat.
 ///
@@ -62,6 +64,7 @@ class LibavSource final : public CaptureSource {
   bool Probe();
   bool ProbeGoesOn() const;
   bool ChoosePaths();
+  bool AddSilence();
   void Warn(bool passed) const;
   /// The way of a stream that is passed through, or why it has to be transcoded.
   Result<std::unique_ptr<StreamPath>> PassPath(Kind kind,
@@ -76,6 +79,7 @@ class LibavSource final : public CaptureSource {
   AbortEvent _abort;
   Demuxer _demuxer;
   std::array<std::unique_ptr<StreamPath>, KindCount> _paths;
+  SilentPath* _silence = nullptr;            ///< the path of sound, where the input has none
   std::vector<Held<stream::IMedia>> _media;  ///< keeps what _streams shows
   std::vector<stream::IMedia*> _streams;
   std::deque<Demuxer::Event> _probed;

@@ -78,6 +78,8 @@ void AddSourceOptions(CLI::App& app, publication::PublishOptions& what) {
            entry.description)
         ->type_name(entry.type);
   }
+  app.add_flag("--silence", what.silence,
+               "Silence where the input has no sound, for platforms that refuse pictures alone");
   // Whose sound that is, is known once all options are.
   app.add_option("--audio-bitrate", what.audioBitRate, "Encode sound at 128k or 64k bits a second")
       ->type_name("RATE");

@@ -223,6 +223,35 @@ TEST(LibavSource, EndsAStreamThatCanNoLongerBeDescribed) {
   source->Close();
 }
 
+TEST(LibavSource, GivesSilenceWhereThereIsNoSound) {
+  const StreamFile mute({}), full({});
+  ASSERT_TRUE(WriteMedia(mute.Path(), "mp4", 50, "-an"));
+  ASSERT_TRUE(WriteMedia(full.Path(), "mp4", 50));
+  const auto read = [](const StreamFile& file, const char* options) {
+    const auto source = NewSource(file.Path(), options);
+    EXPECT_TRUE(source->Open() && source->Start());
+    Packets packets = ReadPackets(*source);
+    ExpectInOrder(packets);
+    source->Close();
+    return packets;
+  };
+  EXPECT_TRUE(OfCodec(read(mute, "pace=fast"), "aac").empty());
+  const Packets packets = read(mute, "pace=fast,loop=2,silence=true");
+  EXPECT_EQ(OfCodec(packets, "h264").size(), 100U);
+  const auto sound = OfCodec(packets, "aac");
+  const Decoded decoded = Decode("aac", sound);
+  EXPECT_EQ(decoded.frames, static_cast<int>(sound.size()));
+  EXPECT_EQ(decoded.rate, 48000);
+  // From the first picture to the last, which is taken 40 ms before the four seconds are over.
+  EXPECT_NEAR(static_cast<double>(sound.size()), 3.96 * 48000 / AacFrameSamples, 1);
+  for (std::size_t i = 1; i < sound.size(); ++i) {
+    EXPECT_NEAR(static_cast<double>(sound[i]->TimeStamp() - sound[i - 1]->TimeStamp()),
+                static_cast<double>(AacFrameSamples) * NsPerSecond / 48000, 1);
+  }
+  EXPECT_EQ(BytesOf(OfCodec(read(full, "pace=fast,silence=true"), "aac")),
+            BytesOf(OfCodec(read(full, "pace=fast"), "aac")));
+}
+
 TEST(LibavSource, EncodesAsAskedForAndSaysHow) {
   const StreamFile file({});
   ASSERT_TRUE(WriteMedia(file.Path(), "mp4", 50));
