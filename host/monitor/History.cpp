@@ -9,9 +9,11 @@ void History::Add(Time time, std::vector<publication::ClientFigures> figures) {
   if (_samples.size() > MaxSamples) _samples.pop_front();
 }
 
-void History::Tell(Time time, std::size_t client, const std::string& message) {
+void History::Tell(Time time, std::size_t client, const std::string& message,
+                   const std::string& told) {
   ++_messages[{client, message}];
-  _events.push_back({_next++, time, client, message});
+  if (told.empty()) return;
+  _events.push_back({_next++, time, client, told});
   if (_events.size() > MaxEvents) _events.pop_front();
 }
 

@@ -39,7 +39,7 @@ class History {
 
   /// Takes the figures of all clients, in the order of their addresses.
   void Add(Time time, std::vector<publication::ClientFigures> figures);
-  void Tell(Time time, std::size_t client, const std::string& message);
+  void Tell(Time time, std::size_t client, const std::string& message, const std::string& told);
 
   const std::vector<std::string>& Clients() const noexcept { return _clients; }
   Time Start() const noexcept { return _start; }

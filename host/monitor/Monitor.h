@@ -31,8 +31,9 @@ class Monitor {
   virtual std::string Address() const = 0;
   /// How the clients are doing now, in the order of their addresses; wanted once a second.
   virtual void Add(std::vector<ClientFigures> clients) = 0;
-  /// A message of client number `client` came up.
-  virtual void Tell(std::size_t client, const std::string& message) = 0;
+  /// A message of client number `client` came up. What is told of it is an event of the page; empty
+  /// where it is only counted.
+  virtual void Tell(std::size_t client, const std::string& message, const std::string& told) = 0;
 };
 
 /// The module and its only function, `OpenFunction`: it opens a monitor, or says why it cannot

@@ -139,9 +139,9 @@ void Server::Add(std::vector<ClientFigures> clients) {
   _history.Add(std::chrono::system_clock::now(), std::move(clients));
 }
 
-void Server::Tell(std::size_t client, const std::string& message) {
+void Server::Tell(std::size_t client, const std::string& message, const std::string& told) {
   const sync::Lock lock(_mutex);
-  _history.Tell(std::chrono::system_clock::now(), client, message);
+  _history.Tell(std::chrono::system_clock::now(), client, message, told);
 }
 
 MHD_Result Server::Answer(MHD_Connection* connection, const std::string& path,

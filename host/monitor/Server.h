@@ -22,7 +22,8 @@ class Server : public Monitor {
 
   std::string Address() const override;
   void Add(std::vector<ClientFigures> clients) override EXCLUDES(_mutex);
-  void Tell(std::size_t client, const std::string& message) override EXCLUDES(_mutex);
+  void Tell(std::size_t client, const std::string& message, const std::string& told) override
+      EXCLUDES(_mutex);
 
  private:
   struct StopDaemon {

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -14,6 +15,7 @@
 #include "host/cli/commands/Subcommand.h"
 #include "host/cli/terminal/KeptOutput.h"
 #include "host/cli/terminal/StatusLine.h"
+#include "host/publication/OutageFold.h"
 #include "host/publication/RateMeter.h"
 #include "host/publication/Url.h"
 
@@ -169,9 +171,10 @@ class Publish {
   void TellMessages() {
     for (const auto& [client, message] : _publication.TakeMessages()) {
       _events.emplace_back(client, message);
-      if (_monitor) _monitor->Tell(client, message);
-      if (!_json && !_options.quiet) {
-        Note(fmt::format("{}: {}\n", ShownUrl(_publication.Addresses()[client]), message));
+      const std::string told = _folds[client].Tell(message, Clock::now().time_since_epoch());
+      if (_monitor) _monitor->Tell(client, message, told);
+      if (!told.empty() && !_json && !_options.quiet) {
+        Note(fmt::format("{}: {}\n", ShownUrl(_publication.Addresses()[client]), told));
       }
     }
   }
@@ -233,6 +236,7 @@ class Publish {
   publication::RateMeter _made;   ///< of what the sources give
   StatusLine _line;
   std::vector<Event> _events;
+  std::map<std::size_t, publication::OutageFold> _folds;  ///< of each client
   const char* _reason = "not_started";
   bool _failed_once = false;
   Clock::time_point _start;

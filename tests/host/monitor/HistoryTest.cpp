@@ -22,18 +22,22 @@ publication::ClientFigures Sent(std::uint64_t bytes) {
 TEST(History, KeepsTheNewestAndCountsAllMessages) {
   History history({"a", "b"}, Begin);
   for (std::size_t i = 0; i < History::MaxSamples + 5; ++i) history.Add(Begin, {Sent(i), Sent(1)});
-  for (std::size_t i = 0; i < History::MaxEvents + 5; ++i) history.Tell(Begin, 1, "lost");
+  for (std::size_t i = 0; i < History::MaxEvents + 5; ++i) {
+    history.Tell(Begin, 1, "lost", i % 2 == 0 ? "lost" : "lost again");
+    history.Tell(Begin, 1, "lost", "");
+  }
   EXPECT_EQ(history.Samples().size(), History::MaxSamples);
   EXPECT_EQ(history.Samples().front().clients[0].bytes, 5U);
   EXPECT_EQ(history.Latest()[0].bytes, History::MaxSamples + 4);
   EXPECT_EQ(history.Events().size(), History::MaxEvents);
-  EXPECT_EQ(history.Messages().at({1, "lost"}), History::MaxEvents + 5);
+  EXPECT_EQ(history.Events().back().message, "lost");
+  EXPECT_EQ(history.Messages().at({1, "lost"}), 2 * (History::MaxEvents + 5));
 }
 
 TEST(History, TellsAPageOnlyWhatIsNew) {
   History history({"rtmp://server/live/\"a\""}, Begin);
   history.Add(Begin, {Sent(7)});
-  history.Tell(Begin + milliseconds(500), 0, "rtmp_connected");
+  history.Tell(Begin + milliseconds(500), 0, "rtmp_connected", "rtmp_connected");
   const std::string sample =
       R"({"time":1000.0,"clients":[{"connected":true,"video":0,"audio":0,"bytes":7,)"
       R"("quality":0,"reconnections":0,"lag":0.0,"acknowledged":0}]})";
@@ -49,7 +53,7 @@ TEST(History, IsToldToPrometheusWithItsLabelsEscaped) {
   History history({"a\"\\\n\xff"}, Begin);
   EXPECT_THAT(MetricsText(history), HasSubstr("nimbo_publish_bytes_total{client=\"0\",url="));
   history.Add(Begin, {Sent(7)});
-  history.Tell(Begin, 0, "lost");
+  history.Tell(Begin, 0, "lost", "lost");
   const std::string text = MetricsText(history);
   EXPECT_THAT(text, HasSubstr("# HELP nimbo_publish_bytes_total Bytes of the packets delivered to "
                               "the client.\n# TYPE nimbo_publish_bytes_total counter\n"

@@ -40,7 +40,7 @@ TEST(Server, AnswersWhileFiguresAndMessagesComeIn) {
   std::thread publication([&] {
     while (!end) {
       server->Add({ClientFigures()});
-      server->Tell(0, "rtmp_connected");
+      server->Tell(0, "rtmp_connected", "rtmp_connected");
     }
   });
   for (const char* path : {"/status.json", "/metrics", "/", "/status.json?since=1"}) {
@@ -93,7 +93,7 @@ TEST(Server, RefusesWhatIsNotForIt) {
 TEST(Server, TellsNamesWithMarkupAsDataAlone) {
   const auto server = Opened("rtmp://server/live/</script><img src=x onerror=alert(1)>\"\n#");
   server->Add({ClientFigures()});
-  server->Tell(0, "<b>\n");
+  server->Tell(0, "<b>\n", "<b>\n");
   const std::string status = Exchange(server->Address(), Request("/status.json"));
   EXPECT_THAT(status, HasSubstr("Content-Type: application/json\r\n"));
   EXPECT_THAT(status, HasSubstr("X-Content-Type-Options: nosniff\r\n"));
