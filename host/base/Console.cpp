@@ -13,6 +13,7 @@ namespace nimbo {
 namespace {
 
 thread_local bool told = false;
+thread_local bool hushed = false;
 
 }  // namespace
 
@@ -26,6 +27,12 @@ bool Attempt::MarkTold() noexcept {
   told = true;
   return false;
 }
+
+Hush::Hush() noexcept : _before(std::exchange(hushed, true)) {}
+
+Hush::~Hush() { hushed = _before; }
+
+bool Hush::Rules() noexcept { return hushed; }
 
 void Say(const std::string& text) { base::cout << text + "\n"; }
 

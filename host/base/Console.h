@@ -32,9 +32,24 @@ class NIMBO_API Attempt {
   bool _before;
 };
 
+/// While it lives, the calling thread tells nothing: it tries again what failed, and why that was
+/// has been told.
+class NIMBO_API Hush {
+ public:
+  Hush() noexcept;
+  Hush(const Hush&) = delete;
+  Hush& operator=(const Hush&) = delete;
+  ~Hush();
+  static bool Rules() noexcept;
+
+ private:
+  bool _before;
+};
+
 /// [any] One console line. The pieces may come from outside, so it is made printable.
 template <class... Pieces>
 void Tell(log::Colour colour, const Pieces&... pieces) {
+  if (Hush::Rules()) return;
   std::string text;
   base::ostream_string out(text);
   (out << ... << pieces);

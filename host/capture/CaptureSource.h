@@ -40,6 +40,8 @@ class NIMBO_API CaptureSource {
   /// [capturing] True when the end that Read told came before its time: the source failed, or is
   /// one that has no end.
   virtual bool Lost() const { return false; }
+  /// [capturing] True while the source is gone and what Read gives stands in for it.
+  virtual bool Away() const { return false; }
   /// [control] No Read is under way.
   virtual void Close() = 0;
   /// [any] True when the source can wait (a file or a pipe), so that a consumer that is slow holds

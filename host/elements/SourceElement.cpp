@@ -31,9 +31,14 @@ bool SourceElement::SetBitRate(const char* text) {
 }
 
 void SourceElement::Run() {
+  bool away = false;
   while (!Stopping()) {
     const Held<Packet> packet = _source->Read();
     if (!packet) break;
+    if (away != _source->Away()) {
+      away = !away;
+      SendMessageUp(away ? "source_away" : "source_back", nullptr, nullptr);
+    }
     if (auto* own = dynamic_cast<HostPacket*>(packet.get())) own->SetBack(_zero);
     Port* output = OutputFor(*packet);
     if (output && output->Deliver(*packet)) {

@@ -11,8 +11,9 @@ namespace nimbo::stream {
 /// An element that brings the packets of a capture source into its pipeline, in a thread of its
 /// own. Their time stamps count from when the first source of the process began. At the end of the
 /// source it sends the message "end_of_stream" up, in front of it "source_lost" where that end came
-/// before its time. Property "bit-rate": bits a second that a source is to encode its pictures
-/// with, while it is open.
+/// before its time; and "source_away" and "source_back" where something
+/// stands in for it meanwhile. Property "bit-rate": bits a second that a source is to encode its
+/// pictures with, while it is open.
 class NIMBO_API SourceElement : public ThreadElement {
  public:
   bool CanWait(const Port&) const override { return _source && _source->Unpaced(); }

@@ -26,6 +26,7 @@ using stream::MessageListeners;
 using stream::Pipeline;
 
 constexpr char TestInput[] = "test:";
+constexpr char AsPossible[] = "auto";
 constexpr char DefaultPicture[] = "W=1280,H=720,fr=30";
 
 /// Messages after which something of the stream is missing at the server.
@@ -62,7 +63,11 @@ bool NeedsLive(Application& application) {
       for (const auto& output : HostState(*element).outputs) {
         unsigned char* config = nullptr;
         IMedia* media = output->Media();
-        if (media && (media->Get("config", config) || !IsClassic(media->Codec()))) return true;
+        int varies = 0;
+        if (media && (media->Get("config", config) || media->GetIntT("varies", varies) ||
+                      !IsClassic(media->Codec()))) {
+          return true;
+        }
       }
     }
   }
@@ -107,6 +112,11 @@ Result<std::vector<std::string>> Connections(const PublishOptions& options) {
     (options.audio.empty() ? ofInput : ofSound).emplace_back("audio_bitrate", options.audioBitRate);
   }
   if (options.silence && options.audio.empty()) ofInput.emplace_back("silence", "true");
+  if (options.keep == "true") {
+    ofInput.emplace_back("keep", "true");
+    if (!options.audio.empty()) ofSound.emplace_back("keep", "true");
+  }
+  if (!options.slate.empty()) ofInput.emplace_back("slate", options.slate);
   const bool elementary = IsElementary(options.input) && ofInput.empty() && ofSound.empty();
   if (elementary || options.audio.empty()) {
     std::vector<std::string> inputs = {options.input};
@@ -133,7 +143,13 @@ Result<std::string> SourceConfiguration(const PublishOptions& options) {
   if (options.enhanced && !IsLoaded(LiveClient)) {
     return Status::Failed("--enhanced takes the live client: --plugin live, or none");
   }
+  if (options.keep == "true" && (options.fast || !IsLoaded(LiveClient))) {
+    return Status::Failed("--keep takes a live input and the live client");
+  }
   if (input.starts_with(TestInput)) {
+    if (options.keep == "true" || !options.slate.empty()) {
+      return Status::Failed("the simulated camera never goes: --keep and --slate are for others");
+    }
     if (options.fast || !options.loop.empty()) {
       return Status::Failed(
           "the simulated camera runs in real time: --fast and --loop are for files");
@@ -157,6 +173,7 @@ Result<std::string> SourceConfiguration(const PublishOptions& options) {
     if (source.starts_with("av,") && IsLoaded(LiveClient)) {
       source += IsLoaded(ClassicClient) ? ",carry=any" : ",carry=live";
       if (options.enhanced) source += ",enhanced=true";
+      if (options.keep == AsPossible && !options.fast) source += ",keep=auto";
     }
     if (!options.loop.empty()) source += ",loop=" + options.loop;
     if (options.fast) source += ",pace=fast";
@@ -457,7 +474,9 @@ void Publication::Receive(const stream::Message& message) {
     ++_ended;
     return;
   }
-  _lost_source = _lost_source || message.name == "source_lost";
+  if (message.name == "source_away") ++_away;
+  if (message.name == "source_back") --_away;
+  _lost_source = _lost_source || message.name == "source_lost" || SourceAway();
   for (std::size_t i = 0; i < _clients.size(); ++i) {
     if (stream::PathOf(*_clients[i].element) != message.path) continue;
     if (message.name == "bit_rate") continue;  // sent by Adapt

@@ -31,15 +31,17 @@ struct PublishOptions {
   std::vector<base::Attribute> audioOptions;
   std::string audioBitRate;  ///< of sound that is encoded; empty: as usual
   std::vector<std::string> urls;
-  std::string loop;          ///< how often a file is played: a number or "true"; empty: once
-  bool fast = false;         ///< as fast as the server takes it, with nothing dropped
-  bool copy = true;          ///< frames are copied, not sent from where they lie
-  bool enhanced = false;     ///< the server may be sent what takes Enhanced RTMP
-  bool silence = false;      ///< where the input has no sound
-  bool adapt = false;        ///< what is encoded follows what the links hold
-  std::string record;        ///< path of a recording; empty: there is none
-  double recordSegment = 0;  ///< seconds of it that make a file; 0: all
-  std::string maxLag;        ///< seconds that a live stream may be late; empty: as usual
+  std::string loop;           ///< how often a file is played: a number or "true"; empty: once
+  bool fast = false;          ///< as fast as the server takes it, with nothing dropped
+  bool copy = true;           ///< frames are copied, not sent from where they lie
+  bool enhanced = false;      ///< the server may be sent what takes Enhanced RTMP
+  bool silence = false;       ///< where the input has no sound
+  std::string keep = "auto";  ///< a live input is opened again: "true", "false", where possible
+  std::string slate;          ///< file of what is shown meanwhile; empty: a text
+  bool adapt = false;         ///< what is encoded follows what the links hold
+  std::string record;         ///< path of a recording; empty: there is none
+  double recordSegment = 0;   ///< seconds of it that make a file; 0: all
+  std::string maxLag;         ///< seconds that a live stream may be late; empty: as usual
   std::vector<std::string> backups;  ///< where the only client goes on when its server stays away
   unsigned int attempts = 3;         ///< that fail before it goes on at the next address
   std::chrono::nanoseconds longestPause = stream::Backoff::UsualLongest;  ///< between attempts
@@ -88,7 +90,9 @@ class Publication {
   void End() { _over = true; }
   /// True when every source has come to its end and everything it gave has been published.
   bool Finished() const;
-  /// True when a source has ended before its time.
+  /// True while something stands in for a source that will be back.
+  bool SourceAway() const noexcept { return _away > 0; }
+  /// True when a source has ended before its time, or was away.
   bool LostSource() const noexcept { return _lost_source; }
   /// True when a message of a failure came up.
   bool SawFailure() const noexcept { return _saw_failure; }
@@ -143,6 +147,7 @@ class Publication {
   stream::Pipeline* _recording = nullptr;  ///< what records; null: nothing does
   std::vector<std::pair<std::size_t, std::string>> _messages;
   std::size_t _ended = 0;  ///< sources that have come to their end
+  int _away = 0;           ///< sources that something stands in for
   bool _lost_source = false;
   bool _saw_failure = false;
   bool _over = false;

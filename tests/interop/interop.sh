@@ -58,6 +58,8 @@ stop() { kill -TERM "$publisher" && wait "$publisher"; }
 kill_server() { kill -"${1:-KILL}" "$(cat "${2:-$folder/server}/nginx.pid")"; }
 
 recordings() { ls -tr "$folder"/server/recordings/*.flv 2>/dev/null; }
+# told COUNT TEXT: so many lines of what the program says have it.
+told() { [ "$(grep -c "$2" "$log")" -eq "$1" ]; }
 newest() { recordings | tail -n 1; }
 # recorded COUNT BYTES: there are so many recordings, and the newest is so long.
 recorded() {
@@ -374,7 +376,7 @@ ACameraThatEndsIsALoss() {
     camera=$!
     read -r input <&"$said" || fail "the camera did not start"
     children+=("$camera")
-    start publish "$input" "$address$round" --input-option wait=2
+    start publish "$input" "$address$round" --no-keep --input-option wait=2
     until_true recorded $round 100000 || fail "nothing was recorded"
     kill -$signal -- "-$camera"
     status=0
@@ -389,6 +391,50 @@ ACameraThatEndsIsALoss() {
     ffprobe -v error -select_streams v -show_entries packet=pts_time -of csv=p=0 "$(newest)" |
       awk -F, 'NR == 1 && $1 > 0.5 { exit 1 }' || fail "its times begin late"
   done
+}
+
+# A camera that is killed, and one that freezes, which comes back with other pictures.
+ACameraThatComesBackIsPublishedInOneSession() {
+  start_server
+  local signal camera input port
+  exec {said}< <(exec setsid "$tools/../tests/support/rtsp_camera.py")
+  camera=$!
+  read -r input <&"$said" || fail "the camera did not start"
+  children+=("$camera")
+  port=${input#*127.0.0.1:}
+  start publish "$input" "$address" --silence --input-option wait=2
+  until_true recorded 1 1000000 || fail "nothing was recorded"
+  local size rounds=0
+  for size in 640x360 1280x720; do
+    signal=KILL
+    [ $size = 640x360 ] || signal=STOP
+    rounds=$((rounds + 1))
+    kill -$signal -- "-$camera"
+    until_true told $rounds "a still picture is shown" || fail "$signal: no slate: $(cat "$log")"
+    kill -KILL -- "-$camera" 2>/dev/null || true
+    sleep 2
+    exec {said}< <(exec setsid "$tools/../tests/support/rtsp_camera.py" --port "${port%/*}" --size $size)
+    camera=$!
+    read -r input <&"$said" || fail "the camera did not start again"
+    children+=("$camera")
+    until_true told $rounds "is back after" || fail "$signal: it did not come back: $(cat "$log")"
+  done
+  sleep 2
+  local status=0
+  stop || status=$?
+  kill -KILL -- "-$camera" 2>/dev/null || true
+  [ $status -eq 1 ] || fail "publish ended with $status"
+  grep -q "not everything was published: the input was lost" "$log" || fail "no reason"
+  [ "$(recordings | wc -l)" -eq 1 ] || fail "it took more than one session"
+  # Pictures and sound never stop, but for what a busy machine makes of a second.
+  local stream
+  for stream in v a; do
+    ffprobe -v error -select_streams $stream -show_entries packet=dts_time -of csv=p=0 "$(newest)" |
+      awk -F, '$1 == "" { next } n++ && ($1 < last || $1 > last + 2) { exit 1 } { last = $1 }' ||
+      fail "the times of $stream fall or jump"
+  done
+  ffprobe -v error -select_streams v -show_entries frame=width -of csv=p=0 "$(newest)" |
+    grep -o '[0-9]\+' | uniq | tr '\n' ' ' | grep -q "^1280 640 1280 $" || fail "not all sizes have come"
 }
 
 TheKeyIsToldNowhere() {

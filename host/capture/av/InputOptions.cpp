@@ -110,6 +110,19 @@ bool SetSilence(InputOptions& options, const std::string& text) {
   return base::ConvertToImpl(text.c_str(), options.silence);
 }
 
+bool SetKeep(InputOptions& options, const std::string& text) {
+  if (!Is(text, "auto")) return base::ConvertToImpl(text.c_str(), options.keep);
+  // What can be kept, is known once the other options are.
+  options.keep = true;
+  options.keepIfPossible = true;
+  return true;
+}
+
+bool SetSlate(InputOptions& options, const std::string& text) {
+  options.slate = text;
+  return true;
+}
+
 bool SetWait(InputOptions& options, const std::string& text) {
   const auto patience = ParsePatience(text);
   if (patience) options.patience = *patience;
@@ -184,8 +197,24 @@ constexpr struct {
     {"carry", SetCarried, "it is classic, live or any"},
     {"enhanced", SetEnhanced, "it is true or false"},
     {"silence", SetSilence, "it is true or false"},
+    {"keep", SetKeep, "it is true, false or auto"},
+    {"slate", SetSlate, "the file of a picture is needed"},
     {"wait", SetWait, "the seconds that the input may be silent at first are needed, such as 30"},
 };
+
+/// What goes and comes back takes an input that does so, and a client that can carry it.
+bool CheckKept(InputOptions& options) {
+  if (!options.keep) return true;
+  const bool fits = options.Live() && options.carried != Carried::Classic;
+  if (!fits && !options.keepIfPossible) {
+    return Refuse("av: \"", options.Shown(), "\" cannot be kept: ",
+                  options.Live() ? "the classic client cannot carry it"
+                                 : "it is no live input, as rtsp://... and devices are");
+  }
+  options.keep = fits;
+  if (fits) options.carried = Carried::Live;
+  return true;
+}
 
 }  // namespace
 
@@ -258,7 +287,7 @@ bool ReadInputOptions(const base::AttrSet& from, InputOptions& options) {
     Explain("av: \"", options.Shown(), "\" cannot be repeated; loop has no effect");
     options.plays = 1;
   }
-  return true;
+  return CheckKept(options);
 }
 
 }  // namespace nimbo::capture::av

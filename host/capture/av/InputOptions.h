@@ -31,6 +31,9 @@ struct InputOptions {
   Carried carried = Carried::Classic;
   bool enhanced = false;                       ///< carries what takes Enhanced RTMP, too
   bool silence = false;                        ///< where there is no sound
+  bool keep = false;                           ///< opened again whenever it has ended
+  bool keepIfPossible = false;                 ///< no line where it cannot be
+  std::string slate;                           ///< file of what is shown meanwhile; may be empty
   bool transcode = false;                      ///< also what could be passed through
   std::int64_t patience = FirstFramePatience;  ///< how long (ns) an input may be silent at first
   Encoding encoding;                           ///< of what is transcoded

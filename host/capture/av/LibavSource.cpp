@@ -4,6 +4,7 @@
 
 #include "host/base/Console.h"
 #include "host/capture/av/AudioTranscoder.h"
+#include "host/capture/av/KeptSource.h"
 #include "host/capture/av/LivePass.h"
 #include "host/capture/av/Obstacle.h"
 #include "host/capture/av/PassThrough.h"
@@ -30,6 +31,10 @@ constexpr std::int64_t MaxProbedBytes = std::int64_t{64} * 1024 * 1024;
 constexpr std::int64_t FileLead = 2 * NsPerSecond;
 constexpr std::int64_t LiveLead = 200 * NsPerMillisecond;
 
+/// What most platforms take.
+constexpr int SilenceRate = 48000;
+constexpr int SilenceChannels = 2;
+
 constexpr const char* KindNames[KindCount] = {"video", "audio"};
 constexpr const char* KindCodecs[KindCount] = {"h264", "aac"};
 
@@ -40,7 +45,9 @@ constexpr std::size_t Index(Kind kind) { return static_cast<std::size_t>(kind); 
 std::unique_ptr<CaptureSource> LibavSource::Make(const std::string&, const base::AttrSet& options) {
   InputOptions read;
   if (!ReadInputOptions(options, read)) return nullptr;
-  return std::unique_ptr<CaptureSource>(new LibavSource(std::move(read)));
+  const auto make = [read] { return std::unique_ptr<CaptureSource>(new LibavSource(read)); };
+  if (!read.keep) return make();
+  return std::make_unique<KeptSource>(make(), make, read.Shown(), read.slate);
 }
 
 LibavSource::LibavSource(InputOptions options)
@@ -56,13 +63,10 @@ std::vector<std::string> LibavSource::Outputs() const {
   return codecs;
 }
 
-bool LibavSource::Open() {
-  Close();
-  _abort.Clear();
-  return _demuxer.Open() && Probe() && ChoosePaths();
-}
+bool LibavSource::Open() { return _demuxer.Open() && Probe() && ChoosePaths(); }
 
 void LibavSource::Close() {
+  _abort.Clear();
   _streams.clear();
   _media.clear();
   _probed.clear();
@@ -198,7 +202,7 @@ bool LibavSource::AddSilence() {
   auto& sound = _paths[Index(Kind::Audio)];
   if (!_options.silence || sound || !_paths[Index(Kind::Video)]) return true;
   auto silence = std::make_unique<SilentPath>();
-  if (const Status opened = silence->Open(); !opened) {
+  if (const Status opened = silence->Open(SilenceRate, SilenceChannels); !opened) {
     return Refuse("av: \"", _options.Shown(), "\": silence cannot be made: ", opened.Why());
   }
   _silence = silence.get();

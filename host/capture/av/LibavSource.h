@@ -29,9 +29,10 @@ namespace nimbo::capture::av {
 /// transcoding makes, which they ask for; `carry`: what the client can carry, `classic` (as usual),
 /// `live`, or `any` for the classic form where that is enough; `enhanced`: `true` where it also
 /// carries what takes Enhanced RTMP; `silence`: `true` for silence where the input has no sound;
-/// `wait`: how many seconds the input
-/// may be silent while it is opened (10 as usual; what comes from the network also later). All
-/// others go to libavformat.
+/// `keep`: `true` for a live input that is opened again whenever it has ended, see KeptSource, for
+/// clients that carry everything; `auto` for that where it is possible; `slate`: the file of the
+/// picture that is shown meanwhile; `wait`: how many seconds the input may be silent while it is
+/// opened (10 as usual; what comes from the network also later). All others go to libavformat.
 ///
 /// Devices are read without blocking and asked again every few milliseconds, so that a silent one
 /// can be stopped: those that know libavformat's flag for it (v4l2, alsa and most others).

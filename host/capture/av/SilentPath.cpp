@@ -12,8 +12,6 @@ namespace nimbo::capture::av {
 
 namespace {
 
-constexpr int Rate = 48000;
-constexpr int Channels = 2;
 constexpr std::int64_t EncodedBitRate = 64'000;
 /// The first frames hold what an encoder needs to get going.
 constexpr int FirstFrames = 4;
@@ -21,16 +19,20 @@ constexpr std::int64_t LongestGap = 10 * NsPerSecond;
 
 }  // namespace
 
-Status SilentPath::Open() {
+Status SilentPath::Open(int rate, int channels) {
+  _rate = rate;
+  _frames = 0;
+  _frame.clear();
+  _output.Clear();
   AacEncoder encoder;
-  if (Status opened = encoder.Open(Rate, Channels, EncodedBitRate); !opened) return opened;
+  if (Status opened = encoder.Open(rate, channels, EncodedBitRate); !opened) return opened;
   const FramePtr frame(encoder.NewFrame());
   if (!frame) return Status::Failed("no memory for sound");
-  av_samples_set_silence(frame->extended_data, 0, frame->nb_samples, Channels, AV_SAMPLE_FMT_FLTP);
+  av_samples_set_silence(frame->extended_data, 0, frame->nb_samples, channels, AV_SAMPLE_FMT_FLTP);
   StreamOutput encoded;
   encoded.SetMedia(encoder.NewMedia());
   for (int i = 0; i < FirstFrames; ++i) {
-    const std::int64_t time = std::int64_t{i} * AacFrameSamples * NsPerSecond / Rate;
+    const std::int64_t time = std::int64_t{i} * AacFrameSamples * NsPerSecond / rate;
     if (Status made = encoder.Encode(frame.get(), time, encoded); !made) return made;
   }
   while (!encoded.Empty()) {
@@ -44,7 +46,7 @@ Status SilentPath::Open() {
 
 void SilentPath::Fill(std::int64_t first, std::int64_t last) {
   const auto next = [this] {
-    return _begin + av_rescale(_frames, AacFrameSamples * NsPerSecond, Rate);
+    return _begin + av_rescale(_frames, AacFrameSamples * NsPerSecond, _rate);
   };
   if (_frames == 0 || first - next() > LongestGap) {
     _begin = first;

@@ -11,8 +11,9 @@ namespace nimbo::capture::av {
 /// encoded, once.
 class SilentPath final : public StreamPath {
  public:
-  /// Fails when libav cannot encode sound.
-  nimbo::Status Open();
+  /// `rate` in Hz and `channels`, 1 or 2, are those of the silence. Fails when libav cannot encode
+  /// such sound.
+  nimbo::Status Open(int rate, int channels);
   /// Nothing comes from the demuxer.
   nimbo::Status Push(AVPacket&) override { return {}; }
   /// Makes what is missing up to the picture of the time `last`, beginning with that of `first`
@@ -21,6 +22,7 @@ class SilentPath final : public StreamPath {
 
  private:
   std::vector<unsigned char> _frame;
+  int _rate = 0;
   std::int64_t _begin = 0;   ///< of the first frame
   std::int64_t _frames = 0;  ///< since then
 };

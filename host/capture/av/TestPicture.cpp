@@ -8,7 +8,6 @@
 
 #include "host/capture/Monotonic.h"
 #include "host/capture/av/DayClock.h"
-#include "host/capture/av/Glyphs.h"
 
 namespace nimbo::capture::av {
 
@@ -20,11 +19,6 @@ struct Colour {
   int u;
   int v;
 };
-constexpr int Black = 16;
-constexpr int Grey = 60;
-constexpr int White = 235;
-constexpr int NoChroma = 128;
-
 /// Bars of 75 percent: white, yellow, cyan, green, magenta, red, blue, black.
 constexpr Colour Bars[] = {{180, 128, 128}, {162, 44, 142}, {131, 156, 44}, {112, 72, 58},
                            {84, 184, 198},  {65, 100, 212}, {35, 212, 114}, {16, 128, 128}};
@@ -37,21 +31,12 @@ constexpr int ClockEnd = 13;
 constexpr int SweepEnd = 15;
 
 constexpr int ClockCharacters = 26;
-constexpr int CellWidth = GlyphWidth + 1;
-constexpr int CellHeight = GlyphHeight + 2;
 constexpr int SweepPart = 32;  ///< the sweeping bar's share of the width
 constexpr std::int64_t SweepTime = 4 * NsPerSecond;
 constexpr std::uint32_t RandomSeed = 0x2545F491;
 constexpr std::uint32_t NoiseMask = 0x7F7F7F7F;
 
 int Even(int value) { return value & ~1; }
-
-const Glyph* FindGlyph(char character) {
-  const auto* found =
-      std::find_if(std::begin(Glyphs), std::end(Glyphs),
-                   [character](const Glyph& glyph) { return glyph.character == character; });
-  return found == std::end(Glyphs) ? nullptr : found;
-}
 
 }  // namespace
 
@@ -81,56 +66,27 @@ void TestPicture::Begin(FramePtr frame) {
   _noise = {0, sweep, width, height - sweep};
   _flash = {0, 0, Even(height / BarCount), Even(height / BarCount)};
   _bar = std::max(2, width / SweepPart);
-  for (const int chroma : {1, 2}) Fill(chroma, {0, 0, width, height}, NoChroma);
+  FillGrey(*_frame, Black);
   for (int bar = 0; bar < BarCount; ++bar) {
     const int left = Even(width * bar / BarCount);
     const Area area = {left, 0, Even(width * (bar + 1) / BarCount) - left, bars};
-    Fill(0, area, Bars[bar].y);
-    Fill(1, area, Bars[bar].u);
-    Fill(2, area, Bars[bar].v);
+    Fill(*_frame, 0, area, Bars[bar].y);
+    Fill(*_frame, 1, area, Bars[bar].u);
+    Fill(*_frame, 2, area, Bars[bar].v);
   }
-  for (const int chroma : {1, 2}) Fill(chroma, _flash, NoChroma);
+  for (const int chroma : {1, 2}) Fill(*_frame, chroma, _flash, NoChroma);
 }
 
 AVFrame* TestPicture::Draw(std::int64_t dayTime, std::int64_t number) {
   if (av_frame_make_writable(_frame.get()) < 0) return nullptr;
-  Fill(0, _flash, dayTime % NsPerSecond < SecondMark ? White : Black);
-  DrawText(ClockText(dayTime, number));
-  Fill(0, _sweep, Grey);
+  Fill(*_frame, 0, _flash, dayTime % NsPerSecond < SecondMark ? White : Black);
+  Fill(*_frame, 0, _clock, Black);
+  DrawText(*_frame, _clock, ClockText(dayTime, number), ClockCharacters);
+  Fill(*_frame, 0, _sweep, Grey);
   const auto left = static_cast<int>(dayTime % SweepTime * (_sweep.width - _bar) / (SweepTime - 1));
-  Fill(0, {left, _sweep.y, _bar, _sweep.height}, White);
+  Fill(*_frame, 0, {left, _sweep.y, _bar, _sweep.height}, White);
   DrawNoise();
   return _frame.get();
-}
-
-void TestPicture::Fill(int plane, const Area& area, int value) {
-  // Chroma has half the lines and half the columns.
-  const int shift = plane == 0 ? 0 : 1;
-  const std::ptrdiff_t stride = _frame->linesize[plane];
-  unsigned char* line = _frame->data[plane] + (area.y >> shift) * stride + (area.x >> shift);
-  for (int y = 0; y < area.height >> shift; ++y, line += stride) {
-    std::memset(line, value, static_cast<std::size_t>(area.width >> shift));
-  }
-}
-
-void TestPicture::DrawText(const std::string& text) {
-  Fill(0, _clock, Black);
-  const int scale =
-      std::min(_clock.width / (ClockCharacters * CellWidth), _clock.height / CellHeight);
-  if (scale < 1) return;
-  const int top = _clock.y + (_clock.height - GlyphHeight * scale) / 2;
-  int left = _clock.x + scale;
-  for (const char character : text) {
-    const Glyph* glyph = FindGlyph(character);
-    for (int row = 0; glyph && row < GlyphHeight; ++row) {
-      for (int column = 0; column < GlyphWidth; ++column) {
-        if (((glyph->rows[row] >> (GlyphWidth - 1 - column)) & 1) == 0) continue;
-        Fill(0, {left + column * scale, top + row * scale, scale, scale}, White);
-      }
-    }
-    left += CellWidth * scale;
-    if (left + CellWidth * scale > _clock.width) return;
-  }
 }
 
 void TestPicture::DrawNoise() {

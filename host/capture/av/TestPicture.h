@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "host/capture/av/Drawing.h"
 #include "host/capture/av/Libav.h"
 
 namespace nimbo::capture::av {
@@ -19,15 +20,6 @@ class TestPicture {
   AVFrame* Draw(std::int64_t dayTime, std::int64_t number);
 
  private:
-  /// In pixels.
-  struct Area {
-    int x;
-    int y;
-    int width;
-    int height;
-  };
-  void Fill(int plane, const Area& area, int value);
-  void DrawText(const std::string& text);
   void DrawNoise();
 
   FramePtr _frame;

@@ -210,6 +210,7 @@ class Publish {
     return {std::chrono::duration<double>(time).count(),
             _meter.BitsPerSecond(),
             _made.BitsPerSecond(),
+            _publication.SourceAway(),
             addresses,
             figures,
             _events};

@@ -80,6 +80,17 @@ void AddSourceOptions(CLI::App& app, publication::PublishOptions& what) {
   }
   app.add_flag("--silence", what.silence,
                "Silence where the input has no sound, for platforms that refuse pictures alone");
+  app.add_flag_callback(
+      "--keep", [&what] { what.keep = "true"; },
+      "Open a live input again whenever it ends, and show a still picture\n"
+      "meanwhile (as usual where the live client can be taken)");
+  app.add_flag_callback(
+         "--no-keep", [&what] { what.keep = "false"; }, "A live input that ends, ends the program")
+      ->excludes("--keep");
+  app.add_option("--slate", what.slate, "The picture that is shown while a live input is away")
+      ->type_name("FILE")
+      ->check(CLI::ExistingFile)
+      ->excludes("--no-keep");
   // Whose sound that is, is known once all options are.
   app.add_option("--audio-bitrate", what.audioBitRate, "Encode sound at 128k or 64k bits a second")
       ->type_name("RATE");

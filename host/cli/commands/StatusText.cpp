@@ -82,9 +82,10 @@ Json ClientsJson(const Progress& progress) {
 std::string StatusSentence(const Progress& progress, std::size_t columns) {
   std::string text;
   for (const Detail detail : {Detail::Whole, Detail::Short, Detail::Name}) {
-    text = fmt::format("{:7.1f} s  sent {}, source {}", progress.seconds,
+    text = fmt::format("{:7.1f} s  sent {}, source {}{}", progress.seconds,
                        publication::BitRateText(progress.bitsPerSecond),
-                       publication::BitRateText(progress.sourceBitsPerSecond));
+                       publication::BitRateText(progress.sourceBitsPerSecond),
+                       progress.sourceAway ? " (away)" : "");
     for (std::size_t i = 0; i < progress.clients.size(); ++i) {
       text += ClientSentence(progress, i, detail);
     }
@@ -97,6 +98,7 @@ std::string StatusJson(const Progress& progress) {
   return text::Dump({{"time", text::Milliseconds(progress.seconds)},
                      {"bit_rate", std::llround(progress.bitsPerSecond)},
                      {"source_bit_rate", std::llround(progress.sourceBitsPerSecond)},
+                     {"source_away", progress.sourceAway},
                      {"clients", ClientsJson(progress)}});
 }
 

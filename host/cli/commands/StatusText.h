@@ -17,6 +17,7 @@ struct Progress {
   double seconds;
   double bitsPerSecond;        ///< that the servers have acknowledged
   double sourceBitsPerSecond;  ///< that the sources give
+  bool sourceAway;             ///< something stands in for a source
   const std::vector<std::string>& urls;
   const std::vector<publication::ClientFigures>& clients;
   const std::vector<Event>& events;  ///< since the last status
@@ -26,11 +27,11 @@ struct Progress {
 /// `columns`; at least who is connected.
 std::string StatusSentence(const Progress& progress, std::size_t columns);
 /// One JSON object (RFC 8259) without line breaks: "time" (s), "bit_rate" (bit/s that the servers
-/// have acknowledged), "source_bit_rate" (that the sources give), and for each client "url",
-/// "connected", "video", "audio" (packets), "bytes", "quality", "reconnections", "attempts" (to
-/// connect, that have failed), "gaps", "dropped" (packets by cause: "gap", "lag", "refused",
-/// "ended"), "lag", "round_trip", "set_up" (ms), "acknowledged", "unsent" (bytes), "retransmits"
-/// (segments) and "messages".
+/// have acknowledged), "source_bit_rate" (that the sources give), "source_away" (a slate stands in
+/// for one), and for each client "url", "connected", "video", "audio" (packets), "bytes",
+/// "quality", "reconnections", "attempts" (to connect, that have failed), "gaps", "dropped"
+/// (packets by cause: "gap", "lag", "refused", "ended"), "lag", "round_trip", "set_up" (ms),
+/// "acknowledged", "unsent" (bytes), "retransmits" (segments) and "messages".
 std::string StatusJson(const Progress& progress);
 /// The last object: "reason" ("end_of_input", "duration", "signal", "input_lost", "failure" or
 /// "not_started"), "exit_code", "why" it is not 0 (may be empty), "time", and "clients" as above.
