@@ -239,9 +239,9 @@ TEST(KeptSource, WaitsForSlowPicturesAndForAKeyFrameBehindThem) {
   const ConsoleCapture console;
   Camera camera;
   Kept kept(camera);
-  // A picture every two seconds, as their times have it.
+  // A picture every six seconds, as their times have it.
   for (int i = 0; i < 10; ++i) {
-    camera.Give(i == 0, MonotonicNow() + 2 * i * NsPerSecond);
+    camera.Give(i == 0, MonotonicNow() + 6 * i * NsPerSecond);
   }
   ASSERT_TRUE(Eventually([&] { return kept.Pictures().size() == 10; }));
   camera.End();
@@ -252,7 +252,9 @@ TEST(KeptSource, WaitsForSlowPicturesAndForAKeyFrameBehindThem) {
   camera.Give(false);
   camera.Give(true);
   ASSERT_TRUE(Eventually([&] { return kept.Pictures().size() > 10; }));
-  EXPECT_TRUE(kept.Pictures().back()->IsKey());
+  const auto pictures = kept.Pictures();
+  EXPECT_TRUE(pictures[10]->IsKey());
+  EXPECT_EQ(pictures[10]->Media(), pictures[9]->Media()) << "no slate stands between them";
 }
 
 TEST(KeptSource, IsStoppedWhileItWaits) {
@@ -288,11 +290,14 @@ TEST(KeptTimes, NeitherFallNorJump) {
         now += NsPerSecond / 2;
         follows(times.Use(Kind::Video, times.StandIn(now), now));
       }
-      // What it gives first was taken while the slate was shown.
+      // What it gives first was taken while the slate was shown, and comes at once.
       times.Resume(now - NsPerSecond);
+      for (std::int64_t own = now - NsPerSecond; own < now; own += PicturePeriod) {
+        follows(times.Pass(Kind::Video, own, now));
+      }
       for (int i = 0; i < 30; ++i) {
         now += PicturePeriod;
-        follows(times.Pass(Kind::Video, now - NsPerSecond, now));
+        follows(times.Pass(Kind::Video, now, now));
       }
     }
     // What is ahead of the clock does not grow with every return.
