@@ -1,9 +1,11 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <set>
 
 #include "host/base/Console.h"
 #include "host/base/Nearest.h"
 #include "host/base/Outlet.h"
+#include "host/cli/commands/Configuration.h"
 #include "host/cli/commands/Subcommand.h"
 #include "host/stream/Tree.h"
 
@@ -58,8 +60,14 @@ int main(int argc, char** argv) {   // NOLINT(bugprone-exception-escape)
   for (const auto add : Subcommands)
     add(program, [&](Action chosen) { action = std::move(chosen); });
 
+  auto words = nimbo::cli::WithConfiguration(program, {argv + 1, argv + argc});
+  if (!words) {
+    nimbo::Complain("nimbo-host: " + words.Why());
+    return nimbo::cli::WrongUsage;
+  }
   try {
-    program.parse(argc, argv);
+    std::ranges::reverse(*words);  // as CLI11 takes them
+    program.parse(*words);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return program.exit(error);
     nimbo::Complain("nimbo-host: " + WhatIsWrong(program, error));

@@ -377,6 +377,21 @@ Clock::time_point Publication::OpenMissing() {
   return next;
 }
 
+void Publication::Redirect(std::size_t index, const std::string& url) {
+  Client& client = _clients.at(index);
+  if (client.addresses.front() == url) return;
+  client.leaves = true;
+  client.pipeline->StatusChange(IStatus::null);
+  client.addresses.front() = url;
+  client.address = 0;
+  client.failed = 0;
+  client.element->SetStr("url", url.c_str());
+  client.link = {};
+  client.opened = false;
+  client.retry = Clock::now();
+  _messages.emplace_back(index, "address_changed");
+}
+
 std::vector<std::string> Publication::Addresses() const {
   std::vector<std::string> addresses;
   for (const Client& client : _clients) addresses.push_back(client.addresses[client.address]);
@@ -486,6 +501,11 @@ void Publication::Receive(const stream::Message& message) {
       ++_clients[i].reconnections;
       _clients[i].failed = 0;
     }
+  }
+  for (Client& client : _clients) {
+    if (stream::PathOf(*client.element) != message.path) continue;
+    if (message.name == "rtmp_connected") client.leaves = false;
+    if (client.leaves) return;
   }
   _saw_failure =
       _saw_failure || std::any_of(std::begin(FailureMessages), std::end(FailureMessages),

@@ -69,6 +69,9 @@ class Publication {
   /// Opens the clients that are not open yet, each after a pause that grows while it fails. Returns
   /// when there is one to be opened next.
   Clock::time_point OpenMissing();
+  /// Client `index` says goodbye where it is, and opens with OpenMissing elsewhere, unless it has
+  /// that address already.
+  void Redirect(std::size_t index, const std::string& url);
   /// The address of each client now.
   std::vector<std::string> Addresses() const;
   /// Lets the packets flow. A failure has been told on the console.
@@ -106,6 +109,7 @@ class Publication {
     std::vector<std::string> addresses{};
     std::size_t address = 0;  ///< the one that it publishes to
     bool opened = false;
+    bool leaves = false;  ///< for another address: its end there is no failure
     std::uint64_t reconnections = 0;
     std::uint64_t attempts = 0;  ///< to connect, that have failed
     unsigned int failed = 0;     ///< attempts at this address, one after the other

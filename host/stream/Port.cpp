@@ -141,7 +141,8 @@ bool Port::Deliver(Packet& packet) {
 
 void Port::Count(const Packet& packet, bool taken) noexcept {
   const std::uint32_t before = _figures.packets + _figures.refused;
-  if (before != 0 && packet.Sequence() != _next_sequence) ++_figures.gaps;
+  const bool follows = before != 0 && !_opened.exchange(false);
+  if (follows && packet.Sequence() != _next_sequence) ++_figures.gaps;
   _next_sequence = packet.Sequence() + 1;
   if (taken) {
     ++_figures.packets;
@@ -171,6 +172,7 @@ bool Port::WaitFor(IElement& receiver, const Port* peer) {
 }
 
 void Port::SetGate(Gate gate) {
+  if (gate == Gate::Open) _opened = true;
   _gate = gate;
   Port* const output = _peer;
   if (!output) return;

@@ -18,7 +18,9 @@ struct PortFigures {
   std::atomic<std::uint32_t> packets{0};  ///< taken
   std::atomic<std::uint64_t> bytes{0};    ///< of these packets
   std::atomic<std::uint32_t> refused{0};  ///< answered with a false result
-  std::atomic<std::uint32_t> gaps{0};     ///< packets whose number did not follow the one before
+  /// Packets whose number did not follow the one before; what passed while the receiver was closed
+  /// is none of them.
+  std::atomic<std::uint32_t> gaps{0};
 };
 
 /// What becomes of packets that are delivered to an input.
@@ -108,6 +110,7 @@ class NIMBO_API Port : public IPort {
   std::atomic<Port*> _peer{nullptr};
   std::atomic<IMedia*> _media{nullptr};
   std::atomic<Gate> _gate{Gate::Open};  ///< of an input
+  std::atomic<bool> _opened{false};     ///< of an input: it got nothing since
   PortFigures _figures;
   std::uint32_t _next_sequence = 0;  ///< [sending] of this input
   /// Of an output, held by Deliver; taken before all others.

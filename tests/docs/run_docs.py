@@ -51,7 +51,7 @@ PLACES = [
 STAND_INS = {
     "sudo": 'exec "$@"',
     "systemctl": f"""[ "$1 $2 ${{3%@*}}" = "enable --now nimbo-publish" ]
-      set -a; . "etc/nimbo/${{3#*@}}.conf"
+      INPUT= URLS= OPTIONS=; set -a; . "etc/nimbo/${{3#*@}}.conf"
       eval "$(sed -n 's,^ExecStart=[^/]*/,,p' '{UNIT}') --duration 3" """,
     "rpicam-vid": f"""declare -A is
       while [ $# -gt 0 ]; do

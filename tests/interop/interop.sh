@@ -465,6 +465,24 @@ assert (end["reason"], end["exit_code"]) == ("signal", 0), end
 assert end["clients"][0]["video"] > 0, end' || fail "the last object is wrong"
 }
 
+AddressesThatChangeInAFileAreGoneTo() {
+  start_server
+  printf '%s\n' '# what is published' 'input = "test:W=640,H=360,fr=15"' 'max-lag = 1' \
+    "url = ['${address%/*}/stays', '${address%/*}/goes']" >"$folder/camera.toml"
+  start publish --config "$folder/camera.toml"
+  until_true recorded 2 100000 || fail "nothing was recorded: $(cat "$log")"
+  sed -i 's/goes/comes/' "$folder/camera.toml"
+  kill -USR1 "$publisher"
+  until_true recorded 3 100000 || fail "nothing comes to the new address: $(cat "$log")"
+  # Everything else takes a restart, and a fault nothing but a line.
+  sed -i 's/max-lag = 1/max-lag = 2/' "$folder/camera.toml"
+  kill -USR1 "$publisher"
+  until_true grep -q "nothing changes: .* has changed in more than its addresses" "$log" || fail "no line"
+  stop || fail "publish ended with $?: $(tail -n 3 "$log")"
+  [ "$(recordings | wc -l)" -eq 3 ] || fail "another session was made anew"
+  for recording in $(recordings); do decodes_clean "$recording"; done
+}
+
 AFrozenServerIsLeftAndFoundAgain() {
   start_camera
   kill_server STOP

@@ -126,6 +126,7 @@ class Publish {
     while (true) {
       const auto now = Clock::now();
       TellMessages();
+      if (_loop.Signals().TakeReload()) Reload();
       if (IsOver(now >= end)) break;
       if (now >= next) {
         Show(now);
@@ -166,6 +167,25 @@ class Publish {
       return false;
     }
     return true;
+  }
+
+  /// Goes to the addresses that have changed.
+  void Reload() {
+    if (!_options.readAddresses) {
+      Complain("nimbo-host: SIGUSR1: there is no file of addresses to be read again");
+      return;
+    }
+    auto urls = _options.readAddresses();
+    if (urls && urls->size() != _publication.Clients()) {
+      urls =
+          Status::Failed("there are " + std::to_string(urls->size()) + " addresses now, and " +
+                         std::to_string(_publication.Clients()) + " before, which takes a restart");
+    }
+    if (!urls) {
+      Complain("nimbo-host: nothing changes: " + urls.Why());
+      return;
+    }
+    for (std::size_t i = 0; i < urls->size(); ++i) _publication.Redirect(i, (*urls)[i]);
   }
 
   void TellMessages() {

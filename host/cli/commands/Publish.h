@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "common/Status.h"
 #include "host/cli/terminal/ControlLoop.h"
@@ -12,7 +14,10 @@ namespace nimbo::cli {
 struct PublishSettings {
   publication::PublishOptions what;
   double duration = 0;  ///< seconds; 0 without limit
-  bool wait = false;    ///< for a server that is away at the start
+  /// The addresses as they are asked for now, of which there are as many as before. Null where
+  /// they stand in the command line alone.
+  std::function<Result<std::vector<std::string>>()> readAddresses;
+  bool wait = false;  ///< for a server that is away at the start
   bool json = false;
   bool quiet = false;   ///< no status line
   std::string monitor;  ///< the port of its page; empty: there is none

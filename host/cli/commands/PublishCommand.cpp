@@ -1,8 +1,10 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
+#include "host/cli/commands/Configuration.h"
 #include "host/cli/commands/Publish.h"
 #include "host/cli/commands/SourceOptions.h"
 #include "host/cli/commands/Subcommand.h"
@@ -18,6 +20,7 @@ constexpr char MonitorPort[] = "8089";
 
 /// The settings with what they are put together from.
 struct Options : PublishSettings {
+  std::string config;
   std::string urlFile;
   KeyOptions key;
   double maxLag = -1;       ///< seconds; below zero: as usual
@@ -39,13 +42,53 @@ std::string PictureFault(const std::string& url) {
          "\" is no address of a playlist: http://... is expected";
 }
 
+/// Adds the addresses of the file that has nothing else.
+Status AddListed(const Options& options, std::vector<std::string>& urls) {
+  if (options.urlFile.empty()) return {};
+  auto listed = publication::ReadUrls(options.urlFile);
+  if (!listed) return listed.Failure();
+  urls.insert(urls.end(), listed->begin(), listed->end());
+  return {};
+}
+
+/// All addresses anew: `own` are those of the command line, `before` is what the configuration said
+/// at the start.
+Result<std::vector<std::string>> ReadAgain(const Options& options,
+                                           const std::vector<std::string>& own,
+                                           const std::vector<Setting>& before) {
+  auto urls = own;
+  if (!options.config.empty()) {
+    auto settings = ReadConfiguration(options.config);
+    if (!settings) return settings.Failure();
+    const auto others = [](std::vector<Setting> all) {
+      std::erase_if(all, [](const Setting& one) { return one.name == UrlSetting; });
+      return all;
+    };
+    if (others(*settings) != others(before)) {
+      return Status::Failed("\"" + options.config +
+                            "\" has changed in more than its addresses, which takes a restart");
+    }
+    for (const auto& url : ValuesOf(*settings, UrlSetting)) urls.push_back(url);
+  }
+  if (Status added = AddListed(options, urls); !added) return added;
+  auto key = KeyOf(options.key);
+  return key ? publication::Complete(urls, *key) : key.Failure();
+}
+
 /// Puts the addresses together.
-void TakeAddresses(Options& options) {
+void TakeAddresses(const std::shared_ptr<Options>& shared) {
+  Options& options = *shared;
   auto& what = options.what;
-  if (!options.urlFile.empty()) {
-    auto urls = publication::ReadUrls(options.urlFile);
-    if (!urls) throw CLI::ValidationError("--url-file", urls.Why());
-    what.urls.insert(what.urls.end(), urls->begin(), urls->end());
+  if (!options.config.empty() || !options.urlFile.empty()) {
+    std::vector<Setting> settings;
+    if (!options.config.empty()) settings = *ReadConfiguration(options.config);
+    // Those of the configuration were put behind the words of the command line.
+    auto own = what.urls;
+    own.resize(own.size() - std::min(own.size(), ValuesOf(settings, UrlSetting).size()));
+    options.readAddresses = [&options, own, settings] { return ReadAgain(options, own, settings); };
+  }
+  if (const Status added = AddListed(options, what.urls); !added) {
+    throw CLI::ValidationError("--url-file", added.Why());
   }
   if (what.urls.empty()) throw CLI::RequiredError("URL");
   if (!what.backups.empty() && what.urls.size() != 1) {
@@ -72,6 +115,12 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
                    "camera: test: or test:W=1280,H=720,fr=30,br=2000000,gop=30")
       ->required();
   publish->add_option("URL", options->what.urls, "rtmp://HOST[:PORT]/APPLICATION/STREAM, or rtmps");
+  publish
+      ->add_option(
+          ConfigurationOption, options->config,
+          "A file in TOML that says what else would stand here: input = \"...\",\n"
+          "url = [\"...\", \"...\"], and any option without its dashes, size = \"640x360\"")
+      ->type_name("FILE");
   publish
       ->add_option("--url-file", options->urlFile,
                    "A file of addresses, one a line, beside those in the command line")
@@ -155,6 +204,8 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "SIGHUP; a second signal ends it at once. Each address has a client of its own; a lost "
       "connection is made\n"
       "again, and a server that fails holds up no other.\n"
+      "SIGUSR1: addresses that have changed in the files of --config and --url-file are gone to;\n"
+      "the other sessions go on.\n"
       "Exit codes: 0 everything was published, 1 something was not (a live input that ends is\n"
       "lost, too), 2 wrong usage.\n"
       "Environment: NIMBO_KEY, the stream key where there is no --key-file; RTMP_CA_FILE, a file\n"
@@ -167,7 +218,7 @@ void AddPublish(CLI::App& program, const Choose& chosen) {
       "  nimbo-host publish test: rtmp://server/live/camera --monitor");
   publish->final_callback([options, chosen] {
     auto& what = options->what;
-    TakeAddresses(*options);
+    TakeAddresses(options);
     if (!what.loop.empty() && publication::IsPipe(what.input)) {
       throw CLI::ValidationError("--loop",
                                  "\"" + what.input + "\" cannot be played again: it is a pipe");

@@ -61,7 +61,7 @@ ControlLoop::Woken ControlLoop::WaitOrWork(int input, Clock::time_point until, S
       queue.Run();
       if (screen) screen->Show();
     }
-    if (watched[Signal].revents) return Woken::Signal;
+    if (watched[Signal].revents) return _signals.Ends() ? Woken::Signal : Woken::Work;
     if (watched[Input].revents) return Woken::Input;
     if (Clock::now() >= until) return Woken::Deadline;
     if (watched[Work].revents) return Woken::Work;

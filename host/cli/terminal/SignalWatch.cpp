@@ -21,6 +21,7 @@ FileDescriptor BlockedSignals() {
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGUSR1);
   struct sigaction hangUp = {};
   sigaction(SIGHUP, nullptr, &hangUp);
   if (hangUp.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);
@@ -65,12 +66,26 @@ void SignalWatch::Watch() {
     }
     signalfd_siginfo info;
     if (read(_signals.Get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info)) continue;
+    if (info.ssi_signo == SIGUSR1) {
+      _reload = true;
+      eventfd_write(_told.Get(), 1);
+      continue;
+    }
     int none = 0;
     if (!_number.compare_exchange_strong(none, static_cast<int>(info.ssi_signo)))
       _exit(ExitOfSignal + static_cast<int>(info.ssi_signo));
     base::Outlet::Hurry(true);
     eventfd_write(_told.Get(), 1);
   }
+}
+
+bool SignalWatch::Ends() {
+  if (_number) return true;
+  eventfd_t count;
+  eventfd_read(_told.Get(), &count);
+  if (!_number) return false;
+  eventfd_write(_told.Get(), 1);  // its own may have been read
+  return true;
 }
 
 void SignalWatch::Forget() {

@@ -11,7 +11,8 @@ namespace nimbo::cli {
 /// Takes SIGINT, SIGTERM and, unless it is ignored (nohup), SIGHUP out of all threads and tells
 /// them to the control thread through a descriptor. From then on nobody waits for a terminal. A
 /// second signal that arrives before the first was forgotten ends the process at once, so that a
-/// program that hangs while it stops can still be ended from the keyboard; so does time.
+/// program that hangs while it stops can still be ended from the keyboard; so does time. SIGUSR1
+/// wakes the control thread, too.
 ///
 /// Must be made before any other thread is, because threads inherit the signals that they block.
 class SignalWatch {
@@ -29,6 +30,10 @@ class SignalWatch {
   int Descriptor() const noexcept { return _told.Get(); }
   /// [any] The number of the first signal since Forget; 0 when there was none.
   int Number() const noexcept { return _number.load(); }
+  /// [control] Whether the descriptor can be read for such a signal; for SIGUSR1 it is read.
+  bool Ends();
+  /// [control] Whether SIGUSR1 has come since the last call, which ends nothing.
+  bool TakeReload() noexcept { return _reload.exchange(false); }
   /// [control] The signal was dealt with.
   void Forget();
 
@@ -37,6 +42,7 @@ class SignalWatch {
 
   const std::chrono::milliseconds _patience;
   std::atomic<int> _number{0};
+  std::atomic<bool> _reload{false};
   FileDescriptor _signals;
   FileDescriptor _told;
   FileDescriptor _end;
