@@ -241,7 +241,7 @@ TEST(KeptSource, WaitsForSlowPicturesAndForAKeyFrameBehindThem) {
   Kept kept(camera);
   // A picture every six seconds, as their times have it.
   for (int i = 0; i < 10; ++i) {
-    camera.Give(i == 0, MonotonicNow() + 6 * i * NsPerSecond);
+    camera.Give(i == 0, MonotonicNow() + i * (6 * NsPerSecond));
   }
   ASSERT_TRUE(Eventually([&] { return kept.Pictures().size() == 10; }));
   camera.End();
