@@ -13,7 +13,7 @@ namespace nimbo::capture::av {
 namespace {
 
 /// Nothing behind the source may be without a picture for a second.
-constexpr std::int64_t ShortestPatience = 800 * NsPerMillisecond;
+constexpr std::int64_t ShortestPatience = 600 * NsPerMillisecond;
 constexpr std::int64_t LongestPatience = 10 * NsPerSecond;
 constexpr int PatienceInPictures = 4;
 constexpr std::int64_t StandInPeriod = 500 * NsPerMillisecond;
