@@ -102,7 +102,7 @@ bool EleRtmpLive::ReceivePacket(Packet& packet, void* /*from*/) try {
   if (!_sender.IsConnected()) return Recover(packet);
   if (!media) return Failure(Site::Here(), "!media");
   // What follows a key frame, or sound, can be decoded without what came before.
-  if (packet.IsKey()) {
+  if (packet.IsKey() && _sender.Redirected()) {
     const std::string url = _sender.TakeRedirection(_url.Get());
     if (!url.empty() && !Redirect(url)) return Recover(packet);
   }

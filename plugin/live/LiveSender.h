@@ -42,6 +42,8 @@ class LiveSender {
   void Disconnect();
   /// [sending] Publishes one packet.
   Outcome Send(const stream::Packet& packet, stream::IMedia& media);
+  /// [sending] Whether the server has asked for a new connection.
+  bool Redirected() const { return _rtmp.AsksReconnect(); }
   /// [sending] The address to connect to in place of `url`, at the server's request; empty when it
   /// has made none.
   std::string TakeRedirection(const std::string& url);

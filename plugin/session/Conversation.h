@@ -47,7 +47,8 @@ class Conversation {
   bool Owes() const { return _ping || _report; }
   /// Gives it. False when it cannot be sent.
   bool GiveAnswers();
-  /// Whether the server has asked for a new connection since the last call.
+  /// Whether the server has asked for a new connection since it was last taken.
+  bool AsksReconnect() const { return _reconnect.made; }
   ReconnectRequest TakeReconnect() { return std::exchange(_reconnect, {}); }
   /// The codecs that the server says it takes; empty when it does not say.
   const std::vector<std::string>& Codecs() const { return _codecs; }

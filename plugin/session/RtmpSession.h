@@ -87,7 +87,8 @@ class RtmpSession {
   /// [session] Takes what the server has said by now, without waiting and without an answer. Fails
   /// when it has ended the stream: the session is then closed.
   Status Listen();
-  /// [session] Whether the server has asked for a new connection since the last call.
+  /// [session] Whether the server has asked for a new connection since it was last taken.
+  bool AsksReconnect() const { return _conversation.AsksReconnect(); }
   ReconnectRequest TakeReconnect() { return _conversation.TakeReconnect(); }
   /// [session] The codecs that the server says it takes; empty when it does not say.
   const std::vector<std::string>& ServerCodecs() const { return _conversation.Codecs(); }

@@ -141,7 +141,7 @@ bool HostProcess::WaitForSignals() {
     };
     // A thread that is being made has every signal blocked for a moment.
     constexpr unsigned long long Terminate = 1ULL << (SIGTERM - 1);
-    constexpr unsigned long long Other = 1ULL << (SIGUSR1 - 1);
+    constexpr unsigned long long Other = 1ULL << (SIGUSR2 - 1);
     return (mask("SigBlk:\t") & (Terminate | Other)) == Terminate && mask("ShdPnd:\t") == 0;
   });
 }
